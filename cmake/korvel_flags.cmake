@@ -1,0 +1,32 @@
+# korvel_flags: warnings, sanitizers, coverage and hardening for everything in the tree.
+# korvel_freestanding: on top of that, what keeps the C++ run-time library out of a program that runs on a gateway.
+add_library(korvel_flags INTERFACE)
+target_compile_options(korvel_flags INTERFACE
+    -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Wno-missing-field-initializers
+    $<$<BOOL:${KORVEL_WERROR}>:-Werror>)
+
+if(KORVEL_SANITIZE)
+    target_compile_options(korvel_flags INTERFACE -fsanitize=${KORVEL_SANITIZE} -fno-omit-frame-pointer
+        -fno-sanitize-recover=all)
+    target_link_options(korvel_flags INTERFACE -fsanitize=${KORVEL_SANITIZE})
+endif()
+if(KORVEL_COVERAGE)
+    target_compile_options(korvel_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(korvel_flags INTERFACE --coverage)
+endif()
+
+add_library(korvel_freestanding INTERFACE)
+target_link_libraries(korvel_freestanding INTERFACE korvel_flags)
+target_compile_options(korvel_freestanding INTERFACE
+    -ffunction-sections -fdata-sections
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+set(korvel_release "$<CONFIG:MinSizeRel>")
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+target_compile_options(korvel_flags INTERFACE "$<${korvel_release}:-fstack-protector-strong>")
+target_compile_definitions(korvel_flags INTERFACE "$<${korvel_release}:_FORTIFY_SOURCE=2>")
+target_link_options(korvel_flags INTERFACE
+    "$<${korvel_release}:-Wl,-z,relro,-z,now>" "$<${korvel_release}:-Wl,--gc-sections>" "$<${korvel_release}:-pie>")
+if(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()
