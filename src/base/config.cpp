@@ -1,0 +1,140 @@
+#include "base/config.h"
+
+#include "base/lock.h"
+
+#include <mxuci.h>
+
+namespace {
+
+constinit mutex libuci_mutex;
+
+void append(text_ref target, size_t &length, std::string_view piece)
+{
+    const size_t room = target.size - 1 - length;
+    const size_t count = piece.size() < room ? piece.size() : room;
+    memcpy(target.data + length, piece.data(), count);
+    length += count;
+    target.data[length] = '\0';
+}
+
+} // namespace
+
+int config_get(const char *config, const char *section, const char *option, text_ref value_out)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_get(config, section, option, value_out.data, value_out.size);
+}
+
+int config_set(const char *config, const char *section, const char *option, const char *value)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_set(config, section, option, value);
+}
+
+int config_set_number(const char *config, const char *section, const char *option, int value)
+{
+    char text[12];
+    text_ref(text).format("%d", value);
+    return config_set(config, section, option, text);
+}
+
+int config_add_list(const char *config, const char *section, const char *option, const char *value)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_add_list(config, section, option, value);
+}
+
+int config_del_list(const char *config, const char *section, const char *option, const char *value)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_del_list(config, section, option, value);
+}
+
+int config_total_list(const char *config, const char *section, const char *option)
+{
+    const scoped_lock lock(libuci_mutex);
+    int count = 0;
+    (void)mxuci_total_list(config, section, option, &count);
+    return count;
+}
+
+int config_add_section(const char *config, const char *type, text_ref name_out)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_add_section(config, type, name_out.data);
+}
+
+int config_del_section(const char *config, const char *section)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_del_section(config, section);
+}
+
+int config_delete(const char *config, const char *section, const char *option)
+{
+    const scoped_lock lock(libuci_mutex);
+    return mxuci_delete(config, section, option);
+}
+
+uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr)
+{
+    const scoped_lock lock(libuci_mutex);
+    context_ = uci_alloc_context();
+    if (context_ && uci_load(context_, config, &package_) != UCI_OK)
+        package_ = nullptr;
+}
+
+uci_loaded::~uci_loaded()
+{
+    if (package_)
+        uci_unload(context_, package_);
+    if (context_)
+        uci_free_context(context_);
+}
+
+uci_section *uci_loaded::section(const char *name) const
+{
+    uci_element *found = nullptr;
+    return uci_lookup_next(context_, &found, sections(), name) == UCI_OK ? uci_to_section(found) : nullptr;
+}
+
+uci_option *uci_loaded::option(uci_section *section, const char *name) const
+{
+    uci_element *found = nullptr;
+    if (!section || uci_lookup_next(context_, &found, &section->options, name) != UCI_OK)
+        return nullptr;
+    return uci_to_option(found);
+}
+
+const char *uci_loaded::plain(uci_section *section, const char *name) const
+{
+    const uci_option *const found = option(section, name);
+    return found && found->type == UCI_TYPE_STRING ? found->v.string : nullptr;
+}
+
+uci_list *uci_loaded::list(uci_section *section, const char *name) const
+{
+    uci_option *const found = option(section, name);
+    return found && found->type == UCI_TYPE_LIST ? &found->v.list : nullptr;
+}
+
+int uci_loaded::get(uci_section *section, const char *name, text_ref value_out) const
+{
+    uci_option *const found = option(section, name);
+    if (!found)
+        return UCI_ERR_NOTFOUND;
+    size_t length = 0;
+    if (found->type == UCI_TYPE_STRING) {
+        append(value_out, length, found->v.string);
+        return UCI_OK;
+    }
+    value_out.data[0] = '\0';
+    uci_element *entry = nullptr;
+    uci_foreach_element(&found->v.list, entry)
+    {
+        if (length > 0)
+            append(value_out, length, " ");
+        append(value_out, length, entry->name);
+    }
+    return UCI_OK;
+}

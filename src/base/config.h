@@ -1,0 +1,50 @@
+// The configuration, for reading and writing: mxuci's calls and whole loaded packages.
+//
+// libuci's parser keeps static state, and a deferred modification may work on the configuration while the bus thread
+// answers a query. So every load and every mxuci call of this process passes one lock, which is in here and nowhere
+// else held.
+#pragma once
+
+#include "base/text.h"
+
+#include <uci.h>
+
+// mxuci's calls by (configuration, section, option); all return 0 on success. Any thread.
+int config_get(const char *config, const char *section, const char *option, text_ref value_out);
+int config_set(const char *config, const char *section, const char *option, const char *value);
+int config_set_number(const char *config, const char *section, const char *option, int value);
+int config_add_list(const char *config, const char *section, const char *option, const char *value);
+int config_del_list(const char *config, const char *section, const char *option, const char *value);
+// The number of values of a list option; 0 when it is missing or cannot be read.
+int config_total_list(const char *config, const char *section, const char *option);
+// As mxuci_add_section: name_out must hold 16 bytes or more; empty, it receives the generated name.
+int config_add_section(const char *config, const char *type, text_ref name_out);
+int config_del_section(const char *config, const char *section);
+int config_delete(const char *config, const char *section, const char *option);
+
+// One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it does.
+class uci_loaded {
+public:
+    explicit uci_loaded(const char *config);
+    ~uci_loaded();
+    uci_loaded(const uci_loaded &) = delete;
+    uci_loaded &operator=(const uci_loaded &) = delete;
+
+    explicit operator bool() const { return package_ != nullptr; }
+    uci_list *sections() const { return &package_->sections; }
+    // The section of exactly this name, or null.
+    uci_section *section(const char *name) const;
+    // The option of a section (which may be null), or null.
+    uci_option *option(uci_section *section, const char *name) const;
+    // The option's value; null when the section or the option is missing or the option is a list.
+    const char *plain(uci_section *section, const char *name) const;
+    // The option's values; null when the section or the option is missing or the option is plain.
+    uci_list *list(uci_section *section, const char *name) const;
+    // Reads an option as config_get does, from what is loaded: a list as its values joined by blanks, cut at
+    // value_out.size - 1; 0, or UCI_ERR_NOTFOUND with value_out unchanged.
+    int get(uci_section *section, const char *name, text_ref value_out) const;
+
+private:
+    uci_context *context_;
+    uci_package *package_;
+};

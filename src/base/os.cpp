@@ -1,0 +1,140 @@
+#include "base/os.h"
+
+#include "base/stop_signals.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+void run_command(const char *command)
+{
+    const stop_signal_mask admitted(stop_signal_mask::admit);
+    (void)system(command);
+}
+
+bool read_command(const char *command, text_ref output)
+{
+    output.clear();
+    FILE *const pipe = popen(command, "re");
+    if (!pipe)
+        return false;
+    // Unbuffered, so that the read allocates nothing while the stop signals are admitted.
+    (void)setvbuf(pipe, nullptr, _IONBF, 0);
+    {
+        const stop_signal_mask admitted(stop_signal_mask::admit);
+        (void)fread(output.data, 1, output.size - 1, pipe);
+    }
+    (void)pclose(pipe);
+    return true;
+}
+
+bool file_exists(const char *path)
+{
+    return access(path, F_OK) == 0;
+}
+
+bool remove_file(const char *path)
+{
+    return remove(path) == 0;
+}
+
+long read_file(const char *path, text_ref content)
+{
+    content.clear();
+    // O_NONBLOCK: a pipe left under the name must not hold up the daemon's start.
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0)
+        return -1;
+    size_t length = 0;
+    ssize_t count = 0;
+    while (length < content.size - 1) {
+        count = read(file, content.data + length, content.size - 1 - length);
+        if (count <= 0)
+            break;
+        length += static_cast<size_t>(count);
+    }
+    (void)close(file);
+    return count < 0 ? -1 : static_cast<long>(length);
+}
+
+void sleep_seconds(unsigned seconds)
+{
+    while (seconds > 0)
+        seconds = sleep(seconds);
+}
+
+namespace {
+
+// Makes the directories on the way to a file that do not exist yet.
+void make_parent_directories(const char *path)
+{
+    char partial[96];
+    for (const char *slash = strchr(path + 1, '/'); slash; slash = strchr(slash + 1, '/')) {
+        const size_t length = static_cast<size_t>(slash - path);
+        if (length >= sizeof(partial))
+            return;
+        memcpy(partial, path, length);
+        partial[length] = '\0';
+        (void)mkdir(partial, 0755);
+    }
+}
+
+void sync_parent_directory(const char *path)
+{
+    char directory[96];
+    text_ref(directory).format("%.*s", static_cast<int>(strrchr(path, '/') - path), path);
+    const int handle = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0)
+        return;
+    (void)fsync(handle);
+    (void)close(handle);
+}
+
+} // namespace
+
+script_file::script_file(const char *path) : path_(path), stream_(nullptr)
+{
+    // Hidden, so that hotplug, which runs what it finds in the directory, never sees a script half written.
+    const char *const name = strrchr(path, '/') + 1;
+    if (!text_ref(temporary_).format("%.*s.%s.new", static_cast<int>(name - path), path, name))
+        return;
+    stream_ = fopen(temporary_, "we");
+    if (!stream_ && errno == ENOENT) {
+        make_parent_directories(path);
+        stream_ = fopen(temporary_, "we");
+    }
+}
+
+script_file::~script_file()
+{
+    if (!stream_)
+        return;
+    (void)fclose(stream_);
+    (void)unlink(temporary_);
+}
+
+void script_file::print(const char *pattern, ...)
+{
+    va_list arguments;
+    va_start(arguments, pattern);
+    (void)vfprintf(stream_, pattern, arguments); // commit() asks the stream whether all of it was written
+    va_end(arguments);
+}
+
+bool script_file::commit()
+{
+    const bool written = fflush(stream_) == 0 && !ferror(stream_) && fchmod(fileno(stream_), 0755) == 0 &&
+                         fsync(fileno(stream_)) == 0;
+    const bool closed = fclose(stream_) == 0;
+    stream_ = nullptr;
+    if (!written || !closed || rename(temporary_, path_) != 0) {
+        (void)unlink(temporary_);
+        return false;
+    }
+    sync_parent_directory(path_);
+    return true;
+}

@@ -1,0 +1,31 @@
+#include "base/text.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+void text_ref::set(const char *value) const
+{
+    set(std::string_view(value));
+}
+
+void text_ref::set(std::string_view value) const
+{
+    const size_t length = value.size() < size ? value.size() : size;
+    memcpy(data, value.data(), length);
+    memset(data + length, 0, size - length);
+}
+
+bool text_ref::format(const char *pattern, ...) const
+{
+    va_list arguments;
+    va_start(arguments, pattern);
+    const int length = vsnprintf(data, size, pattern, arguments);
+    va_end(arguments);
+    return length >= 0 && static_cast<size_t>(length) < size;
+}
+
+int text_number(const char *text)
+{
+    return static_cast<int>(strtol(text, nullptr, 10));
+}

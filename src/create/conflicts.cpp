@@ -1,0 +1,136 @@
+#include "create/conflicts.h"
+
+#include "base/config.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "service/board.h"
+#include "service/settings.h"
+#include "store/wan_names.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr int bind_positions = sizeof(wan_config::bind);
+
+int examined(int ports)
+{
+    return ports < bind_positions ? ports : bind_positions;
+}
+
+bool binds_a_port(const wan_config *config)
+{
+    for (int i = 0; i < examined(board_port_count()); i++)
+        if (config->bind[i] == '1')
+            return true;
+    return false;
+}
+
+// On boards whose uplink is a VLAN of the LAN switch, LAN port k has the uplink's VLAN number.
+bool binds_uplink_port(const wan_config *config)
+{
+    int uplink_port = 0;
+    if (sscanf(uplink_name, "eth0.%d", &uplink_port) != 1)
+        return false;
+    for (int i = 0; i < examined(lan_num + lan_phy_num); i++)
+        if (config->bind[i] == '1' && uplink_port == i + 1)
+            return true;
+    return false;
+}
+
+bool shares_port(const wan_config *config, uci_list *binding)
+{
+    int position = 0;
+    uci_element *entry = nullptr;
+    uci_foreach_element(binding, entry)
+    {
+        if (position == bind_positions)
+            return false;
+        if (entry->name[0] == '1' && config->bind[position] == '1')
+            return true;
+        position++;
+    }
+    return false;
+}
+
+// Two routed WANs may share a VLAN; a bridged one shares with nobody.
+bool shares_vlan(const wan_config *config, const char *vid, const char *wan_mode)
+{
+    const bool other_is_bridged = wan_mode && text_number(wan_mode) == wan_mode_bridged;
+    if (config->wanMode != wan_mode_bridged && !(config->wanMode == wan_mode_routed && other_is_bridged))
+        return false;
+    if (config->vlanMode != 1)
+        return vid == nullptr;
+    return vid && text_number(vid) == config->vid;
+}
+
+bool shares_multicast_vlan(const wan_config *config, const char *mvid)
+{
+    if (config->mvid == 0)
+        return false;
+    return config->mvid == config->vid || (mvid && text_number(mvid) == config->mvid);
+}
+
+int compare_with(const wan_config *config, const uci_loaded &network, uci_section *device)
+{
+    uci_list *const binding = network.list(device, "port_binding");
+    if (binding && shares_port(config, binding))
+        return conflict_port_bound;
+    if (shares_vlan(config, network.plain(device, "vid"), network.plain(device, "wanMode")) ||
+        shares_multicast_vlan(config, network.plain(device, "mvid")))
+        return conflict_vlan;
+    return conflict_none;
+}
+
+bool is_lan_bridge(const uci_loaded &network, uci_section *device)
+{
+    const char *const type = network.plain(device, "type");
+    return type && strcmp(type, "bridge") == 0;
+}
+
+int compare_with_devices(const wan_config *config, const char *exclude_section)
+{
+    const uci_loaded network("network");
+    if (!network)
+        return conflict_unreadable;
+    uci_element *element = nullptr;
+    uci_foreach_element(network.sections(), element)
+    {
+        uci_section *const section = uci_to_section(element);
+        if (strcmp(section->type, "device") != 0 || is_lan_bridge(network, section) ||
+            (exclude_section && strcmp(exclude_section, element->name) == 0))
+            continue;
+        const int conflict = compare_with(config, network, section);
+        if (conflict != conflict_none)
+            return conflict;
+    }
+    return conflict_none;
+}
+
+} // namespace
+
+int wan_check_conflicts(const wan_config *config, const char *exclude_section)
+{
+    if (config->wanMode == wan_mode_bridged && config->service == service_other && !binds_a_port(config))
+        return conflict_port_required;
+    if (binds_uplink_port(config))
+        return conflict_vlan;
+    return compare_with_devices(config, exclude_section);
+}
+
+bool wan_conflict_refuses(int result, const char *verb, const wan_config *config)
+{
+    switch (result) {
+    case conflict_port_bound:
+        log_error("Failed to %s wan: port binding %.17s exist", verb, config->bind);
+        return true;
+    case conflict_vlan:
+        log_error("Failed to %s wan: vlan %u exist", verb, config->vid);
+        return true;
+    case conflict_port_required:
+        log_error("Failed to %s wan: port binding required", verb);
+        return true;
+    default:
+        return false;
+    }
+}

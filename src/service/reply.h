@@ -1,0 +1,34 @@
+// The reply convention, the one reply buffer and the handler mutex.
+#pragma once
+
+#include <string_view>
+
+#include "base/bus_headers.h"
+#include "base/lock.h"
+
+// Serialises every change of the WANs: `add`, `del`, `delAll`, the immediate `modify` and the deferred workers. Taken
+// after the arguments are validated, released before the reply is sent, never taken twice.
+extern mutex handler_mutex;
+
+// The buffer of all replies. Handlers run on the bus thread one at a time, so one is enough.
+extern blob_buf reply_buffer;
+
+// A handler's reply. The constructor empties the shared buffer, send() sends it, the destructor frees it.
+class bus_reply {
+public:
+    bus_reply();
+    ~bus_reply();
+    bus_reply(const bus_reply &) = delete;
+    bus_reply &operator=(const bus_reply &) = delete;
+
+    // Both log what fails.
+    // Sends what handlers put into reply_buffer.
+    void send(ubus_context *bus, ubus_request_data *request);
+    // Sends the reply of an operation: "status", then "info".
+    void send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info, ...)
+        __attribute__((format(printf, 5, 6)));
+};
+
+// Adds one field to the reply buffer. Returns whether there was room.
+bool reply_add_number(const char *name, blobmsg_type type, uint32_t value);
+bool reply_add_text(const char *name, std::string_view value);

@@ -1,0 +1,246 @@
+#include "status/ifstatus.h"
+
+#include "base/json_guard.h"
+#include "base/log.h"
+#include "base/os.h"
+
+#include <arpa/inet.h>
+
+namespace {
+
+// A status reply longer than this is cut, and then fails to parse.
+constexpr size_t reply_size = 2048;
+
+// The text of a member, or null.
+const char *member_text(json_object *object, const char *key)
+{
+    json_object *const value = json_member(object, key);
+    return value ? json_object_get_string(value) : nullptr;
+}
+
+void copy_member(json_object *object, const char *key, text_ref field)
+{
+    if (const char *const text = member_text(object, key))
+        field.set(text);
+}
+
+// Stores "up" when the reply has it. Returns whether the interface is up.
+bool read_up(json_object *root, uint8_t &status)
+{
+    json_object *const up = json_member(root, "up");
+    if (!up)
+        return false;
+    status = json_object_get_boolean(up) ? 1 : 0;
+    return status == 1;
+}
+
+void read_uptime(json_object *root, wan_config *record)
+{
+    if (json_object *const uptime = json_member(root, "uptime"))
+        record->uptime = static_cast<uint32_t>(json_object_get_int(uptime));
+}
+
+// Writes "address/length" of an address entry; an entry without a mask goes on with the length of the one before it.
+void read_prefixed(json_object *entry, int &length, text_ref field)
+{
+    if (json_object *const mask = json_member(entry, "mask"))
+        length = json_object_get_int(mask);
+    const char *const address = member_text(entry, "address");
+    if (!address)
+        return;
+    field.clear();
+    field.format("%s/%d", address, length);
+}
+
+void read_ipv6_addresses(json_object *root, wan_config *record)
+{
+    int length = 0;
+    json_object *const addresses = json_member(root, "ipv6-address");
+    const text_ref fields[] = {record->ipv6Addr, record->ipv6SecAddr};
+    for (size_t i = 0; i < std::size(fields) && i < json_array_size(addresses); i++)
+        read_prefixed(json_object_array_get_idx(addresses, i), length, fields[i]);
+
+    json_object *const prefixes = json_member(root, "ipv6-prefix");
+    for (size_t i = 0; i < json_array_size(prefixes); i++)
+        read_prefixed(json_object_array_get_idx(prefixes, i), length, record->ipv6Prefix);
+}
+
+void read_ipv6_nexthops(json_object *holder, wan_config *record)
+{
+    json_object *const routes = json_member(holder, "route");
+    for (size_t i = 0; i < json_array_size(routes); i++)
+        copy_member(json_object_array_get_idx(routes, i), "nexthop", record->ipv6Gateway);
+}
+
+void read_ipv6_gateway(json_object *root, wan_config *record)
+{
+    read_ipv6_nexthops(root, record);
+    const std::string_view gateway = text_view(record->ipv6Gateway);
+    if (gateway.empty() || gateway == "::")
+        read_ipv6_nexthops(json_member(root, "inactive"), record);
+}
+
+// The first two servers, of whatever family: this interface has IPv6 ones only.
+void read_ipv6_dns(json_object *root, wan_config *record)
+{
+    json_object *const servers = json_member(root, "dns-server");
+    const text_ref fields[] = {record->priDnsV6, record->secDnsV6};
+    size_t count = 0;
+    for (size_t i = 0; i < json_array_size(servers) && count < std::size(fields); i++)
+        if (json_object *const server = json_object_array_get_idx(servers, i))
+            fields[count++].set(json_object_get_string(server));
+}
+
+void read_ipv6_document(json_object *root, wan_config *record)
+{
+    if (!read_up(root, record->statusV6))
+        return;
+    read_uptime(root, record);
+    read_ipv6_addresses(root, record);
+    read_ipv6_gateway(root, record);
+    read_ipv6_dns(root, record);
+}
+
+// Deliberate: the shift is taken modulo 32, so a length of 0 gives the mask of 32.
+void format_mask(int length, text_ref field)
+{
+    const uint32_t host_bits = (32U - static_cast<uint32_t>(length)) % 32;
+    const in_addr mask = {htonl(UINT32_MAX << host_bits)};
+    field.clear();
+    (void)inet_ntop(AF_INET, &mask, field.data, static_cast<socklen_t>(field.size));
+}
+
+void read_ipv4_addresses(json_object *root, wan_config *record)
+{
+    json_object *const addresses = json_member(root, "ipv4-address");
+    const size_t count = json_array_size(addresses);
+    if (count > 0) {
+        json_object *const first = json_object_array_get_idx(addresses, 0);
+        copy_member(first, "address", record->ip);
+        if (json_object *const mask = json_member(first, "mask"))
+            format_mask(json_object_get_int(mask), record->mask);
+    }
+    if (count > 1)
+        copy_member(json_object_array_get_idx(addresses, 1), "address", record->ipSec);
+}
+
+void read_nexthops(json_object *holder, wan_config *record)
+{
+    json_object *const routes = json_member(holder, "route");
+    for (size_t i = 0; i < json_array_size(routes); i++) {
+        const char *const nexthop = member_text(json_object_array_get_idx(routes, i), "nexthop");
+        if (!nexthop)
+            continue;
+        if (strchr(nexthop, '.'))
+            text_ref(record->gateway).set(nexthop);
+        else if (strchr(nexthop, ':') && text_empty(record->ipv6Gateway))
+            text_ref(record->ipv6Gateway).set(nexthop);
+    }
+}
+
+void read_gateways(json_object *root, wan_config *record)
+{
+    read_nexthops(root, record);
+    const std::string_view gateway = text_view(record->gateway);
+    if (gateway.empty() || gateway == "0.0.0.0")
+        read_nexthops(json_member(root, "inactive"), record);
+}
+
+void read_dns(json_object *root, wan_config *record)
+{
+    json_object *const servers = json_member(root, "dns-server");
+    const text_ref v4[] = {record->priDns, record->secDns};
+    const text_ref v6[] = {record->priDnsV6, record->secDnsV6};
+    size_t v4_count = 0;
+    size_t v6_count = 0;
+    for (size_t i = 0; i < json_array_size(servers); i++) {
+        json_object *const entry = json_object_array_get_idx(servers, i);
+        const char *const server = entry ? json_object_get_string(entry) : "";
+        if (strchr(server, '.')) {
+            if (v4_count < std::size(v4))
+                v4[v4_count++].set(server);
+        } else if (strchr(server, ':')) {
+            if (v6_count < std::size(v6))
+                v6[v6_count++].set(server);
+        }
+    }
+}
+
+void read_ipv4_document(json_object *root, wan_config *record)
+{
+    if (!read_up(root, record->status))
+        return;
+    read_uptime(root, record);
+    read_ipv4_addresses(root, record);
+    // A static WAN has both protocols on this one interface.
+    if (record->ipMode == ip_mode_static && (record->ipProtocol & ip_protocol_v6)) {
+        record->statusV6 = record->status;
+        read_ipv6_addresses(root, record);
+    }
+    read_gateways(root, record);
+    read_dns(root, record);
+}
+
+struct command_line {
+    char text[48];
+};
+
+command_line status_command(uint8_t wan_id, const char *suffix)
+{
+    command_line command;
+    text_ref(command.text).format("ubus -S call network.interface.wan_%u%s status", wan_id, suffix);
+    return command;
+}
+
+bool read_reply(const command_line &command, text_ref reply)
+{
+    if (read_command(command.text, reply))
+        return true;
+    log_error("Failed to open ubus call: %s", command.text);
+    return false;
+}
+
+int read_ipv6_interface(wan_config *record)
+{
+    char reply[reply_size + 1];
+    if (!read_reply(status_command(record->wanId, record->ipMode == ip_mode_dhcp ? "_v6" : "_6"), reply))
+        return -1;
+    const json_document status(reply);
+    if (!status) {
+        log_error("Failed to parse netifd data_v6 json");
+        return record->ipProtocol == ip_protocol_v6 ? -1 : 0;
+    }
+    read_ipv6_document(status.root(), record);
+    return 0;
+}
+
+int read_ipv4_interface(wan_config *record)
+{
+    char reply[reply_size + 1];
+    if (!read_reply(status_command(record->wanId, ""), reply))
+        return -1;
+    const json_document status(reply);
+    if (!status) {
+        log_error("Failed to parse netifd data json");
+        return -1;
+    }
+    read_ipv4_document(status.root(), record);
+    return 0;
+}
+
+} // namespace
+
+int wan_read_ifstatus(wan_config *record)
+{
+    if (record->wanMode == wan_mode_bridged) {
+        record->status = 1;
+        record->statusV6 = 1;
+        return 0;
+    }
+    if (record->ipMode != ip_mode_static && (record->ipProtocol & ip_protocol_v6)) {
+        const int result = read_ipv6_interface(record);
+        if (result != 0 || record->ipProtocol == ip_protocol_v6)
+            return result;
+    }
+    return read_ipv4_interface(record);
+}

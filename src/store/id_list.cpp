@@ -1,0 +1,84 @@
+#include "store/id_list.h"
+
+#include "base/config.h"
+#include "service/settings.h"
+#include "store/wan_names.h"
+
+#include <cstdio>
+
+uint32_t wan_min_free_id()
+{
+    const uci_loaded network("network");
+    if (!network)
+        return no_free_id;
+    uci_list *const entries = network.list(network.section("korvel"), "wanList");
+    if (!entries)
+        return no_free_id;
+
+    uint32_t candidate = 1;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        if (static_cast<uint32_t>(text_number(entry->name)) != candidate)
+            break;
+        candidate++;
+    }
+    return candidate;
+}
+
+namespace {
+
+// Sets the highest identifier in memory and in the configuration.
+void set_highest_id(uint32_t highest)
+{
+    maxWanId = highest;
+    (void)config_set_number("network", "korvel", "maxWanId", static_cast<int>(highest));
+}
+
+uint32_t list_id(uint32_t id)
+{
+    (void)config_add_list("network", "korvel", "wanList", wan_names(id).id);
+    return id;
+}
+
+// Whether new identifiers fill gaps; the option's value in use_out.
+bool fills_gaps(uint32_t *use_out)
+{
+    return uci_get_int("korvel", "use_min_wan_id", use_out) == 0 && *use_out != 0;
+}
+
+} // namespace
+
+uint32_t wan_id_alloc(uint32_t requested)
+{
+    const uint32_t fixed = requested & 0xff;
+    const uint32_t first = wan_min_free_id();
+    uint32_t use = 0;
+    if (fixed != 0)
+        return list_id(fixed);
+    if (!fills_gaps(&use) || first == no_free_id) {
+        set_highest_id(maxWanId + 1);
+        return list_id(maxWanId);
+    }
+
+    set_highest_id(static_cast<uint32_t>(config_total_list("network", "korvel", "wanList")) + 1);
+    list_id(first);
+    printf("use_min_wan_id = %u, min_wan_id = %d, maxWanId = %d\n", use, static_cast<int>(first),
+           static_cast<int>(maxWanId.load()));
+    (void)fflush(stdout);
+    return first;
+}
+
+void wan_port_binding_reset(const char *section)
+{
+    uci_context *const context = uci_alloc_context();
+    if (!context)
+        return;
+    uci_ptr location = {};
+    location.package = "network";
+    location.section = section;
+    location.option = "port_binding";
+    location.value = "0";
+    (void)uci_commit(context, &location.p, false);
+    uci_free_context(context);
+}

@@ -1,0 +1,75 @@
+#include "store/wan_names.h"
+
+#include "service/settings.h"
+
+#include <iterator>
+
+namespace {
+
+constexpr service_type service_types[] = {
+    {"TR069_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/false},
+    {"INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/false},
+    {"TR069", /*internet=*/false, /*binds_ports=*/false, /*carries_calls=*/false},
+    {"OTHER", /*internet=*/false, /*binds_ports=*/true, /*carries_calls=*/false},
+    {"VOIP", /*internet=*/false, /*binds_ports=*/false, /*carries_calls=*/true},
+    {"TR069_VOIP", /*internet=*/false, /*binds_ports=*/false, /*carries_calls=*/true},
+    {"VOIP_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/true},
+    {"TR069_VOIP_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/true},
+};
+constexpr service_type unknown_service = {"OTHER", false, false, false};
+
+} // namespace
+
+wan_names::wan_names(uint32_t wan_id)
+{
+    text_ref(id).format("%u", wan_id);
+    text_ref(interface).format("wan_%u", wan_id);
+    text_ref(interface_v6).format("wan_%u_v6", wan_id);
+    text_ref(dslite).format("dslite_%u", wan_id);
+}
+
+wan_names::prefix wan_names::device_prefix(uint32_t wan_id)
+{
+    prefix result;
+    text_ref(result.text).format("%u_", wan_id);
+    return result;
+}
+
+script_path bridge_rule_path(uint8_t wan_id)
+{
+    script_path path;
+    text_ref(path.text).format("/etc/korvel/rule_wan_%u.sh", wan_id);
+    return path;
+}
+
+script_path route_rule_path(uint8_t wan_id)
+{
+    script_path path;
+    text_ref(path.text).format("/etc/hotplug.d/iface/99-wan_%u", wan_id);
+    return path;
+}
+
+const service_type &service_of(uint8_t code)
+{
+    return code < std::size(service_types) ? service_types[code] : unknown_service;
+}
+
+void wan_device_name(const wan_config &config, text_ref name_out)
+{
+    if (config.vlanMode == 1)
+        name_out.format("%s%u", vlan_prefix, config.vid);
+    else
+        name_out.format("%s", uplink_name);
+}
+
+void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35])
+{
+    char vid_label[10];
+    if (config.vlanMode == 1)
+        text_ref(vid_label).format("VID_%u", config.vid);
+    else
+        text_ref(vid_label).format("VID_");
+    text_ref(name_out).clear();
+    text_ref(name_out, 34).format("%u_%s_%s_%s", wan_id, service_of(config.service).name,
+                                  config.wanMode == wan_mode_routed ? "R" : "B", vid_label);
+}

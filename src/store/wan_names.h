@@ -1,0 +1,51 @@
+// Every name that is made from a WAN's identifier or from its service, in one place.
+#pragma once
+
+#include "base/text.h"
+#include "store/wan_config.h"
+
+#include <string_view>
+
+// The sections and texts of one WAN in the configuration. The widths are behaviour: an identifier text has at most
+// three digits.
+struct wan_names {
+    char id[4];            // "7", the entry in network.korvel.wanList
+    char interface[8];     // "wan_7", IPv4 or the only interface
+    char interface_v6[12]; // "wan_7_v6", the IPv6 interface of a WAN with ipMode DHCP
+    char dslite[12];       // "dslite_7"
+
+    explicit wan_names(uint32_t wan_id);
+    // The text by which the WAN's device section is known: what its `lkname` begins with. Deliberate: built in 4 bytes,
+    // so that from identifier 100 on it has no underscore and also matches longer identifiers with the same digits.
+    struct prefix {
+        char text[4];
+    };
+    static prefix device_prefix(uint32_t wan_id);
+};
+
+// Paths of a WAN's scripts, 64 bytes.
+struct script_path {
+    char text[64];
+};
+script_path bridge_rule_path(uint8_t wan_id); // /etc/korvel/rule_wan_<id>.sh
+script_path route_rule_path(uint8_t wan_id);  // /etc/hotplug.d/iface/99-wan_<id>
+inline constexpr char isolate_rule_path[] = "/etc/korvel/rule_wan_isolate.sh";
+inline constexpr char mvlan_rule_path[] = "/etc/korvel/rule_mvlan.sh";
+
+// What a service code stands for. Any code beyond the table is named "OTHER" and belongs to no group.
+enum : uint8_t { service_other = 3 };
+struct service_type {
+    const char *name;
+    bool internet;      // multicast proxy, UPnP and default routes follow it
+    bool binds_ports;   // LAN ports may be bound to it
+    bool carries_calls; // the telephony service follows it
+};
+const service_type &service_of(uint8_t code);
+
+// The network device of a WAN: the uplink's VLAN device when it is tagged, else the uplink itself. name_out of 12 bytes;
+// a longer name is cut.
+void wan_device_name(const wan_config &config, text_ref name_out);
+
+// The link name, "<id>_<service>_<R|B>_VID_<vid>", kept as `lkname` of the device section and shown as wanName. It is
+// built in 34 bytes, one less than the field has.
+void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35]);
