@@ -1,0 +1,32 @@
+# korvel_test(NAME SOURCES file... [LIBRARIES target...] [NETWORK] [DAEMON])
+#
+# A test program of the daemon's code. Every test runs in a private root of its own, with the bus and configuration tools
+# at hand; NETWORK adds the router's network devices, DAEMON builds the daemon's program first, for tests that start it.
+include(GoogleTest)
+
+set(KORVEL_TEST_TIMEOUT 120 CACHE STRING "Seconds that one test may take")
+
+function(korvel_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "NETWORK;DAEMON" "" "SOURCES;LIBRARIES")
+    if(NOT arg_SOURCES OR arg_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "korvel_test(${name}): expected SOURCES, got ${arg_UNPARSED_ARGUMENTS}")
+    endif()
+    add_executable(${name} ${arg_SOURCES})
+    if(arg_NETWORK)
+        set(main korvel_test_main_network)
+    else()
+        set(main korvel_test_main)
+    endif()
+    target_link_libraries(${name} PRIVATE ${main} korvel_test_support ${arg_LIBRARIES} korvel_core korvel_flags)
+
+    set(programs ubusd ubus uci gateway-tool gateway-netd)
+    if(arg_DAEMON)
+        list(APPEND programs korvel)
+    endif()
+    foreach(program IN LISTS programs)
+        if(TARGET ${program})
+            add_dependencies(${name} ${program})
+        endif()
+    endforeach()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${KORVEL_TEST_TIMEOUT})
+endfunction()

@@ -1,0 +1,339 @@
+#include "support/builders.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+__attribute__((format(printf, 1, 2))) std::string text(const char *pattern, ...)
+{
+    char buffer[512];
+    va_list args;
+    va_start(args, pattern);
+    vsnprintf(buffer, sizeof(buffer), pattern, args);
+    va_end(args);
+    return buffer;
+}
+
+template <size_t N> void put(char (&field)[N], const std::string &value)
+{
+    strncpy(field, value.c_str(), N);
+}
+
+// A field may be full, without a terminator.
+template <size_t N> std::string read(const char (&field)[N])
+{
+    return {field, strnlen(field, N)};
+}
+
+wan_config any_wan(uint8_t id, const wan_options &options)
+{
+    wan_config config{};
+    config.wanId = id;
+    config.vlanMode = options.vid != 0;
+    config.vid = options.vid;
+    config.mvid = options.mvid;
+    config.prio = options.prio;
+    config.service = options.service;
+    config.ipProtocol = options.ip_protocol;
+    config.mtu = options.mtu;
+    config.disableLanDhcp = options.disable_lan_dhcp;
+    put(config.bind, options.bind);
+    put(config.device, device_name(config));
+    return config;
+}
+
+wan_config routed(uint8_t id, const wan_options &options, uint8_t ip_mode)
+{
+    wan_config config = any_wan(id, options);
+    config.wanMode = wan_mode_routed;
+    config.ipMode = ip_mode;
+    config.napt = 1;
+    config.autoDns = ip_mode != ip_mode_static;
+    config.autoDnsV6 = ip_mode != ip_mode_static;
+    config.ipv6PrefixProxy = 1;
+    put(config.wanName, link_name(config));
+    return config;
+}
+
+const char *service_name(uint8_t service)
+{
+    constexpr const char *names[] = {"TR069_INTERNET", "INTERNET",   "TR069",         "OTHER",
+                                     "VOIP",           "TR069_VOIP", "VOIP_INTERNET", "TR069_VOIP_INTERNET"};
+    return service < std::size(names) ? names[service] : "OTHER";
+}
+
+std::string option(const char *name, const std::string &value)
+{
+    return std::string("\toption ") + name + " '" + value + "'\n";
+}
+
+std::string option(const char *name, unsigned value)
+{
+    return option(name, std::to_string(value));
+}
+
+std::string list(const char *name, const std::string &value)
+{
+    return value.empty() ? "" : std::string("\tlist ") + name + " '" + value + "'\n";
+}
+
+std::string interface_head(const std::string &name, const char *protocol, const wan_config &config)
+{
+    return "\nconfig interface '" + name + "'\n" + option("proto", protocol) +
+           option("device", device_name(config));
+}
+
+// What only the main interface of a WAN carries.
+std::string main_options(const wan_config &config)
+{
+    return option("napt", config.napt) + (config.iphostId ? option("iphostId", config.iphostId) : "");
+}
+
+std::string dns_v4(const wan_config &config)
+{
+    return list("dns", read(config.priDns)) + list("dns", read(config.secDns));
+}
+
+std::string dns_v6(const wan_config &config)
+{
+    return list("dns", read(config.priDnsV6)) + list("dns", read(config.secDnsV6));
+}
+
+std::string dhcp_sections(const wan_config &config)
+{
+    const std::string name = text("wan_%u", config.wanId);
+    std::string sections;
+    if (config.ipProtocol & ip_protocol_v4) {
+        sections += interface_head(name, "dhcp", config) + main_options(config);
+        if (!config.autoDns)
+            sections += option("peerdns", 0U) + dns_v4(config);
+    }
+    if (config.ipProtocol & ip_protocol_v6) {
+        sections += interface_head(name + "_v6", "dhcpv6", config) + option("reqaddress", "try") +
+                    option("reqprefix", "auto");
+        if (!config.autoDnsV6)
+            sections += option("peerdns", 0U) + dns_v6(config);
+        if (!config.ipv6PrefixProxy)
+            sections += option("delegate", 0U);
+    }
+    return sections;
+}
+
+std::string pppoe_section(const wan_config &config)
+{
+    std::string section = interface_head(text("wan_%u", config.wanId), "pppoe", config) +
+                          main_options(config) + option("username", read(config.pppUser)) +
+                          option("password", read(config.pppPwd));
+    if (config.pppServName[0])
+        section += option("service", read(config.pppServName));
+    if (config.pppDialMode)
+        section += option("demand", 300U);
+    section += option("ipv6", config.ipProtocol & ip_protocol_v6 ? "auto" : "0");
+    const bool own_v4 = (config.ipProtocol & ip_protocol_v4) && !config.autoDns;
+    const bool own_v6 = (config.ipProtocol & ip_protocol_v6) && !config.autoDnsV6;
+    if (own_v4 || own_v6)
+        section += option("peerdns", 0U);
+    if (own_v4)
+        section += dns_v4(config);
+    if (own_v6)
+        section += dns_v6(config);
+    if ((config.ipProtocol & ip_protocol_v6) && !config.ipv6PrefixProxy)
+        section += option("delegate", 0U);
+    return section;
+}
+
+std::string static_section(const wan_config &config)
+{
+    std::string section =
+        interface_head(text("wan_%u", config.wanId), "static", config) + main_options(config);
+    if (config.ipProtocol & ip_protocol_v4)
+        section += option("ipaddr", read(config.ip)) + option("netmask", read(config.mask)) +
+                   option("gateway", read(config.gateway)) + dns_v4(config);
+    if (config.ipProtocol & ip_protocol_v6) {
+        section += list("ip6addr", read(config.ipv6Addr)) + option("ip6gw", read(config.ipv6Gateway)) +
+                   option("ip6prefix", read(config.ipv6Prefix)) + option("peerdns", 0U) + dns_v6(config);
+        if (!config.ipv6PrefixProxy)
+            section += option("delegate", 0U);
+    }
+    return section;
+}
+
+class request {
+public:
+    void number(const char *name, int value) { add(name, std::to_string(value)); }
+    void flag(const char *name, bool value) { add(name, value ? "true" : "false"); }
+    void string(const char *name, const std::string &value)
+    {
+        if (!value.empty())
+            add(name, "\"" + value + "\"");
+    }
+    std::string finish() const { return members_.empty() ? "{}" : "{" + members_ + "}"; }
+
+private:
+    void add(const char *name, const std::string &value)
+    {
+        members_ += (members_.empty() ? "\"" : ",\"") + std::string(name) + "\":" + value;
+    }
+    std::string members_;
+};
+
+void add_arguments(request &out, const wan_config &config)
+{
+    out.number("wanMode", config.wanMode);
+    out.number("ipProtocol", config.ipProtocol);
+    out.number("ipMode", config.ipMode);
+    out.flag("napt", config.napt);
+    out.flag("vlanMode", config.vlanMode);
+    if (config.vlanMode)
+        out.number("vid", config.vid);
+    if (config.mvid)
+        out.number("mvid", config.mvid);
+    out.number("prio", config.prio);
+    out.number("mtu", config.mtu);
+    out.number("service", config.service);
+    out.flag("disableLanDhcp", config.disableLanDhcp);
+    out.string("bind", read(config.bind));
+    out.flag("autoDns", config.autoDns);
+    out.string("priDns", read(config.priDns));
+    out.string("secDns", read(config.secDns));
+    out.flag("autoDnsV6", config.autoDnsV6);
+    out.string("priDnsV6", read(config.priDnsV6));
+    out.string("secDnsV6", read(config.secDnsV6));
+    out.string("ip", read(config.ip));
+    out.string("mask", read(config.mask));
+    out.string("gateway", read(config.gateway));
+    out.flag("ipv6PrefixProxy", config.ipv6PrefixProxy);
+    out.string("ipv6Addr", read(config.ipv6Addr));
+    out.string("ipv6Gateway", read(config.ipv6Gateway));
+    out.string("ipv6Prefix", read(config.ipv6Prefix));
+    out.string("pppUser", read(config.pppUser));
+    out.string("pppPwd", read(config.pppPwd));
+    out.string("pppServName", read(config.pppServName));
+    out.flag("pppDialMode", config.pppDialMode);
+    out.number("iphostId", config.iphostId);
+    out.flag("ipv6DsLite", config.ipv6DsLite);
+    out.string("ipv6AddrDsLite", read(config.ipv6AddrDsLite));
+}
+
+} // namespace
+
+std::string device_name(const wan_config &config)
+{
+    return config.vlanMode == 1 ? text("pon.%u", config.vid) : "pon";
+}
+
+std::string link_name(const wan_config &config)
+{
+    const std::string tag = config.vlanMode == 1 ? text("%u", config.vid) : "";
+    return text("%u_%s_%s_VID_", config.wanId, service_name(config.service),
+                config.wanMode == wan_mode_routed ? "R" : "B") +
+           tag;
+}
+
+wan_config routed_dhcp(uint8_t id, const wan_options &options)
+{
+    return routed(id, options, ip_mode_dhcp);
+}
+
+wan_config routed_pppoe(uint8_t id, const wan_options &options)
+{
+    wan_config config = routed(id, options, ip_mode_pppoe);
+    config.mtu = static_cast<uint16_t>(options.mtu - 8);
+    put(config.pppUser, text("user%u", id));
+    put(config.pppPwd, text("secret%u", id));
+    return config;
+}
+
+wan_config routed_static(uint8_t id, const wan_options &options)
+{
+    wan_config config = routed(id, options, ip_mode_static);
+    if (config.ipProtocol & ip_protocol_v4) {
+        put(config.ip, text("192.0.2.%u", (9U + id) % 256));
+        put(config.mask, "255.255.255.0");
+        put(config.gateway, "192.0.2.1");
+        put(config.priDns, "192.0.2.53");
+    }
+    if (config.ipProtocol & ip_protocol_v6) {
+        put(config.ipv6Addr, text("2001:db8:%x::10/64", id));
+        put(config.ipv6Gateway, text("2001:db8:%x::1", id));
+        put(config.ipv6Prefix, text("2001:db8:%x00::/56", id));
+        put(config.priDnsV6, text("2001:db8:%x::53", id));
+    }
+    return config;
+}
+
+wan_config bridged_wan(uint8_t id, const char *bind, const wan_options &options)
+{
+    wan_config config = any_wan(id, options);
+    put(config.bind, bind);
+    put(config.wanName, link_name(config));
+    return config;
+}
+
+wan_rule_ctx rule_ctx(const wan_config &config)
+{
+    wan_rule_ctx ctx{};
+    ctx.wanId = config.wanId;
+    put(ctx.lkname, link_name(config));
+    ctx.config = config;
+    return ctx;
+}
+
+std::string uci_device_section(const wan_config &config)
+{
+    std::string section = "\nconfig device\n";
+    if (config.vlanMode == 1) {
+        section += option("type", "8021q") + option("ifname", "pon") + option("vid", config.vid);
+        if (config.mvid)
+            section += option("mvid", config.mvid);
+        if (config.prio)
+            section += list("egress_qos_mapping", text("0:%u", config.prio));
+    }
+    const bool dialled = config.wanMode == wan_mode_routed && config.ipMode >= ip_mode_pppoe;
+    section += option("name", device_name(config)) + option("mtu", config.mtu + (dialled ? 8U : 0U)) +
+               option("wanMode", config.wanMode) + option("IpProtocolType", config.ipProtocol) +
+               option("service_mode", config.service) + option("disableLanDhcp", config.disableLanDhcp) +
+               option("macaddr", text("00:11:22:33:45:%02x", config.wanId));
+    for (const char bit : read(config.bind))
+        section += list("port_binding", std::string(1, bit));
+    if (config.ipProtocol == ip_protocol_v4)
+        section += option("ipv6", 0U);
+    return section + option("lkname", link_name(config));
+}
+
+std::string uci_interface_sections(const wan_config &config)
+{
+    if (config.wanMode == wan_mode_bridged)
+        return "";
+    std::string sections;
+    if (config.ipMode == ip_mode_dhcp)
+        sections = dhcp_sections(config);
+    else
+        sections = config.ipMode == ip_mode_static ? static_section(config) : pppoe_section(config);
+    if (config.ipv6DsLite && config.ipProtocol == ip_protocol_v6)
+        sections +=
+            text("\nconfig interface 'dslite_%u'\n", config.wanId) + option("proto", "dslite") +
+            option("peeraddr", read(config.ipv6AddrDsLite)) +
+            option("tunlink", text(config.ipMode == ip_mode_dhcp ? "wan_%u_v6" : "wan_%u", config.wanId)) +
+            option("encaplimit", "ignore");
+    return sections;
+}
+
+std::string add_request(const wan_config &config)
+{
+    request out;
+    add_arguments(out, config);
+    return out.finish();
+}
+
+std::string modify_request(const wan_config &config, int wait_seconds)
+{
+    request out;
+    out.number("wanId", config.wanId);
+    add_arguments(out, config);
+    if (wait_seconds)
+        out.number("wait", wait_seconds);
+    return out.finish();
+}

@@ -1,0 +1,18 @@
+// The main of every test program: all its tests run inside a private root, so that they can use the daemon's
+// real paths.
+#include "root/gateway_root.h"
+
+#include <gtest/gtest.h>
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    if (GTEST_FLAG_GET(list_tests))
+        return RUN_ALL_TESTS();
+
+    private_root_options options = gateway_root_options();
+#ifndef KORVEL_TEST_NETWORK
+    options.network = false;
+#endif
+    return enter_gateway(options, [] { return RUN_ALL_TESTS(); });
+}
