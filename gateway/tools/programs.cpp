@@ -36,22 +36,35 @@ void become_program(const std::string &name, const command_words &arguments)
     throw std::system_error(errno, std::generic_category(), program);
 }
 
-int run_silently(const command_words &words)
+pid_t start_program(const command_words &words, const std::string &output_path)
 {
     posix_spawn_file_actions_t actions;
     (void)posix_spawn_file_actions_init(&actions);
-    for (const int output : {STDOUT_FILENO, STDERR_FILENO})
-        (void)posix_spawn_file_actions_addopen(&actions, output, "/dev/null", O_WRONLY, 0);
+    if (!output_path.empty()) {
+        (void)posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output_path.c_str(),
+                                               O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
+        (void)posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    }
     pid_t child = -1;
     const int failure =
-        posix_spawn(&child, words.front().c_str(), &actions, nullptr, exec_words(words).data(), environ);
+        posix_spawnp(&child, words.front().c_str(), &actions, nullptr, exec_words(words).data(), environ);
     (void)posix_spawn_file_actions_destroy(&actions);
     if (failure != 0)
         throw std::system_error(failure, std::generic_category(), words.front());
+    return child;
+}
+
+int wait_for_program(pid_t child)
+{
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR)
-            throw std::system_error(errno, std::generic_category(), words.front());
+            throw std::system_error(errno, std::generic_category(), "wait for a program");
     }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+int run_silently(const command_words &words)
+{
+    return wait_for_program(start_program(words, "/dev/null"));
 }

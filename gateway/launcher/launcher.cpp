@@ -1,0 +1,130 @@
+// korvel-gateway: boots a virtual gateway on this machine, for demonstrations and for looking around.
+#include "launcher/launcher_options.h"
+#include "launcher/service.h"
+#include "root/gateway_root.h"
+#include "tools/places.h"
+#include "tools/programs.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int status_usage = 2;
+
+constexpr char shell_greeting[] =
+    R"(This is a virtual gateway; `exit` ends it, and nothing in it reaches your machine.
+
+  ubus -v list korvel            the methods of korvel
+  ubus call korvel all           the WANs
+  uci show network               the configuration
+  cat /gateway/journal           commands that korvel has started
+  cat /gateway/log               the system log
+
+)";
+
+std::function<bool()> object_is_there(const char *object)
+{
+    return [object] { return run_silently({"ubus", "-S", "list", object}) == 0; };
+}
+
+// The gateway's programs; ended in reverse order.
+struct running_gateway {
+    service log{{"gateway-tool", "syslogd"}, [] { return fs::exists(log_socket_path); }};
+    service bus{{"ubusd"}, [] { return run_silently({"ubus", "-S", "list"}) == 0; }};
+    service network{{"gateway-netd"}, object_is_there("network")};
+    std::unique_ptr<service> korvel;
+};
+
+void copy_config(const std::string &directory)
+{
+    if (directory.empty())
+        return;
+    for (const fs::directory_entry &entry : fs::directory_iterator(directory))
+        fs::copy(entry.path(), fs::path("/etc/config") / entry.path().filename(),
+                 fs::copy_options::overwrite_existing);
+}
+
+int run_command(const launcher_options &options)
+{
+    if (!options.command.empty())
+        return wait_for_program(start_program(options.command, ""));
+    (void)fputs(shell_greeting, stdout);
+    (void)fflush(stdout);
+    setenv("PS1", "gateway:\\w# ", 1);
+    return wait_for_program(start_program({"sh", "-i"}, ""));
+}
+
+void show(const char *title, const char *path)
+{
+    std::cout << title << '\n' << std::ifstream(path).rdbuf() << std::flush;
+    std::cout.clear(); // an empty file counts as a failure
+}
+
+int run_gateway(const launcher_options &options)
+{
+    copy_config(options.config);
+    int status = 0;
+    {
+        running_gateway gateway;
+        if (options.start_korvel)
+            gateway.korvel =
+                std::make_unique<service>(command_words{"korvel", "-d"}, object_is_there("korvel"));
+        status = run_command(options);
+    }
+    if (options.show_journal)
+        show("Started commands:", journal_path);
+    if (options.show_log)
+        show("System log:", log_path);
+    return status;
+}
+
+// An absolute path means the same inside, where the working directory may be another.
+private_root_options root_options(launcher_options &options)
+{
+    private_root_options root = gateway_root_options();
+    if (!options.config.empty()) {
+        options.config = fs::canonical(options.config);
+        root.passed.push_back({options.config, false});
+    }
+    return root;
+}
+
+int launch(launcher_options options)
+{
+    if (options.help) {
+        (void)fputs(launcher_usage, stdout);
+        return 0;
+    }
+    return enter_gateway(root_options(options), [&options] {
+        try {
+            return run_gateway(options);
+        } catch (const std::exception &failure) {
+            (void)fprintf(stderr, "korvel-gateway: %s\n", failure.what());
+            return private_root_failed;
+        }
+    });
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    try {
+        return launch(parse_launcher_options(argc, argv));
+    } catch (const std::invalid_argument &failure) {
+        (void)fprintf(stderr, "korvel-gateway: %s\n%s", failure.what(), launcher_usage);
+        return status_usage;
+    } catch (const std::exception &failure) {
+        (void)fprintf(stderr, "korvel-gateway: %s\n", failure.what());
+        return private_root_failed;
+    }
+}
