@@ -123,10 +123,11 @@ struct ubus_request_data {
     int req_fd;
 };
 
-/* A call that was made. Lives until its completion; callbacks and `priv` are the caller's to set. */
+/* A call that was made. Lives until its completion; callbacks and `priv` are the caller's to set.
+ * `raw_data_cb` gets whole answers and takes the place of `data_cb`, which gets the reply in them. */
 struct ubus_request {
     struct list_head list;
-    struct list_head pending;
+    bool pending;
     int status_code;
     bool status_msg;
     bool blocked;
