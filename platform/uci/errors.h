@@ -1,0 +1,16 @@
+// Texts of errors.
+#ifndef UCI_ERRORS_H
+#define UCI_ERRORS_H
+
+#include "memory.h"
+#include "model.h"
+
+namespace uci {
+
+// "PREFIX: TEXT (WHY) at line L, byte B", without prefix if that is null and without position if there is
+// none. Null without memory.
+text error_text(const context *ctx, int code, const char *prefix);
+
+} // namespace uci
+
+#endif

@@ -1,0 +1,254 @@
+// Locked, complete and durable access to configuration and delta files.
+#include "file.h"
+
+#include <cerrno>
+#include <climits>
+
+#include <fcntl.h>
+#include <libgen.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <uci.h>
+
+namespace uci {
+namespace {
+
+constexpr mode_t permission_bits = 07777;
+
+int code_of_errno()
+{
+    switch (errno) {
+    case ENOENT:
+    case ENOTDIR:
+        return UCI_ERR_NOTFOUND;
+    case ENOMEM:
+        return UCI_ERR_MEM;
+    default:
+        return UCI_ERR_IO;
+    }
+}
+
+// Not waiting in open: the path may name a pipe, which is refused later.
+constexpr int common_flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+int open_file(const char *path, locking lock, when_missing missing, mode_t mode, locked_file *out)
+{
+    out->created = false;
+    const int flags = common_flags | (lock == locking::exclusive ? O_RDWR | O_APPEND : O_RDONLY);
+    for (;;) {
+        struct stat status;
+        if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+            return UCI_ERR_NOTFOUND;
+        out->file.reset(open(path, flags));
+        if (out->file || errno != ENOENT || missing == when_missing::fail)
+            break;
+        out->file.reset(open(path, flags | O_CREAT | O_EXCL, mode));
+        out->created = bool(out->file);
+        if (out->file || errno != EEXIST)
+            break;
+        // A dangling link exists for the second open only; any other file was made by someone else in
+        // between.
+        if (lstat(path, &status) == 0 && S_ISLNK(status.st_mode)) {
+            out->file.reset(open(path, flags | O_CREAT, mode));
+            break;
+        }
+    }
+    return out->file ? UCI_OK : code_of_errno();
+}
+
+bool lock_file(int fd, locking lock)
+{
+    int result;
+    do
+        result = flock(fd, lock == locking::exclusive ? LOCK_EX : LOCK_SH);
+    while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+bool is_named_by(int fd, const char *path)
+{
+    struct stat opened, named;
+    return fstat(fd, &opened) == 0 && stat(path, &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+bool write_whole(int fd, const char *data, size_t size)
+{
+    while (size > 0) {
+        const ssize_t written = write(fd, data, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// Room for at least one more byte and the NUL, the block doubling.
+bool make_room(text *block, size_t used, size_t *capacity)
+{
+    if (used + 1 < *capacity)
+        return true;
+    const size_t larger = *capacity ? *capacity * 2 : 4096;
+    auto *const moved = static_cast<char *>(realloc(block->get(), larger));
+    if (!moved)
+        return false;
+    (void)block->release(); // realloc has freed it or it is `moved`
+    block->reset(moved);
+    *capacity = larger;
+    return true;
+}
+
+// Reads until `read_some(place, room)` returns 0; a negative result is an error.
+template <typename Read> int read_all(Read read_some, bytes *out)
+{
+    bytes result;
+    size_t capacity = 0;
+    for (;;) {
+        if (!make_room(&result.data, result.size, &capacity))
+            return UCI_ERR_MEM;
+        const ssize_t count = read_some(result.data.get() + result.size, capacity - result.size - 1);
+        if (count < 0)
+            return UCI_ERR_IO;
+        if (count == 0)
+            break;
+        result.size += static_cast<size_t>(count);
+    }
+    result.data.get()[result.size] = '\0';
+    *out = std::move(result);
+    return UCI_OK;
+}
+
+bool ends_in_newline(int fd, off_t size)
+{
+    char last = '\n';
+    return size == 0 || (pread(fd, &last, 1, size - 1) == 1 && last == '\n');
+}
+
+bool sync_directory_of(char *path)
+{
+    const descriptor directory(open(dirname(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Some file systems have nothing to sync for a directory and say so by EINVAL.
+    return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
+}
+
+// "DIRECTORY/.NAME.uci-XXXXXX" for the file at an absolute path.
+text temporary_pattern(const char *path)
+{
+    const char *const name = strrchr(path, '/') + 1;
+    char *pattern = nullptr;
+    const int length = asprintf(&pattern, "%.*s.%s.uci-XXXXXX", static_cast<int>(name - path), path, name);
+    return text(length < 0 ? nullptr : pattern);
+}
+
+bool fill(int fd, mode_t mode, const char *data, size_t size)
+{
+    return fchmod(fd, mode) == 0 && write_whole(fd, data, size) && fsync(fd) == 0;
+}
+
+} // namespace
+
+int descriptor::release()
+{
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+}
+
+void descriptor::reset(int fd)
+{
+    if (fd_ >= 0)
+        close(fd_);
+    fd_ = fd;
+}
+
+bool descriptor::close_checked()
+{
+    return close(release()) == 0;
+}
+
+int open_locked(const char *path, locking lock, when_missing missing, mode_t mode, locked_file *out)
+{
+    for (;;) {
+        const int code = open_file(path, lock, missing, mode, out);
+        if (code != UCI_OK)
+            return code;
+        struct stat status;
+        if (fstat(out->file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+            return UCI_ERR_NOTFOUND;
+        if (!lock_file(out->file.get(), lock))
+            return UCI_ERR_IO;
+        if (is_named_by(out->file.get(), path))
+            return UCI_OK;
+    }
+}
+
+int read_file(int fd, bytes *out)
+{
+    off_t offset = 0;
+    return read_all(
+        [&](char *place, size_t room) {
+            ssize_t count;
+            do
+                count = pread(fd, place, room, offset);
+            while (count < 0 && errno == EINTR);
+            if (count > 0)
+                offset += count;
+            return count;
+        },
+        out);
+}
+
+int read_stream(FILE *stream, bytes *out)
+{
+    return read_all(
+        [&](char *place, size_t room) {
+            const size_t count = fread(place, 1, room, stream);
+            return count == 0 && ferror(stream) ? ssize_t{-1} : static_cast<ssize_t>(count);
+        },
+        out);
+}
+
+int append_whole(int fd, const char *data, size_t size)
+{
+    struct stat before;
+    if (fstat(fd, &before) != 0)
+        return UCI_ERR_IO;
+    const bool separated = ends_in_newline(fd, before.st_size) || write_whole(fd, "\n", 1);
+    if (separated && write_whole(fd, data, size))
+        return UCI_OK;
+    (void)!ftruncate(fd, before.st_size); // the write has failed already, and that is what the caller hears
+    return UCI_ERR_IO;
+}
+
+int replace_file(const char *path, mode_t mode, const char *data, size_t size)
+{
+    const text target(realpath(path, nullptr));
+    if (!target)
+        return code_of_errno() == UCI_ERR_MEM ? UCI_ERR_MEM : UCI_ERR_IO;
+    const text temporary = temporary_pattern(target.get());
+    if (!temporary)
+        return UCI_ERR_MEM;
+    descriptor file(mkostemp(temporary.get(), O_CLOEXEC));
+    if (!file)
+        return UCI_ERR_IO;
+    const bool filled = fill(file.get(), mode, data, size);
+    const bool closed = file.close_checked();
+    if (!filled || !closed || rename(temporary.get(), target.get()) != 0) {
+        unlink(temporary.get());
+        return UCI_ERR_IO;
+    }
+    return sync_directory_of(target.get()) ? UCI_OK : UCI_ERR_IO;
+}
+
+mode_t mode_of(const char *path, mode_t fallback)
+{
+    struct stat status;
+    return path && stat(path, &status) == 0 ? status.st_mode & permission_bits : fallback;
+}
+
+} // namespace uci

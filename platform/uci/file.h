@@ -1,0 +1,67 @@
+// The files behind packages: locking, reading, appending and replacing them whole.
+#ifndef UCI_FILE_H
+#define UCI_FILE_H
+
+#include <cstdio>
+
+#include <sys/types.h>
+
+#include "memory.h"
+
+namespace uci {
+
+// Owns a file descriptor; closing it releases its lock.
+class descriptor {
+public:
+    descriptor() = default;
+    explicit descriptor(int fd) : fd_(fd) {}
+    descriptor(descriptor &&other) : fd_(other.release()) {}
+    descriptor &operator=(descriptor &&other)
+    {
+        reset(other.release());
+        return *this;
+    }
+    ~descriptor() { reset(-1); }
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    int release();
+    void reset(int fd);
+    // Closes; false if that reports an error of earlier writes.
+    bool close_checked();
+
+private:
+    int fd_ = -1;
+};
+
+enum class locking { shared, exclusive };
+enum class when_missing { fail, create };
+
+struct locked_file {
+    descriptor file;
+    bool created = false;
+};
+
+// Opens a regular file, for writing too if the lock is exclusive, and locks it. The path still names the
+// locked file when this returns: files are replaced by renames, and a lock on the one replaced would guard
+// nothing. UCI_ERR_NOTFOUND: missing or not regular; UCI_ERR_IO: cannot be opened or locked.
+int open_locked(const char *path, locking lock, when_missing missing, mode_t mode, locked_file *out);
+
+// Read to the end. UCI_ERR_IO or UCI_ERR_MEM.
+int read_file(int fd, bytes *out);
+int read_stream(FILE *stream, bytes *out);
+
+// Appends to an open file, all of the text or nothing, on a line of its own.
+int append_whole(int fd, const char *data, size_t size);
+
+// Puts a new file in place of the one at path, or of the one a link there points to. At any moment the path
+// names the old contents or the new ones, complete, and on success the new ones are on the disk. The old file
+// must exist.
+int replace_file(const char *path, mode_t mode, const char *data, size_t size);
+
+// The permission bits of a file, or fallback when it cannot be told.
+mode_t mode_of(const char *path, mode_t fallback);
+
+} // namespace uci
+
+#endif

@@ -1,0 +1,39 @@
+// From names to elements.
+#ifndef UCI_LOOKUP_H
+#define UCI_LOOKUP_H
+
+#include "model.h"
+
+namespace uci {
+
+// Splits "PACKAGE[.SECTION[.OPTION]][=VALUE]" in place. UCI_ERR_PARSE: malformed, and ptr is all zero.
+int parse_tuple(uci_ptr *ptr, char *tuple);
+
+// Fills s, o and last from the names, as far as they are in ptr->p, and sets the flags. UCI_ERR_INVAL: the
+// section is a malformed reference.
+int resolve_in_package(uci_ptr *ptr);
+
+// The same after finding or loading the package.
+int resolve(context *ctx, uci_ptr *ptr);
+
+// Whether everything that ptr names is there.
+bool is_complete(const uci_ptr *ptr);
+
+// The body of an interface function that acts on a ptr, which is resolved unless the caller did that before.
+template <typename Action> int run_on_resolved(uci_context *ctx, uci_ptr *ptr, Action action)
+{
+    return run_call(ctx, [&](context *full_ctx) -> int {
+        if (!ptr)
+            return UCI_ERR_INVAL;
+        if (!(ptr->flags & uci_ptr::UCI_LOOKUP_DONE)) {
+            const int code = resolve(full_ctx, ptr);
+            if (code != UCI_OK)
+                return code;
+        }
+        return ptr->p ? action(ptr) : static_cast<int>(UCI_ERR_INVAL);
+    });
+}
+
+} // namespace uci
+
+#endif

@@ -1,0 +1,368 @@
+// Builds, changes and frees the configuration in memory, and keeps the index of names in step with it.
+#include "model.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "memory.h"
+
+namespace uci {
+namespace {
+
+// Zeroed memory for one node with its name and lists' links in order, or null.
+template <typename Node> Node *new_node(uci_type type, const char *name)
+{
+    auto *const node = static_cast<Node *>(calloc(1, sizeof(Node)));
+    if (!node)
+        return nullptr;
+    uci_element &e = node->e;
+    list_init(&e.list);
+    e.type = type;
+    e.name = name ? strdup(name) : nullptr;
+    if (name && !e.name) {
+        free(node);
+        return nullptr;
+    }
+    return node;
+}
+
+package *package_of(const uci_section *s)
+{
+    return full(s->package);
+}
+
+void stop_indexing(package *p)
+{
+    p->unindexed = true;
+    p->index.clear();
+}
+
+// Names an element of a list to the index. A second element of one name ends the indexing of the package:
+// which one comes first would have to be tracked through moves and renames, and it does not occur in
+// practice.
+void index_element(package *p, const uci_list *list, uci_element *element)
+{
+    if (!p->unindexed && p->index.insert(list, element) != element_index::outcome::added)
+        stop_indexing(p);
+}
+
+void unindex_element(package *p, const uci_list *list, const uci_element *element)
+{
+    if (!p->unindexed)
+        p->index.erase(list, element);
+}
+
+uci_element *find_child(const package *p, const uci_list *list, const char *name)
+{
+    return p->unindexed ? find_element(list, name) : p->index.find(list, name);
+}
+
+// Low 16 bits of a hash of the type, the second half of a generated name.
+unsigned type_hash(const char *type)
+{
+    uint32_t hash = 5381;
+    for (; *type; type++)
+        hash = hash * 33 + static_cast<unsigned char>(*type);
+    return hash & 0xffff;
+}
+
+bool replace_text(char **place, const char *value)
+{
+    char *const copy = strdup(value);
+    if (!copy)
+        return false;
+    free(*place);
+    *place = copy;
+    return true;
+}
+
+bool rename_element(package *p, const uci_list *list, uci_element *element, const char *name)
+{
+    text copy = copy_text(name);
+    if (!copy)
+        return false;
+    unindex_element(p, list, element);
+    free(element->name);
+    element->name = copy.release();
+    index_element(p, list, element);
+    return true;
+}
+
+void free_option_value(uci_option *o)
+{
+    if (o->type == UCI_TYPE_LIST)
+        free_elements(&o->v.list);
+    else
+        free(o->v.string);
+}
+
+// An option of the section that has no value yet: an empty list.
+uci_option *append_option(uci_section *s, const char *name)
+{
+    auto *const o = new_node<uci_option>(UCI_TYPE_OPTION, name);
+    if (!o)
+        return nullptr;
+    o->section = s;
+    o->type = UCI_TYPE_LIST;
+    list_init(&o->v.list);
+    list_append(&s->options, &o->e.list);
+    index_element(package_of(s), &s->options, &o->e);
+    return o;
+}
+
+bool make_list(uci_option *o)
+{
+    if (o->type == UCI_TYPE_LIST)
+        return true;
+    uci_list values;
+    list_init(&values);
+    uci_element *const first = append_element(&values, UCI_TYPE_ITEM, o->v.string);
+    if (!first)
+        return false;
+    list_remove(&first->list);
+    free(o->v.string);
+    o->type = UCI_TYPE_LIST;
+    list_init(&o->v.list);
+    list_append(&o->v.list, &first->list);
+    return true;
+}
+
+} // namespace
+
+void list_init(uci_list *head)
+{
+    head->next = head->prev = head;
+}
+
+void list_append(uci_list *head, uci_list *link)
+{
+    link->prev = head->prev;
+    link->next = head;
+    head->prev->next = link;
+    head->prev = link;
+}
+
+void list_remove(uci_list *link)
+{
+    link->prev->next = link->next;
+    link->next->prev = link->prev;
+    list_init(link);
+}
+
+uci_element *append_element(uci_list *head, uci_type type, const char *name)
+{
+    struct bare_node {
+        uci_element e;
+    };
+    bare_node *const node = new_node<bare_node>(type, name);
+    if (!node)
+        return nullptr;
+    list_append(head, &node->e.list);
+    return &node->e;
+}
+
+void free_elements(uci_list *head)
+{
+    while (!uci_list_empty(head))
+        remove_value(list_to_element(head->next));
+}
+
+uci_element *find_element(const uci_list *head, const char *name)
+{
+    for (uci_list *link = head->next; link != head; link = link->next) {
+        uci_element *const e = list_to_element(link);
+        if (strcmp(e->name, name) == 0)
+            return e;
+    }
+    return nullptr;
+}
+
+package *new_package(context *ctx, const char *name)
+{
+    auto *const p = new_node<package>(UCI_TYPE_PACKAGE, name);
+    if (!p)
+        return nullptr;
+    p->ctx = ctx;
+    list_init(&p->sections);
+    list_init(&p->delta);
+    list_init(&p->saved_delta);
+    return p;
+}
+
+void free_package(package *p)
+{
+    list_remove(&p->e.list);
+    stop_indexing(p);
+    while (!uci_list_empty(&p->sections))
+        remove_section(uci_to_section(list_to_element(p->sections.next)));
+    free_changes(&p->delta);
+    free_changes(&p->saved_delta);
+    free(p->path);
+    free(p->e.name);
+    free(p);
+}
+
+uci_section *find_section(package *p, const char *name)
+{
+    uci_element *const e = find_child(p, &p->sections, name);
+    return e ? uci_to_section(e) : nullptr;
+}
+
+uci_option *find_option(uci_section *s, const char *name)
+{
+    uci_element *const e = find_child(package_of(s), &s->options, name);
+    return e ? uci_to_option(e) : nullptr;
+}
+
+uci_section *append_section(package *p, const char *type, const char *name, naming kind)
+{
+    char generated[sizeof("cfg") + 16 + 4]; // 16: the greatest count in hexadecimal; 4: the type's hash
+    if (!name) {
+        snprintf(generated, sizeof(generated), "cfg%02zx%04x", p->created + 1, type_hash(type));
+        name = generated;
+    }
+    auto *const s = new_node<uci_section>(UCI_TYPE_SECTION, name);
+    if (!s)
+        return nullptr;
+    s->package = p;
+    s->anonymous = kind == naming::anonymous;
+    s->type = strdup(type);
+    list_init(&s->options);
+    if (!s->type) {
+        free(s->e.name);
+        free(s);
+        return nullptr;
+    }
+    p->created++;
+    list_append(&p->sections, &s->e.list);
+    index_element(p, &p->sections, &s->e);
+    return s;
+}
+
+void remove_section(uci_section *s)
+{
+    while (!uci_list_empty(&s->options))
+        remove_option(uci_to_option(list_to_element(s->options.next)));
+    unindex_element(package_of(s), &s->package->sections, &s->e);
+    list_remove(&s->e.list);
+    free(s->type);
+    free(s->e.name);
+    free(s);
+}
+
+bool move_section(uci_section *s, long position)
+{
+    uci_list *const head = &s->package->sections;
+    uci_list *const old_next = s->e.list.next;
+    list_remove(&s->e.list);
+    uci_list *next = head->next;
+    for (; position > 0 && next != head; position--)
+        next = next->next;
+    list_append(next, &s->e.list); // "at the end" of the circle that begins at next is right before next
+    return next != old_next;
+}
+
+bool set_section_type(uci_section *s, const char *type)
+{
+    return replace_text(&s->type, type);
+}
+
+bool rename_section(uci_section *s, const char *name)
+{
+    if (!rename_element(package_of(s), &s->package->sections, &s->e, name))
+        return false;
+    s->anonymous = false;
+    return true;
+}
+
+bool set_string(uci_section *s, const char *name, const char *value)
+{
+    text copy = copy_text(value);
+    if (!copy)
+        return false;
+    uci_option *o = find_option(s, name);
+    if (!o)
+        o = append_option(s, name);
+    if (!o)
+        return false;
+    free_option_value(o);
+    o->type = UCI_TYPE_STRING;
+    o->v.string = copy.release();
+    return true;
+}
+
+bool append_value(uci_section *s, const char *name, const char *value)
+{
+    uci_option *const existing = find_option(s, name);
+    uci_option *const o = existing ? existing : append_option(s, name);
+    if (!o || !make_list(o))
+        return false;
+    if (append_element(&o->v.list, UCI_TYPE_ITEM, value))
+        return true;
+    if (!existing)
+        remove_option(o);
+    return false;
+}
+
+bool rename_option(uci_option *o, const char *name)
+{
+    return rename_element(package_of(o->section), &o->section->options, &o->e, name);
+}
+
+void remove_option(uci_option *o)
+{
+    unindex_element(package_of(o->section), &o->section->options, &o->e);
+    list_remove(&o->e.list);
+    free_option_value(o);
+    free(o->e.name);
+    free(o);
+}
+
+void remove_equal_values(uci_option *o, const char *value)
+{
+    uci_element *item, *following;
+    uci_foreach_element_safe(&o->v.list, following, item)
+    {
+        if (strcmp(item->name, value) == 0)
+            remove_value(item);
+    }
+}
+
+void remove_value(uci_element *item)
+{
+    list_remove(&item->list);
+    free(item->name);
+    free(item);
+}
+
+bool append_change(uci_list *head, const change &what)
+{
+    text section = copy_text(what.section);
+    text value = what.value ? copy_text(what.value) : nullptr;
+    if (!section || (what.value && !value))
+        return false;
+    auto *const delta = new_node<uci_delta>(UCI_TYPE_DELTA, what.option);
+    if (!delta)
+        return false;
+    delta->cmd = what.command;
+    delta->section = section.release();
+    delta->value = value.release();
+    list_append(head, &delta->e.list);
+    return true;
+}
+
+void free_changes(uci_list *head)
+{
+    while (!uci_list_empty(head)) {
+        uci_delta *const delta = uci_to_delta(list_to_element(head->next));
+        list_remove(&delta->e.list);
+        free(delta->section);
+        free(delta->value);
+        free(delta->e.name);
+        free(delta);
+    }
+}
+
+} // namespace uci

@@ -1,0 +1,15 @@
+// Putting changes on disk: delta files and configuration files.
+#ifndef UCI_STORE_H
+#define UCI_STORE_H
+
+#include "model.h"
+
+namespace uci {
+
+// What uci_save and uci_commit do.
+int save(package *p);
+int commit(context *ctx, uci_package **p, bool overwrite);
+
+} // namespace uci
+
+#endif

@@ -1,0 +1,205 @@
+// The word rules: quotes, escapes, comments, and the lines they join.
+#include "words.h"
+
+#include <cstring>
+
+namespace uci {
+namespace {
+
+// A value could not hold it: the interface hands values out as C strings.
+constexpr char nul_byte[] = "NUL byte";
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+} // namespace
+
+char word_reader::take()
+{
+    const char c = data_[pos_++];
+    if (c == '\n')
+        newlines_++;
+    return c;
+}
+
+void word_reader::skip_blanks()
+{
+    while (pos_ < size_ && is_blank(data_[pos_]))
+        pos_++;
+}
+
+void word_reader::skip_line()
+{
+    if (end_ == word_end::newline)
+        return;
+    const void *const found = memchr(data_ + pos_, '\n', size_ - pos_);
+    if (found) {
+        pos_ = static_cast<size_t>(static_cast<const char *>(found) - data_) + 1;
+        newlines_++;
+        end_ = word_end::newline;
+    } else {
+        pos_ = size_;
+        end_ = word_end::data;
+    }
+}
+
+bool word_reader::next_line()
+{
+    skip_line();
+    while (pos_ < size_) {
+        line_start_ = pos_;
+        skip_blanks();
+        if (pos_ == size_)
+            break;
+        const char c = data_[pos_];
+        if (c == '\n') {
+            take();
+            continue;
+        }
+        end_ = word_end::gap;
+        if (c != '#')
+            return true;
+        skip_line();
+    }
+    return false;
+}
+
+std::string_view word_reader::keyword()
+{
+    const size_t start = pos_;
+    end_ = word_end::gap;
+    while (pos_ < size_ && data_[pos_] != ' ' && data_[pos_] != '\t') {
+        if (data_[pos_] == '\n') {
+            take();
+            end_ = word_end::newline;
+            break;
+        }
+        pos_++;
+    }
+    return {data_ + start, pos_ - start};
+}
+
+const char *word_reader::next_word(char **word)
+{
+    *word = nullptr;
+    if (end_ != word_end::gap)
+        return nullptr;
+    skip_blanks();
+    if (pos_ == size_) {
+        end_ = word_end::data;
+        return nullptr;
+    }
+    switch (data_[pos_]) {
+    case '\n':
+        end_ = word_end::newline;
+        break;
+    case '#':
+        end_ = word_end::dropped;
+        break;
+    case ';':
+        end_ = word_end::command;
+        break;
+    default: {
+        char *const start = data_ + pos_;
+        char *out = start;
+        const char *const reason = decode(out);
+        if (reason)
+            return reason;
+        *out = '\0'; // at or before the byte that ended the word, which has been read
+        *word = start;
+        return nullptr;
+    }
+    }
+    take();
+    return nullptr;
+}
+
+// Decodes pieces up to the end of the word, and takes the byte that ended it.
+const char *word_reader::decode(char *&out)
+{
+    piece latest = piece::none;
+    while (pos_ < size_) {
+        const char c = take();
+        const char *reason = nullptr;
+        if (c == '\'' || c == '"') {
+            reason = decode_quoted(c, out);
+            latest = piece::quoted;
+        } else if (c == '\n') {
+            end_ = word_end::newline;
+            return nullptr;
+        } else if (is_blank(c)) {
+            end_ = word_end::gap;
+            return nullptr;
+        } else if (c == '#' || c == ';') {
+            end_ = c == ';' && latest == piece::quoted ? word_end::command : word_end::dropped;
+            return nullptr;
+        } else if (c == '\\') {
+            reason = decode_escape(out);
+            latest = piece::plain;
+        } else if (c == '\0') {
+            reason = nul_byte;
+        } else {
+            *out++ = c;
+            latest = piece::plain;
+        }
+        if (reason)
+            return reason;
+    }
+    end_ = word_end::data;
+    return nullptr;
+}
+
+// A backslash outside quotes: the byte behind it counts as itself, and a line end behind it counts for
+// nothing.
+const char *word_reader::decode_escape(char *&out)
+{
+    if (pos_ == size_)
+        return nullptr;
+    if (data_[pos_] == '\r' && pos_ + 1 < size_ && data_[pos_ + 1] == '\n')
+        pos_++;
+    const char c = take();
+    if (c == '\0')
+        return nul_byte;
+    if (c != '\n')
+        *out++ = c;
+    return nullptr;
+}
+
+const char *word_reader::decode_quoted(char quote, char *&out)
+{
+    while (pos_ < size_) {
+        char c = take();
+        if (c == quote)
+            return nullptr;
+        if (c == '\\' && quote == '"' && pos_ < size_) {
+            c = take();
+            if (c == '\n')
+                continue;
+        }
+        if (c == '\0')
+            return nul_byte;
+        *out++ = c;
+    }
+    end_ = word_end::data;
+    return quote == '"' ? "EOF with unterminated \"" : "EOF with unterminated '";
+}
+
+size_t word_reader::lines_read() const
+{
+    if (end_ == word_end::newline)
+        return newlines_;
+    return newlines_ + (memchr(data_ + pos_, '\n', size_ - pos_) ? 1 : 0);
+}
+
+size_t word_reader::physical_line_end() const
+{
+    if (end_ == word_end::newline)
+        return offset();
+    const void *const found = memchr(data_ + pos_, '\n', size_ - pos_);
+    const char *const end = found ? static_cast<const char *>(found) + 1 : data_ + size_;
+    return static_cast<size_t>(end - data_) - line_start_;
+}
+
+} // namespace uci
