@@ -1,0 +1,144 @@
+#include "replace_file.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+file_state state_from(const struct stat &info)
+{
+    return {info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
+}
+
+bool same_time(const timespec &one, const timespec &other)
+{
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+bool is_still(const char *path, int descriptor)
+{
+    struct stat opened, named;
+    return fstat(descriptor, &opened) == 0 && stat(path, &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+bool write_all(int descriptor, const char *content, size_t size)
+{
+    while (size > 0) {
+        const ssize_t count = write(descriptor, content, size);
+        if (count <= 0)
+            return false;
+        content += count;
+        size -= static_cast<size_t>(count);
+    }
+    return true;
+}
+
+bool sync_directory(const char *path)
+{
+    const int directory = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory < 0)
+        return false;
+    const bool synced = fsync(directory) == 0;
+    (void)close(directory);
+    return synced;
+}
+
+// Fills a file that mkstemp made and makes it look like the one it is to replace.
+bool fill(int descriptor, const locked_file &present, const char *content, size_t size)
+{
+    struct stat info;
+    if (fstat(present.descriptor(), &info) != 0)
+        return false;
+    (void)fchown(descriptor, info.st_uid,
+                 info.st_gid); // only root may; the mode is what counts for the others
+    return write_all(descriptor, content, size) && fchmod(descriptor, info.st_mode & 07777) == 0 &&
+           fsync(descriptor) == 0;
+}
+
+} // namespace
+
+file_state state_of(const char *path)
+{
+    struct stat info;
+    if (stat(path, &info) != 0)
+        return {};
+    return state_from(info);
+}
+
+bool same_state(const file_state &one, const file_state &other)
+{
+    return one.device == other.device && one.inode == other.inode && one.size == other.size &&
+           same_time(one.modified, other.modified) && same_time(one.changed, other.changed);
+}
+
+locked_file::locked_file(const char *path, int flags) : descriptor_(-1)
+{
+    for (;;) {
+        descriptor_ = open(path, flags | O_CLOEXEC);
+        if (descriptor_ < 0)
+            return;
+        if (flock(descriptor_, LOCK_EX) == 0 && is_still(path, descriptor_))
+            return;
+        (void)close(descriptor_);
+        descriptor_ = -1;
+    }
+}
+
+locked_file::~locked_file()
+{
+    if (descriptor_ >= 0)
+        (void)close(descriptor_);
+}
+
+file_state locked_file::state() const
+{
+    struct stat info;
+    if (descriptor_ < 0 || fstat(descriptor_, &info) != 0)
+        return {};
+    return state_from(info);
+}
+
+bool replace_content(const char *path, const locked_file &present, const char *content, size_t size)
+{
+    char target[PATH_MAX];
+    if (!realpath(path, target))
+        return false;
+    char *const name = strrchr(target, '/');
+    char temporary[PATH_MAX + 16];
+    (void)snprintf(temporary, sizeof(temporary), "%.*s/.%s.uci-XXXXXX", static_cast<int>(name - target),
+                   target, name + 1);
+    const int descriptor = mkstemp(temporary);
+    if (descriptor < 0)
+        return false;
+    const bool filled = fill(descriptor, present, content, size);
+    const bool closed = close(descriptor) == 0;
+    if (!filled || !closed || rename(temporary, target) != 0) {
+        (void)unlink(temporary);
+        return false;
+    }
+    *(name == target ? name + 1 : name) = '\0';
+    return sync_directory(target);
+}
+
+bool has_content(const locked_file &present, const char *content, size_t size)
+{
+    struct stat info;
+    if (fstat(present.descriptor(), &info) != 0 || static_cast<size_t>(info.st_size) != size)
+        return false;
+    char block[4096];
+    size_t offset = 0;
+    while (offset < size) {
+        const ssize_t count = pread(present.descriptor(), block, sizeof(block), static_cast<off_t>(offset));
+        if (count <= 0 || static_cast<size_t>(count) > size - offset ||
+            memcmp(block, content + offset, static_cast<size_t>(count)) != 0)
+            return false;
+        offset += static_cast<size_t>(count);
+    }
+    return true;
+}
