@@ -1,5 +1,5 @@
-// The bus library's headers, in the one order that works from C++: libubus.h declares C linkage for itself and for what
-// it includes, the libubox headers alone do not.
+// The bus library's headers, in the one order that works from C++: libubus.h declares C linkage for itself
+// and for what it includes, the libubox headers alone do not.
 #pragma once
 
 #include <libubus.h>

@@ -7,6 +7,7 @@
 namespace {
 
 constinit mutex libuci_mutex;
+constinit thread_local unsigned hold_depth = 0;
 
 void append(text_ref target, size_t &length, std::string_view piece)
 {
@@ -19,15 +20,27 @@ void append(text_ref target, size_t &length, std::string_view piece)
 
 } // namespace
 
+config_hold::config_hold()
+{
+    if (hold_depth++ == 0)
+        pthread_mutex_lock(&libuci_mutex.handle);
+}
+
+config_hold::~config_hold()
+{
+    if (--hold_depth == 0)
+        pthread_mutex_unlock(&libuci_mutex.handle);
+}
+
 int config_get(const char *config, const char *section, const char *option, text_ref value_out)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_get(config, section, option, value_out.data, value_out.size);
 }
 
 int config_set(const char *config, const char *section, const char *option, const char *value)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_set(config, section, option, value);
 }
 
@@ -40,19 +53,19 @@ int config_set_number(const char *config, const char *section, const char *optio
 
 int config_add_list(const char *config, const char *section, const char *option, const char *value)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_add_list(config, section, option, value);
 }
 
 int config_del_list(const char *config, const char *section, const char *option, const char *value)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_del_list(config, section, option, value);
 }
 
 int config_total_list(const char *config, const char *section, const char *option)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     int count = 0;
     (void)mxuci_total_list(config, section, option, &count);
     return count;
@@ -60,25 +73,25 @@ int config_total_list(const char *config, const char *section, const char *optio
 
 int config_add_section(const char *config, const char *type, text_ref name_out)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_add_section(config, type, name_out.data);
 }
 
 int config_del_section(const char *config, const char *section)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_del_section(config, section);
 }
 
 int config_delete(const char *config, const char *section, const char *option)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     return mxuci_delete(config, section, option);
 }
 
 uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr)
 {
-    const scoped_lock lock(libuci_mutex);
+    const config_hold hold;
     context_ = uci_alloc_context();
     if (context_ && uci_load(context_, config, &package_) != UCI_OK)
         package_ = nullptr;

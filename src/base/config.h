@@ -1,13 +1,22 @@
 // The configuration, for reading and writing: mxuci's calls and whole loaded packages.
 //
-// libuci's parser keeps static state, and a deferred modification may work on the configuration while the bus thread
-// answers a query. So every load and every mxuci call of this process passes one lock, which is in here and nowhere
-// else held.
+// libuci's parser keeps static state, and a deferred modification may work on the configuration while the bus
+// thread answers a query. So every load and every mxuci call of this process passes one lock.
 #pragma once
 
 #include "base/text.h"
 
 #include <uci.h>
+
+// Keeps the other threads of this process from reading and writing the configuration for its own lifetime, so
+// that what was read (a generated section name, say) stays true. May be nested.
+class config_hold {
+public:
+    config_hold();
+    ~config_hold();
+    config_hold(const config_hold &) = delete;
+    config_hold &operator=(const config_hold &) = delete;
+};
 
 // mxuci's calls by (configuration, section, option); all return 0 on success. Any thread.
 int config_get(const char *config, const char *section, const char *option, text_ref value_out);
@@ -22,7 +31,8 @@ int config_add_section(const char *config, const char *type, text_ref name_out);
 int config_del_section(const char *config, const char *section);
 int config_delete(const char *config, const char *section, const char *option);
 
-// One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it does.
+// One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it
+// does.
 class uci_loaded {
 public:
     explicit uci_loaded(const char *config);

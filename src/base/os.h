@@ -3,14 +3,12 @@
 
 #include "base/text.h"
 
-#include <span>
-
-// Runs a shell command and waits for it. Stop signals act meanwhile. Callers look at what the command was to achieve,
-// not at its exit status.
+// Runs a shell command and waits for it. Stop signals act meanwhile. Callers look at what the command was to
+// achieve, not at its exit status.
 void run_command(const char *command);
 
-// Runs a shell command and takes at most output_size - 1 bytes of what it prints, from its start, with a terminator
-// behind them. Returns false when the command could not be started; output is then empty text.
+// Runs a shell command and takes at most output_size - 1 bytes of what it prints, from its start, with a
+// terminator behind them. Returns false when the command could not be started; output is then empty text.
 bool read_command(const char *command, text_ref output);
 
 bool file_exists(const char *path);
@@ -18,15 +16,15 @@ bool file_exists(const char *path);
 // Removes a file; false when that failed.
 bool remove_file(const char *path);
 
-// Reads at most content.size - 1 bytes of a regular file and terminates them. Returns the number of bytes, or -1 when
-// the file cannot be opened or read.
+// Reads at most content.size - 1 bytes of a regular file and terminates them. Returns the number of bytes, or
+// -1 when the file cannot be opened or read.
 long read_file(const char *path, text_ref content);
 
 void sleep_seconds(unsigned seconds);
 
-// An executable script that appears under its path whole or not at all: it is written beside it under a hidden name,
-// synced and renamed by commit(). Missing directories are made. Without a successful commit() nothing is left behind and
-// an older script stays as it was.
+// An executable script that appears under its path whole or not at all: it is written beside it under a
+// hidden name, synced and renamed by commit(). Missing directories are made. Without a successful commit()
+// nothing is left behind and an older script stays as it was.
 class script_file {
 public:
     explicit script_file(const char *path);

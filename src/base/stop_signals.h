@@ -1,8 +1,8 @@
 // Keeps the stop signals away from code that must not be cut short.
 //
-// The stop handler logs and exits. Were it to run while its own thread is inside the allocator or the system log, it
-// could wait for a lock that this very thread holds. So request handlers and workers run with the stop signals blocked,
-// and let them in where the thread only waits for a child.
+// The stop handler logs and exits. Were it to run while its own thread is inside the allocator or the system
+// log, it could wait for a lock that this very thread holds. So request handlers and workers run with the
+// stop signals blocked, and let them in where the thread only waits for a child.
 #pragma once
 
 #include <csignal>

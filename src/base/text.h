@@ -12,7 +12,8 @@ struct text_ref {
     template <size_t N> constexpr text_ref(char (&array)[N]) : data(array), size(N) {}
     constexpr text_ref(char *array, size_t array_size) : data(array), size(array_size) {}
 
-    // As strncpy: a short value is padded with NULs; a value of `size` bytes or more fills the array unterminated.
+    // As strncpy: a short value is padded with NULs; a value of `size` bytes or more fills the array
+    // unterminated.
     void set(const char *value) const;
     void set(std::string_view value) const;
     // As snprintf: always terminated, cut at size - 1. Returns whether the whole text fitted.
@@ -42,6 +43,6 @@ template <size_t N> struct c_text {
     operator const char *() const { return data; }
 };
 
-// The leading decimal number of a text, as atoi reads it: blanks and a sign before it, anything behind it ignored, 0
-// when there is none; a value beyond an int keeps its low bits.
+// The leading decimal number of a text, as atoi reads it: blanks and a sign before it, anything behind it
+// ignored, 0 when there is none; a value beyond an int keeps its low bits.
 int text_number(const char *text);
