@@ -1,8 +1,10 @@
 #include "service/board.h"
 
+#include "base/json_guard.h"
 #include "base/log.h"
 #include "base/os.h"
-#include "base/json_guard.h"
+
+#include <cstdint>
 
 constinit int lan_num = 0;
 constinit int lan_phy_num = 0;
@@ -21,6 +23,17 @@ constexpr struct {
     {"wlan_5g", &wlan_5g_num},
 };
 
+// No board has that many ports; a count beyond it would have the daemon write as many list entries per WAN.
+constexpr int most_ports_of_a_kind = 255;
+
+int plausible(const char *kind, int count)
+{
+    if (count <= most_ports_of_a_kind)
+        return count;
+    log_error("Board describes %d ports of kind %s, taken as %d", count, kind, most_ports_of_a_kind);
+    return most_ports_of_a_kind;
+}
+
 } // namespace
 
 void nemtra_init_lan_num()
@@ -37,10 +50,11 @@ void nemtra_init_lan_num()
     }
     for (const auto &kind : port_kinds)
         if (json_object *const ports = json_member(json_member(board.root(), kind.object), "numOfPorts"))
-            *kind.count = json_object_get_int(ports);
+            *kind.count = plausible(kind.object, json_object_get_int(ports));
 }
 
 int board_port_count()
 {
-    return lan_num + lan_phy_num + wlan_2g_num + wlan_5g_num;
+    const int64_t sum = int64_t{lan_num} + lan_phy_num + wlan_2g_num + wlan_5g_num;
+    return sum > 0 ? static_cast<int>(sum) : 0;
 }

@@ -1,21 +1,24 @@
 #include "service/policies.h"
 
+#include <algorithm>
 #include <iterator>
 
-#define NUMBER(member, low, high, display)                                                                       \
-    arg_rule                                                                                                     \
-    {                                                                                                            \
-        WAN_FIELD(member), BLOBMSG_TYPE_INT32, low, high, display                                                \
+#include "base/log.h"
+
+#define NUMBER(member, low, high, display)                                                                   \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT32, low, high, display                                            \
     }
-#define FLAG(member, display)                                                                                    \
-    arg_rule                                                                                                     \
-    {                                                                                                            \
-        WAN_FIELD(member), BLOBMSG_TYPE_INT8, 0, 1, display                                                      \
+#define FLAG(member, display)                                                                                \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT8, 0, 1, display                                                  \
     }
-#define TEXT(member, display)                                                                                    \
-    arg_rule                                                                                                     \
-    {                                                                                                            \
-        WAN_FIELD(member), BLOBMSG_TYPE_STRING, 0, 0, display                                                    \
+#define TEXT(member, display)                                                                                \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_STRING, 0, 0, display                                                \
     }
 
 // clang-format off
@@ -61,12 +64,19 @@ constexpr arg_rule arg_rules[record_arg_count] = {
 
 namespace {
 
-constexpr blobmsg_policy record_policy(size_t row)
+template <size_t count> consteval bus_policy<count> make_policy(const char *first)
 {
-    return {arg_rules[row].field.name, arg_rules[row].type};
+    bus_policy<count> policy = {};
+    policy.rows[0] = {first, BLOBMSG_TYPE_INT32};
+    for (size_t i = 0; i < record_arg_count; i++)
+        policy.rows[first_record_arg + i] = {arg_rules[i].field.name, arg_rules[i].type};
+    if constexpr (count > arg_wait)
+        policy.rows[arg_wait] = {"wait", BLOBMSG_TYPE_INT32};
+    return policy;
 }
 
-// Whether no row was left out at the table's end and each name shown fits the buffer that callers have for it.
+// Whether no row was left out at the table's end and each name shown fits the buffer that callers have for
+// it.
 consteval bool rules_are_whole()
 {
     for (const arg_rule &rule : arg_rules)
@@ -78,12 +88,22 @@ static_assert(rules_are_whole());
 
 } // namespace
 
-#define RECORD_ROWS_4(row) record_policy(row), record_policy(row + 1), record_policy(row + 2), record_policy(row + 3)
-#define RECORD_ROWS                                                                                              \
-    RECORD_ROWS_4(0), RECORD_ROWS_4(4), RECORD_ROWS_4(8), RECORD_ROWS_4(12), RECORD_ROWS_4(16), RECORD_ROWS_4(20), \
-        RECORD_ROWS_4(24), RECORD_ROWS_4(28)
+constexpr bus_policy<add_arg_count> add_policy = make_policy<add_arg_count>("notUsed");
+constexpr bus_policy<modify_arg_count> modify_policy = make_policy<modify_arg_count>("wanId");
+constexpr bus_policy<1> wan_id_policy = {{{"wanId", BLOBMSG_TYPE_INT32}}};
 
-constexpr blobmsg_policy add_policy[add_arg_count] = {{"notUsed", BLOBMSG_TYPE_INT32}, RECORD_ROWS};
-constexpr blobmsg_policy modify_policy[modify_arg_count] = {
-    {"wanId", BLOBMSG_TYPE_INT32}, RECORD_ROWS, {"wait", BLOBMSG_TYPE_INT32}};
-constexpr blobmsg_policy wan_id_policy[1] = {{"wanId", BLOBMSG_TYPE_INT32}};
+void parse_request(std::span<const blobmsg_policy> policy, blob_attr *message,
+                   std::span<blob_attr *> attributes_out)
+{
+    const size_t length = blob_len(message);
+    if (length == 0) { // the library calls that an error, but every method may be called without arguments
+        std::fill(attributes_out.begin(), attributes_out.end(), nullptr);
+        return;
+    }
+    const int result = blobmsg_parse(policy.data(), static_cast<int>(policy.size()), attributes_out.data(),
+                                     blob_data(message), static_cast<unsigned>(length));
+    if (result == 0)
+        return;
+    log_error("Malformed request, its arguments are ignored");
+    std::fill(attributes_out.begin(), attributes_out.end(), nullptr);
+}

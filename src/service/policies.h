@@ -1,6 +1,8 @@
-// The arguments of `add` and `modify`: one table from which the bus policies, the validation and the names shown to
-// clients are made.
+// The arguments of `add` and `modify`: one table from which the bus policies, the validation and the names
+// shown to clients are made.
 #pragma once
+
+#include <span>
 
 #include "base/bus_headers.h"
 #include "store/wan_fields.h"
@@ -8,9 +10,9 @@
 // One argument that is stored in the record. `field.name` is its name on the bus.
 struct arg_rule {
     wan_field field;
-    blobmsg_type type;   // INT32, INT8 (a boolean) or STRING
-    uint32_t low, high;  // accepted numbers, judged after the cut to the field's width; unused for texts, whose greatest
-                         // accepted length is the field's size less one
+    enum blobmsg_type type; // INT32, INT8 (a boolean) or STRING
+    uint32_t low, high;     // accepted numbers, judged after the cut to the field's width; unused for texts,
+                        // whose greatest accepted length is the field's size less one
     const char *display; // what a refusal calls it
 };
 
@@ -30,10 +32,20 @@ enum : size_t {
 inline constexpr size_t add_arg_count = arg_wait;
 inline constexpr size_t modify_arg_count = arg_wait + 1;
 
-extern const blobmsg_policy add_policy[add_arg_count];
-extern const blobmsg_policy modify_policy[modify_arg_count];
+// A policy as the bus library's macros want it: a real array, in `rows`.
+template <size_t count> struct bus_policy {
+    blobmsg_policy rows[count];
+};
+extern const bus_policy<add_arg_count> add_policy;
+extern const bus_policy<modify_arg_count> modify_policy;
 // The policy of `get` and `del`: wanId alone.
-extern const blobmsg_policy wan_id_policy[1];
+extern const bus_policy<1> wan_id_policy;
+
+// Takes a request apart: attributes_out[i] is the argument of policy entry i, null when it is missing or of
+// another type. A malformed request counts as one without arguments, so that no half of it is acted upon;
+// that is logged.
+void parse_request(std::span<const blobmsg_policy> policy, blob_attr *message,
+                   std::span<blob_attr *> attributes_out);
 
 // The longest display name and its terminator.
 inline constexpr size_t display_name_size = 18;

@@ -11,6 +11,11 @@ constinit blob_buf reply_buffer = {};
 
 bus_reply::bus_reply()
 {
+    restart();
+}
+
+void bus_reply::restart()
+{
     if (blob_buf_init(&reply_buffer, 0) != 0)
         log_error("Failed to allocate a reply");
 }
@@ -43,7 +48,7 @@ void bus_reply::send_result(ubus_context *bus, ubus_request_data *request, int s
     send(bus, request);
 }
 
-bool reply_add_number(const char *name, blobmsg_type type, uint32_t value)
+bool reply_add_number(const char *name, enum blobmsg_type type, uint32_t value)
 {
     if (!reply_buffer.head)
         return false;

@@ -6,8 +6,8 @@
 #include "base/bus_headers.h"
 #include "base/lock.h"
 
-// Serialises every change of the WANs: `add`, `del`, `delAll`, the immediate `modify` and the deferred workers. Taken
-// after the arguments are validated, released before the reply is sent, never taken twice.
+// Serialises every change of the WANs: `add`, `del`, `delAll`, the immediate `modify` and the deferred
+// workers. Taken after the arguments are validated, released before the reply is sent, never taken twice.
 extern mutex handler_mutex;
 
 // The buffer of all replies. Handlers run on the bus thread one at a time, so one is enough.
@@ -21,6 +21,8 @@ public:
     bus_reply(const bus_reply &) = delete;
     bus_reply &operator=(const bus_reply &) = delete;
 
+    // Drops what was added so far.
+    void restart();
     // Both log what fails.
     // Sends what handlers put into reply_buffer.
     void send(ubus_context *bus, ubus_request_data *request);
@@ -30,5 +32,5 @@ public:
 };
 
 // Adds one field to the reply buffer. Returns whether there was room.
-bool reply_add_number(const char *name, blobmsg_type type, uint32_t value);
+bool reply_add_number(const char *name, enum blobmsg_type type, uint32_t value);
 bool reply_add_text(const char *name, std::string_view value);

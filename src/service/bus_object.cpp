@@ -1,0 +1,45 @@
+#include "service/bus_object.h"
+
+#include "base/stop_signals.h"
+#include "create/add.h"
+#include "modify/management_device.h"
+#include "modify/modify.h"
+#include "remove/delete_all.h"
+#include "remove/delete_wan.h"
+#include "service/policies.h"
+#include "store/query.h"
+
+namespace {
+
+// Runs a handler with the stop signals out of its way.
+template <ubus_handler_t handler>
+int shielded(ubus_context *bus, ubus_object *object, ubus_request_data *request, const char *method,
+             blob_attr *message)
+{
+    const stop_signal_mask blocked(stop_signal_mask::block);
+    return handler(bus, object, request, method, message);
+}
+
+constinit ubus_method korvel_methods[] = {
+    UBUS_METHOD("add", shielded<wan_handle_add>, add_policy.rows),
+    UBUS_METHOD_NOARG("addDev", shielded<wan_handle_add_dev>),
+    UBUS_METHOD_NOARG("all", shielded<wan_handle_all>),
+    UBUS_METHOD("del", shielded<wan_handle_del>, wan_id_policy.rows),
+    UBUS_METHOD_NOARG("delAll", shielded<wan_handle_del_all>),
+    UBUS_METHOD("get", shielded<wan_handle_get>, wan_id_policy.rows),
+    UBUS_METHOD("modify", shielded<wan_handle_modify>, modify_policy.rows),
+};
+
+constinit ubus_object_type korvel_type = UBUS_OBJECT_TYPE("korvel", korvel_methods);
+constinit ubus_object korvel_object = {};
+
+} // namespace
+
+int bus_object_register(ubus_context *bus)
+{
+    korvel_object.name = "korvel";
+    korvel_object.type = &korvel_type;
+    korvel_object.methods = korvel_methods;
+    korvel_object.n_methods = ARRAY_SIZE(korvel_methods);
+    return ubus_add_object(bus, &korvel_object);
+}

@@ -1,0 +1,98 @@
+// The process: command line, start-up in order, event loop, stop.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/bus_headers.h"
+#include "base/log.h"
+#include "base/stop_signals.h"
+#include "modify/import.h"
+#include "rules/regenerate.h"
+#include "service/board.h"
+#include "service/bus_object.h"
+#include "service/settings.h"
+
+namespace {
+
+constexpr char usage_text[] =
+    "Usage: korvel [-dh]\n\nSystem WAN management utilities\n\n\t-d\tStart service in daemon mode";
+
+void handle_stop_signal(int number)
+{
+    if (number != SIGHUP && number != SIGINT && number != SIGTERM) {
+        log_warning("Receive unknown signal: %d", number);
+        return;
+    }
+    log_warning("Receive stop signal: %d", number);
+    exit(0);
+}
+
+// Without this an idle client of a bus daemon that went away would run on, deaf. The supervisor starts the
+// process anew.
+void handle_lost_bus(ubus_context *)
+{
+    uloop_end();
+}
+
+void install_stop_handler()
+{
+    for (const int number : {SIGHUP, SIGINT, SIGTERM})
+        (void)signal(number, handle_stop_signal);
+}
+
+// What is done before the bus is there, and so before anybody can ask for anything. Returns whether to go on.
+bool prepare()
+{
+    const stop_signal_mask blocked(stop_signal_mask::block);
+    if (settings_load() != 0)
+        return false;
+    nemtra_init_lan_num();
+    wan_regen_missing_rules();
+    wan_import_custom();
+    return true;
+}
+
+void serve()
+{
+    // popen() and system() wait for their own children; a loop that reaps them first would make those calls
+    // fail.
+    uloop_handle_sigchld = false;
+    (void)uloop_init();
+    ubus_context *const bus = ubus_connect(nullptr);
+    if (bus) {
+        bus->connection_lost = handle_lost_bus;
+        ubus_add_uloop(bus);
+        const int result = bus_object_register(bus);
+        if (result != UBUS_STATUS_OK)
+            log_error("Failed to register on the bus: %s", ubus_strerror(result));
+    }
+    (void)uloop_run_timeout(-1);
+    ubus_free(bus);
+    uloop_done();
+}
+
+int finish(int status)
+{
+    log_close();
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    log_open();
+    if (argc < 2 || strcmp(argv[1], "-h") == 0) {
+        (void)puts(usage_text);
+        return finish(0);
+    }
+    if (strcmp(argv[1], "-d") != 0)
+        return finish(0);
+
+    install_stop_handler();
+    if (!prepare())
+        return finish(1);
+    serve();
+    return finish(0);
+}
