@@ -40,7 +40,8 @@ void read_uptime(json_object *root, wan_config *record)
         record->uptime = static_cast<uint32_t>(json_object_get_int(uptime));
 }
 
-// Writes "address/length" of an address entry; an entry without a mask goes on with the length of the one before it.
+// Writes "address/length" of an address entry; an entry without a mask goes on with the length of the one
+// before it.
 void read_prefixed(json_object *entry, int &length, text_ref field)
 {
     if (json_object *const mask = json_member(entry, "mask"))

@@ -6,16 +6,18 @@
 // What wan_min_free_id() answers when the list cannot be read; as a signed number -1.
 inline constexpr uint32_t no_free_id = UINT32_MAX;
 
-// The first gap of the list, walked in stored order: the first k, from 1, at which the k-th entry is not k; the length
-// plus one when there is no gap. no_free_id when `network` cannot be loaded or the list is missing or a plain option.
+// The first gap of the list, walked in stored order: the first k, from 1, at which the k-th entry is not k;
+// the length plus one when there is no gap. no_free_id when `network` cannot be loaded or the list is missing
+// or a plain option.
 uint32_t wan_min_free_id();
 
-// Picks an identifier and appends it to the list. `requested` counts with its low 8 bits: 0 asks for a new identifier
-// (the first gap when `use_min_wan_id` is set, else the highest one so far plus one), any other value puts that
-// identifier on the list again. Returns the identifier. Lists and maxWanId change in the configuration and in memory;
-// duplicates are not looked for. Call with the handler mutex held, or before the bus is connected.
+// Picks an identifier and appends it to the list. `requested` counts with its low 8 bits: 0 asks for a new
+// identifier (the first gap when `use_min_wan_id` is set, else the highest one so far plus one), any other
+// value puts that identifier on the list again. Returns the identifier. Lists and maxWanId change in the
+// configuration and in memory; duplicates are not looked for. Call with the handler mutex held, or before the
+// bus is connected.
 uint32_t wan_id_alloc(uint32_t requested);
 
-// Commits an empty handle of the section's `port_binding`, which the library refuses: the configuration stays exactly as
-// it was.
+// Commits an empty handle of the section's `port_binding`, which the library refuses: the configuration stays
+// exactly as it was.
 void wan_port_binding_reset(const char *section);

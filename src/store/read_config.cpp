@@ -19,7 +19,8 @@ uci_section *wan_device_section(const uci_loaded &network, uint32_t wan_id)
         if (strcmp(section->type, "device") != 0)
             continue;
         const char *const link_name = network.plain(section, "lkname");
-        if (link_name && network.plain(section, "name") && strncmp(link_name, prefix.text, prefix_length) == 0)
+        if (link_name && network.plain(section, "name") &&
+            strncmp(link_name, prefix.text, prefix_length) == 0)
             return section;
     }
     return nullptr;
@@ -92,16 +93,6 @@ struct reading {
     int error;                 // the results of the reads that count, by bitwise OR
 };
 
-// Reads an option as a number, cut to the field. Leaves the field alone and returns the failure when it is missing.
-template <typename number> int read_number(const reading &state, uci_section *section, const char *option, number &value)
-{
-    char text[12] = {};
-    const int result = state.network.get(section, option, text);
-    if (result == 0)
-        value = static_cast<number>(text_number(text));
-    return result;
-}
-
 void read_priority(reading &state)
 {
     char mapping[6] = {};
@@ -112,17 +103,17 @@ void read_priority(reading &state)
 void read_device_section(reading &state)
 {
     wan_config *const record = state.record;
-    state.error |= read_number(state, state.device, "mtu", record->mtu);
-    state.error |= read_number(state, state.device, "wanMode", record->wanMode);
-    state.error |= read_number(state, state.device, "IpProtocolType", record->ipProtocol);
-    state.error |= read_number(state, state.device, "service_mode", record->service);
-    state.error |= read_number(state, state.device, "disableLanDhcp", record->disableLanDhcp);
+    state.error |= wan_read_number(state.network, state.device, "mtu", record->mtu);
+    state.error |= wan_read_number(state.network, state.device, "wanMode", record->wanMode);
+    state.error |= wan_read_number(state.network, state.device, "IpProtocolType", record->ipProtocol);
+    state.error |= wan_read_number(state.network, state.device, "service_mode", record->service);
+    state.error |= wan_read_number(state.network, state.device, "disableLanDhcp", record->disableLanDhcp);
     state.error |= state.network.get(state.device, "lkname", text_ref(record->wanName, 34));
     text_ref(record->device).set(state.network.plain(state.device, "name"));
     (void)wan_read_port_binding(state.network, state.device, record->bind);
-    if (read_number(state, state.device, "vid", record->vid) == 0) {
+    if (wan_read_number(state.network, state.device, "vid", record->vid) == 0) {
         record->vlanMode = 1;
-        (void)read_number(state, state.device, "mvid", record->mvid);
+        (void)wan_read_number(state.network, state.device, "mvid", record->mvid);
     }
     read_priority(state);
 }
@@ -144,7 +135,7 @@ void read_pppoe(reading &state)
     state.error |= state.network.get(state.interface, "password", record->pppPwd);
     if (!service_name_hidden())
         (void)state.network.get(state.interface, "service", record->pppServName);
-    (void)read_number(state, state.interface, "demand", record->pppDialMode);
+    (void)wan_read_number(state.network, state.interface, "demand", record->pppDialMode);
 }
 
 void read_address_mode(reading &state)
@@ -162,19 +153,20 @@ void read_address_mode(reading &state)
     }
 }
 
-// Servers come from the link unless `peerdns` says otherwise; where it is set at all, the configured ones are read too.
+// Servers come from the link unless `peerdns` says otherwise; where it is set at all, the configured ones are
+// read too.
 void read_dns_choice(reading &state, uci_section *interface, uint8_t &learnt)
 {
     learnt = 1;
-    if (read_number(state, interface, "peerdns", learnt) == 0)
+    if (wan_read_number(state.network, interface, "peerdns", learnt) == 0)
         wan_read_dns(state.network, interface, state.record);
 }
 
 void read_ipv4(reading &state)
 {
     wan_config *const record = state.record;
-    (void)read_number(state, state.interface, "iphostId", record->iphostId);
-    state.error |= read_number(state, state.interface, "napt", record->napt);
+    (void)wan_read_number(state.network, state.interface, "iphostId", record->iphostId);
+    state.error |= wan_read_number(state.network, state.interface, "napt", record->napt);
     if (record->ipMode != ip_mode_static)
         read_dns_choice(state, state.interface, record->autoDns);
 }
@@ -185,7 +177,7 @@ void read_ipv6(reading &state)
     uci_section *const interface = record->ipMode == ip_mode_dhcp ? state.interface_v6 : state.interface;
     read_dns_choice(state, interface, record->autoDnsV6);
     record->ipv6PrefixProxy = 1;
-    (void)read_number(state, interface, "delegate", record->ipv6PrefixProxy);
+    (void)wan_read_number(state.network, interface, "delegate", record->ipv6PrefixProxy);
     if (state.network.get(state.dslite, "peeraddr", record->ipv6AddrDsLite) == 0)
         record->ipv6DsLite = 1;
 }
@@ -234,4 +226,59 @@ int wan_read_config(wan_config *record)
 {
     const uci_loaded network("network");
     return wan_read_config(network, record);
+}
+
+namespace {
+
+// Replaces a field by an option of the interface, or empties it when there is none.
+template <size_t size>
+void restore(const uci_loaded &network, uci_section *interface, const char *option, char (&field)[size])
+{
+    text_ref(field).clear();
+    (void)network.get(interface, option, field);
+}
+
+// The link's state must not become configuration: while it is down there are no addresses to read, and while
+// it is up its routes need not be the configured gateway.
+void restore_static(const uci_loaded &network, uci_section *interface, wan_config *record)
+{
+    restore(network, interface, "ipaddr", record->ip);
+    restore(network, interface, "netmask", record->mask);
+    restore(network, interface, "gateway", record->gateway);
+    restore(network, interface, "ip6addr", record->ipv6Addr);
+    restore(network, interface, "ip6gw", record->ipv6Gateway);
+    restore(network, interface, "ip6prefix", record->ipv6Prefix);
+}
+
+void restore_dns(const uci_loaded &network, uci_section *interface, uci_section *interface_v6,
+                 wan_config *record)
+{
+    for (const text_ref field : {text_ref(record->priDns), text_ref(record->secDns),
+                                 text_ref(record->priDnsV6), text_ref(record->secDnsV6)})
+        field.clear();
+    wan_read_dns(network, interface, record);
+    wan_read_dns(network, interface_v6, record);
+}
+
+} // namespace
+
+int wan_read_stored(wan_config *record)
+{
+    const uci_loaded network("network");
+    const int result = wan_read_config(network, record);
+    if (result != 0 || record->wanMode != wan_mode_routed)
+        return result;
+
+    const wan_names names(record->wanId);
+    uci_section *const interface = network.section(names.interface);
+    restore_dns(network, interface, network.section(names.interface_v6), record);
+    (void)wan_read_number(network, interface, "iphostId", record->iphostId);
+    (void)wan_read_number(network, interface, "napt", record->napt);
+    if (record->ipMode == ip_mode_static)
+        restore_static(network, interface, record);
+    if (record->ipMode == ip_mode_pppoe) {
+        restore(network, interface, "service", record->pppServName);
+        record->pppDialMode = record->pppDialMode != 0 ? 1 : 0;
+    }
+    return result;
 }

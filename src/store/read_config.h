@@ -4,29 +4,49 @@
 #include "base/config.h"
 #include "store/wan_config.h"
 
-// Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any length.
+// Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any
+// length.
 inline constexpr size_t section_name_size = 64;
 
-// The device section of a WAN: the first section of type `device` with plain options `lkname` and `name` whose `lkname`
-// begins with the identifier's low 8 bits and an underscore (see wan_names::device_prefix). Null when there is none.
+// Reads an option as a number, cut to the field that takes it. Returns 0, or the failure with the field
+// unchanged. As everywhere, at most 11 characters of the text count.
+template <typename number>
+int wan_read_number(const uci_loaded &network, uci_section *section, const char *option, number &value_out)
+{
+    char text[12] = {};
+    const int result = network.get(section, option, text);
+    if (result == 0)
+        value_out = static_cast<number>(text_number(text));
+    return result;
+}
+
+// The device section of a WAN: the first section of type `device` with plain options `lkname` and `name`
+// whose `lkname` begins with the identifier's low 8 bits and an underscore (see wan_names::device_prefix).
+// Null when there is none.
 uci_section *wan_device_section(const uci_loaded &network, uint32_t wan_id);
 
-// The same as names: the section's, and its option `name` (12 bytes, copied as strncpy does). Returns 0, or -1 with the
-// outputs unchanged when there is none or `network` cannot be loaded.
+// The same as names: the section's, and its option `name` (12 bytes, copied as strncpy does). Returns 0, or
+// -1 with the outputs unchanged when there is none or `network` cannot be loaded.
 int wan_find_device(uint32_t wan_id, char (&section_out)[section_name_size], char (&device_out)[12]);
 
-// Writes one character per entry of the section's `port_binding` list, '1' bound, '0' not, at most 17 and no terminator.
-// Returns how many of them are '1'; 0, with bind_out unchanged, when there is no such list.
+// Writes one character per entry of the section's `port_binding` list, '1' bound, '0' not, at most 17 and no
+// terminator. Returns how many of them are '1'; 0, with bind_out unchanged, when there is no such list.
 unsigned wan_read_port_binding(const uci_loaded &network, uci_section *section, char (&bind_out)[17]);
 
-// Fills the record's DNS servers from the list `dns` of an interface section: the first two entries with a point as IPv4
-// servers, the first two others with a colon as IPv6 servers. Without such a list nothing changes.
+// Fills the record's DNS servers from the list `dns` of an interface section: the first two entries with a
+// point as IPv4 servers, the first two others with a colon as IPv6 servers. Without such a list nothing
+// changes.
 void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config *record);
 
-// Fills a record that is zero but for `wanId`. Returns 0, also when single options could not be read (that is logged),
-// or -1 when the identifier is 0 or above maxWanId or the WAN has no device section (logged as well). Asks the network
-// daemon, so it takes as long as one or two bus calls. Takes no lock.
+// Fills a record that is zero but for `wanId`. Returns 0, also when single options could not be read (that is
+// logged), or -1 when the identifier is 0 or above maxWanId or the WAN has no device section (logged as
+// well). Asks the network daemon, so it takes as long as one or two bus calls. Takes no lock.
 int wan_read_config(const uci_loaded &network, wan_config *record);
 
 // The same from a `network` configuration of its own.
 int wan_read_config(wan_config *record);
+
+// Reads a WAN as wan_read_config() does, but such that writing the record again changes nothing: a static
+// WAN's addresses as configured instead of as in use, dialling on demand as 1, and what queries hide or leave
+// out for the WAN's protocols.
+int wan_read_stored(wan_config *record);

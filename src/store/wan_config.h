@@ -1,15 +1,16 @@
 // The life of a WAN's record.
 //
-// A wan_config is one WAN connection in memory. It is filled from one of three sources: the arguments of a request
-// (create/parse_args), the stored configuration together with the network daemon's status (store/read_config), or a
-// provisioning file (modify/import). It is read by the configuration writer (create/create), the script generators
-// (rules/), the conflict checks (create/conflicts) and the replies of `get` and `all` (store/query). Nothing keeps a
-// record from one request to the next, except a modification that waits (modify/pending).
+// A wan_config is one WAN connection in memory. It is filled from one of three sources: the arguments of a
+// request (create/parse_args), the stored configuration together with the network daemon's status
+// (store/read_config), or a provisioning file (modify/import). It is read by the configuration writer
+// (create/create), the script generators (rules/), the conflict checks (create/conflicts) and the replies of
+// `get` and `all` (store/query). Nothing keeps a record from one request to the next, except a modification
+// that waits (modify/pending).
 //
-// The record is plain data without pointers: zero it before use, copy it by value. Zero and empty text are what a
-// source leaves in a field that it does not set. Field names are the names on the bus. A text field may be full, that
-// is without a terminator: read it through text_view() or with a bounded format. The widths are behaviour: what does
-// not fit is cut, and clients see the cut value.
+// The record is plain data without pointers: zero it before use, copy it by value. Zero and empty text are
+// what a source leaves in a field that it does not set. Field names are the names on the bus. A text field
+// may be full, that is without a terminator: read it through text_view() or with a bounded format. The widths
+// are behaviour: what does not fit is cut, and clients see the cut value.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +21,8 @@ struct wan_config {
 
     uint8_t autoDns;
     uint8_t autoDnsV6;
-    // Deliberate: kept in 8 bits, so the 300 s on-demand limit reads back as 44; clients are used to that value.
+    // Deliberate: kept in 8 bits, so the 300 s on-demand limit reads back as 44; clients are used to that
+    // value.
     uint8_t pppDialMode;
     uint8_t disableLanDhcp;
     uint8_t iphostId;
@@ -42,7 +44,8 @@ struct wan_config {
 
     uint32_t uptime;
 
-    // One character per LAN port, '1' bound. A stored list of 17 or more entries fills it without a terminator.
+    // One character per LAN port, '1' bound. A stored list of 17 or more entries fills it without a
+    // terminator.
     char bind[17];
     char device[12];
     char gateway[16];

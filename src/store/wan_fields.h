@@ -1,4 +1,5 @@
-// A field of the record described once, from the struct itself, so that name, width and limit cannot drift apart.
+// A field of the record described once, from the struct itself, so that name, width and limit cannot drift
+// apart.
 #pragma once
 
 #include "store/wan_config.h"
@@ -24,10 +25,11 @@ template <typename member_type> consteval field_kind kind_of()
                                       : field_kind::number32;
 }
 
-#define WAN_FIELD(member)                                                                                        \
-    wan_field                                                                                                    \
-    {                                                                                                            \
-        #member, kind_of<decltype(wan_config::member)>(), offsetof(wan_config, member), sizeof(wan_config::member) \
+#define WAN_FIELD(member)                                                                                    \
+    wan_field                                                                                                \
+    {                                                                                                        \
+#member, kind_of < decltype(wan_config::member)>(), offsetof(wan_config, member),                    \
+            sizeof(wan_config::member)                                                                       \
     }
 
 // A number field's value, widened without sign.

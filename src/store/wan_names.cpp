@@ -70,6 +70,7 @@ void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35
     else
         text_ref(vid_label).format("VID_");
     text_ref(name_out).clear();
-    text_ref(name_out, 34).format("%u_%s_%s_%s", wan_id, service_of(config.service).name,
-                                  config.wanMode == wan_mode_routed ? "R" : "B", vid_label);
+    text_ref(name_out, 34)
+        .format("%u_%s_%s_%s", wan_id, service_of(config.service).name,
+                config.wanMode == wan_mode_routed ? "R" : "B", vid_label);
 }

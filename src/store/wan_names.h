@@ -6,8 +6,8 @@
 
 #include <string_view>
 
-// The sections and texts of one WAN in the configuration. The widths are behaviour: an identifier text has at most
-// three digits.
+// The sections and texts of one WAN in the configuration. The widths are behaviour: an identifier text has at
+// most three digits.
 struct wan_names {
     char id[4];            // "7", the entry in network.korvel.wanList
     char interface[8];     // "wan_7", IPv4 or the only interface
@@ -15,8 +15,9 @@ struct wan_names {
     char dslite[12];       // "dslite_7"
 
     explicit wan_names(uint32_t wan_id);
-    // The text by which the WAN's device section is known: what its `lkname` begins with. Deliberate: built in 4 bytes,
-    // so that from identifier 100 on it has no underscore and also matches longer identifiers with the same digits.
+    // The text by which the WAN's device section is known: what its `lkname` begins with. Deliberate: built
+    // in 4 bytes, so that from identifier 100 on it has no underscore and also matches longer identifiers
+    // with the same digits.
     struct prefix {
         char text[4];
     };
@@ -42,10 +43,10 @@ struct service_type {
 };
 const service_type &service_of(uint8_t code);
 
-// The network device of a WAN: the uplink's VLAN device when it is tagged, else the uplink itself. name_out of 12 bytes;
-// a longer name is cut.
+// The network device of a WAN: the uplink's VLAN device when it is tagged, else the uplink itself. name_out
+// of 12 bytes; a longer name is cut.
 void wan_device_name(const wan_config &config, text_ref name_out);
 
-// The link name, "<id>_<service>_<R|B>_VID_<vid>", kept as `lkname` of the device section and shown as wanName. It is
-// built in 34 bytes, one less than the field has.
+// The link name, "<id>_<service>_<R|B>_VID_<vid>", kept as `lkname` of the device section and shown as
+// wanName. It is built in 34 bytes, one less than the field has.
 void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35]);

@@ -1,0 +1,189 @@
+#include "store/query.h"
+
+#include "base/heap.h"
+#include "base/log.h"
+#include "service/policies.h"
+#include "service/reply.h"
+#include "store/read_config.h"
+#include "store/wan_fields.h"
+#include "store/wan_names.h"
+
+#include <iterator>
+#include <span>
+
+namespace {
+
+// Which replies carry a field.
+enum reply_use : uint8_t { in_get = 1, in_all = 2, in_both = in_get | in_all };
+
+struct reply_field {
+    wan_field field;
+    enum blobmsg_type type;
+    uint8_t use;
+};
+
+#define NUMBER(member, use)                                                                                  \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT32, use                                                           \
+    }
+#define FLAG(member)                                                                                         \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT8, in_both                                                        \
+    }
+#define TEXT(member)                                                                                         \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_STRING, in_both                                                      \
+    }
+
+// In the order in which replies carry them. Deliberate: `get` has neither wanId nor iphostId.
+constexpr reply_field reply_fields[] = {
+    NUMBER(wanId, in_all),
+    TEXT(wanName),
+    FLAG(status),
+    FLAG(statusV6),
+    NUMBER(uptime, in_both),
+    TEXT(device),
+    TEXT(mac),
+    NUMBER(wanMode, in_both),
+    NUMBER(ipProtocol, in_both),
+    NUMBER(ipMode, in_both),
+    FLAG(napt),
+    FLAG(vlanMode),
+    NUMBER(vid, in_both),
+    NUMBER(mvid, in_both),
+    NUMBER(prio, in_both),
+    NUMBER(mtu, in_both),
+    NUMBER(service, in_both),
+    FLAG(disableLanDhcp),
+    TEXT(bind),
+    FLAG(autoDns),
+    TEXT(priDns),
+    TEXT(secDns),
+    FLAG(autoDnsV6),
+    TEXT(priDnsV6),
+    TEXT(secDnsV6),
+    TEXT(ip),
+    TEXT(ipSec),
+    TEXT(mask),
+    TEXT(gateway),
+    FLAG(ipv6PrefixProxy),
+    TEXT(ipv6Addr),
+    TEXT(ipv6SecAddr),
+    TEXT(ipv6Gateway),
+    TEXT(ipv6Prefix),
+    FLAG(ipv6DsLite),
+    TEXT(ipv6AddrDsLite),
+    TEXT(pppUser),
+    TEXT(pppPwd),
+    TEXT(pppServName),
+    FLAG(pppDialMode),
+    NUMBER(iphostId, in_all),
+};
+static_assert(std::size(reply_fields) == 41);
+
+#undef NUMBER
+#undef FLAG
+#undef TEXT
+
+// The greatest message that the bus takes; its daemon disconnects a client that sends a longer one.
+constexpr unsigned most_reply_bytes = 1048576;
+
+bool add_field(const reply_field &row, const wan_config &config)
+{
+    if (row.type != BLOBMSG_TYPE_STRING)
+        return reply_add_number(row.field.name, row.type, field_number(config, row.field));
+    const char *const text = field_text(config, row.field);
+    return reply_add_text(row.field.name, {text, strnlen(text, row.field.size)});
+}
+
+bool add_fields(const wan_config &config, reply_use method)
+{
+    bool added = true;
+    for (const reply_field &row : reply_fields)
+        if (row.use & method)
+            added = add_field(row, config) && added;
+    return added;
+}
+
+bool add_tables(std::span<const wan_config> records)
+{
+    for (const wan_config &record : records) {
+        void *const table = blobmsg_open_nested(&reply_buffer, wan_names(record.wanId).id, false);
+        if (!table || !add_fields(record, in_all))
+            return false;
+        blob_nest_end(&reply_buffer, table);
+    }
+    return blob_pad_len(reply_buffer.head) < most_reply_bytes - 256; // room for the message around it
+}
+
+// Reads the listed WANs into the records, from the front. Returns -1 when the list's last WAN cannot be read;
+// an earlier one is only logged and keeps what was read of it.
+int read_listed(std::span<wan_config> records)
+{
+    const uci_loaded network("network");
+    uci_list *const entries = network ? network.list(network.section("korvel"), "wanList") : nullptr;
+    if (!entries)
+        return 0;
+    int result = 0;
+    size_t index = 0;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        if (index == records.size())
+            break;
+        wan_config &record = records[index++];
+        record.wanId = static_cast<uint8_t>(text_number(entry->name));
+        result = wan_read_config(network, &record);
+        if (result != 0)
+            log_error("Failed to get wan_%u data: %d", record.wanId, result);
+    }
+    return result;
+}
+
+} // namespace
+
+int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                   blob_attr *message)
+{
+    blob_attr *arguments[1];
+    parse_request(wan_id_policy.rows, message, arguments);
+    blob_attr *const wan_id = arguments[arg_wan_id];
+    bus_reply reply;
+    if (!wan_id) {
+        reply.send_result(bus, request, -1, "korvel get ERR! Invalid WAN ID.");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    wan_config record = {};
+    record.wanId = static_cast<uint8_t>(blobmsg_get_u32(wan_id));
+    if (wan_read_config(&record) != 0) {
+        reply.send_result(bus, request, -1, "korvel get ERR!");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (!add_fields(record, in_get))
+        log_error("Failed to allocate a reply");
+    reply.send(bus, request);
+    return UBUS_STATUS_OK;
+}
+
+int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+{
+    const int count = config_total_list("network", "korvel", "wanList");
+    if (count <= 0)
+        return UBUS_STATUS_OK;
+    const size_t wans = static_cast<size_t>(count);
+    const heap_ptr<wan_config[]> records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config))));
+    const int result = records ? read_listed({records.get(), wans}) : 0;
+
+    bus_reply reply;
+    if (result != 0) {
+        reply.send_result(bus, request, -1, "korvel read all WAN ERR!");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (!records || !add_tables({records.get(), wans})) {
+        reply.restart();
+        reply.send_result(bus, request, -1, "korvel malloc ERR!");
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    }
+    reply.send(bus, request);
+    return UBUS_STATUS_OK;
+}
