@@ -41,14 +41,14 @@ int wan_derive_mac(uint8_t wan_id, char (&mac_out)[18])
         return -1;
     }
     uint32_t octets[6];
-    if (sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &octets[0], &octets[1], &octets[2], &octets[3], &octets[4],
-               &octets[5]) != 6) {
+    if (sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &octets[0], &octets[1], &octets[2], &octets[3],
+               &octets[4], &octets[5]) != 6) {
         log_error("Failed to parse file: %s", bridge_address_path);
         return -1;
     }
     add_offset(octets, address_offset(wan_id));
-    text_ref(mac_out).format("%02x:%02x:%02x:%02x:%02x:%02x", octets[0], octets[1], octets[2], octets[3], octets[4],
-                             octets[5]);
+    text_ref(mac_out).format("%02x:%02x:%02x:%02x:%02x:%02x", octets[0], octets[1], octets[2], octets[3],
+                             octets[4], octets[5]);
     return 0;
 }
 

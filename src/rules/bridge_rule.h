@@ -1,0 +1,10 @@
+// The script that keeps a bridged WAN and the LAN ports that are not bound to it apart.
+#pragma once
+
+#include "rules/rule_ctx.h"
+
+// Writes the WAN's /etc/korvel/rule_wan_<id>.sh; does not run it. Failures are logged.
+void wan_write_bridge_rule(const wan_rule_ctx *ctx);
+
+// Runs the script with "-r" and deletes it, if there is one. Failures are logged.
+void wan_remove_bridge_rule(uint8_t wan_id);

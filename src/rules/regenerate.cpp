@@ -1,0 +1,76 @@
+#include "rules/regenerate.h"
+
+#include "base/config.h"
+#include "base/log.h"
+#include "base/os.h"
+#include "rules/bridge_rule.h"
+#include "rules/isolation.h"
+#include "rules/multicast_vlan.h"
+#include "rules/route_rule.h"
+#include "rules/rule_ctx.h"
+#include "service/settings.h"
+#include "store/read_config.h"
+#include "store/wan_names.h"
+
+namespace {
+
+void regenerate_route_rule(const wan_rule_ctx &wan, unsigned bound_ports)
+{
+    const script_path path = route_rule_path(wan.wanId);
+    if (file_exists(path.text) || (bound_ports == 0 && wan.config.service == service_other))
+        return;
+    log_info("Generate missing wan_%u route rule: %s\n", wan.wanId, path.text);
+    wan_write_route_rule(&wan);
+}
+
+// Deliberate: a WAN without bound ports never gets a script of its own, so its isolation is rebuilt at every
+// start.
+void regenerate_bridge_rule(const wan_rule_ctx &wan, unsigned bound_ports)
+{
+    const script_path path = bridge_rule_path(wan.wanId);
+    if (file_exists(path.text))
+        return;
+    log_info("Generate missing wan_%u bridge rule: %s\n", wan.wanId, path.text);
+    wan_write_isolate_rule();
+    if (bound_ports != 0)
+        wan_write_bridge_rule(&wan);
+}
+
+void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
+{
+    uci_section *const device = wan_device_section(network, wan_id);
+    if (!device) {
+        log_error("Failed to get wan device and pon name\n");
+        return;
+    }
+    wan_rule_ctx wan = {};
+    wan.wanId = wan_id;
+    wan.config.wanId = wan_id;
+    (void)wan_read_number(network, device, "wanMode", wan.config.wanMode);
+    (void)wan_read_number(network, device, "service_mode", wan.config.service);
+    (void)wan_read_number(network, device, "disableLanDhcp", wan.config.disableLanDhcp);
+    const unsigned bound_ports = wan_read_port_binding(network, device, wan.config.bind);
+    (void)wan_read_number(network, device, "vid", wan.config.vid);
+    wan.config.vlanMode = network.option(device, "vid") ? 1 : 0;
+
+    if (wan.config.wanMode == wan_mode_routed)
+        regenerate_route_rule(wan, bound_ports);
+    else
+        regenerate_bridge_rule(wan, bound_ports);
+}
+
+} // namespace
+
+void wan_regen_missing_rules()
+{
+    const uci_loaded network("network");
+    uci_list *const entries = network ? network.list(network.section("korvel"), "wanList") : nullptr;
+    if (!entries)
+        return;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        regenerate_wan(network, static_cast<uint8_t>(text_number(entry->name)));
+    }
+    wan_write_mvlan_rule();
+}

@@ -1,0 +1,8 @@
+// Writes again the scripts that are missing at start-up, after their file system was wiped or a configuration
+// restored.
+#pragma once
+
+// For every WAN on the list whose script is missing, writes it from the configuration (for a bridged one also
+// the isolation script), then rebuilds the multicast-VLAN script. Present scripts stay, none is run. Outcomes
+// are logged. Main thread, before the bus is connected.
+void wan_regen_missing_rules();
