@@ -12,10 +12,10 @@ enum : int {
     conflict_port_required = -4, // a bridged "OTHER" WAN binds no port
 };
 
-// Compares a WAN with the device sections of `network`, leaving out the section named exclude_section (null: none).
-// Writes and logs nothing. Returns the first conflict found.
+// Compares a WAN with the device sections of `network`, leaving out the section named exclude_section (null:
+// none). Writes and logs nothing. Returns the first conflict found.
 int wan_check_conflicts(const wan_config *config, const char *exclude_section);
 
-// Logs a conflict as "Failed to <verb> wan: …". Returns whether `result` is one that refuses the operation; another
-// result, conflict_unreadable among them, does not.
+// Logs a conflict as "Failed to <verb> wan: …". Returns whether `result` is one that refuses the operation;
+// another result, conflict_unreadable among them, does not.
 bool wan_conflict_refuses(int result, const char *verb, const wan_config *config);

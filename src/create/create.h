@@ -3,11 +3,12 @@
 
 #include "store/wan_config.h"
 
-// Writes a WAN: its device section, its interfaces (routed) or its place in the LAN bridge (bridged), its entries in
-// firewall, multicast proxy and UPnP, its scripts; then reloads the services. fixed_id 0 checks for conflicts and takes a
-// new identifier, any other value writes the WAN under that identifier without a check. Arguments are not judged here.
+// Writes a WAN: its device section, its interfaces (routed) or its place in the LAN bridge (bridged), its
+// entries in firewall, multicast proxy and UPnP, its scripts; then reloads the services. fixed_id 0 checks
+// for conflicts and takes a new identifier, any other value writes the WAN under that identifier without a
+// check. Arguments are not judged here.
 //
-// Returns 0, or the conflict (conflicts.h, -2 to -4, logged) that refused the WAN before anything was written. A write
-// that fails is logged, the others are still made, and the result stays 0. Call with the handler mutex held, or before
-// the bus is connected. Waits for the reloads.
+// Returns 0, or the conflict (conflicts.h, -2 to -4, logged) that refused the WAN before anything was
+// written. A write that fails is logged, the others are still made, and the result stays 0. Call with the
+// handler mutex held, or before the bus is connected. Waits for the reloads.
 int wan_create(const wan_config *config, uint8_t fixed_id);
