@@ -1,0 +1,136 @@
+#include "remove/delete_all.h"
+
+#include "base/config.h"
+#include "base/log.h"
+#include "remove/delete_wan.h"
+#include "rules/bridge_rule.h"
+#include "rules/isolation.h"
+#include "rules/multicast_vlan.h"
+#include "rules/route_rule.h"
+#include "service/reload.h"
+#include "service/reply.h"
+#include "service/settings.h"
+
+namespace {
+
+void remove_common_scripts()
+{
+    wan_remove_isolate_rule();
+    wan_write_mvlan_rule();
+}
+
+unsigned clear_listed_scripts(uci_list *entries)
+{
+    unsigned count = 0;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        const uint8_t id = static_cast<uint8_t>(text_number(entry->name));
+        wan_remove_route_rule(id);
+        wan_remove_bridge_rule(id);
+        count++;
+    }
+    remove_common_scripts();
+    return count;
+}
+
+bool must_go(const uci_loaded &network, uci_section *section)
+{
+    if (strcmp(section->type, "device") == 0) {
+        const char *const name = network.plain(section, "name");
+        return name && strcmp(name, "br-lan") != 0;
+    }
+    return strcmp(section->type, "interface") == 0 && strstr(section->e.name, "wan_");
+}
+
+// Deletes from the last section to the first: deleting one gives every unnamed section behind it another
+// name, while those before it keep theirs.
+unsigned clear_sections()
+{
+    const uci_loaded network("network");
+    if (!network)
+        return 0;
+    unsigned count = 0;
+    for (uci_list *at = network.sections()->prev; at != network.sections(); at = at->prev) {
+        uci_section *const section = uci_to_section(list_to_element(at));
+        if (!must_go(network, section))
+            continue;
+        count++;
+        if (config_del_section("network", section->e.name) != 0)
+            log_error("Failed to delete section %s", section->e.name);
+    }
+    return count;
+}
+
+// Deletes the WANs of the list and returns the OR of what failed.
+int delete_listed(uci_list *entries)
+{
+    int error = 0;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        error |= wan_delete(static_cast<uint8_t>(text_number(entry->name)), /*reload=*/0, /*keep_ids=*/0);
+    }
+    return error;
+}
+
+// Returns whether anything was there to be swept.
+bool sweep_without_list()
+{
+    if (wan_force_clear() == 0)
+        return false;
+    log_warning("Failed to get wan list, force clear uci config");
+    return true;
+}
+
+void delete_by_list(uci_list *entries)
+{
+    const int error = delete_listed(entries);
+    remove_common_scripts();
+    if (error == 0)
+        return;
+    (void)wan_force_clear();
+    log_warning("Error happened when deleting all wan, force clear uci config: %d", error);
+}
+
+} // namespace
+
+unsigned wan_force_clear()
+{
+    unsigned count = 0;
+    {
+        const uci_loaded network("network");
+        if (!network)
+            return 0;
+        if (uci_list *const entries = network.list(network.section("korvel"), "wanList"))
+            count += clear_listed_scripts(entries);
+    }
+    // Before the sections: this write also commits what others left pending, so that the names read next stay
+    // true.
+    maxWanId = 0;
+    if (config_set("network", "korvel", "maxWanId", "0") != 0)
+        log_error("Failed to reset maxWanId");
+    count += clear_sections();
+    (void)config_delete("network", "korvel", "wanList"); // it may be missing
+    return count;
+}
+
+void wan_delete_all()
+{
+    const uci_loaded network("network");
+    uci_section *const korvel = network ? network.section("korvel") : nullptr;
+    if (!korvel)
+        return;
+    if (uci_list *const entries = network.list(korvel, "wanList"))
+        delete_by_list(entries);
+    else if (!sweep_without_list())
+        return;
+    reload_services({"network", "firewall", "miniupnpd", "omcproxy", "call"});
+}
+
+int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
+{
+    const scoped_lock lock(handler_mutex);
+    wan_delete_all();
+    return UBUS_STATUS_OK;
+}

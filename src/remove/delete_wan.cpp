@@ -1,0 +1,204 @@
+#include "remove/delete_wan.h"
+
+#include "base/config.h"
+#include "base/log.h"
+#include "rules/bridge_rule.h"
+#include "rules/isolation.h"
+#include "rules/multicast_vlan.h"
+#include "rules/route_rule.h"
+#include "service/policies.h"
+#include "service/reload.h"
+#include "service/reply.h"
+#include "service/settings.h"
+#include "store/read_config.h"
+#include "store/wan_names.h"
+
+namespace {
+
+// What the steps of one deletion share.
+struct deletion {
+    uint8_t id;
+    wan_names names;
+    char device_section[section_name_size];
+    char device[12];
+    uint8_t service;
+    uint16_t mvid;
+    bool had_ipv6_interface;
+    int error; // the results of the calls that count, by bitwise OR
+};
+
+uint32_t device_number(const deletion &wan, const char *option)
+{
+    uint32_t value = 0;
+    (void)uci_get_int(wan.device_section, option, &value);
+    return value;
+}
+
+// Deletes an interface section and its place in the WAN zone. Returns whether there was one.
+bool delete_interface(deletion &wan, const char *interface)
+{
+    if (config_del_section("network", interface) != 0)
+        return false;
+    wan.error |= config_del_list("firewall", "@zone[1]", "network", interface);
+    return true;
+}
+
+// Deletes the three interfaces. Returns whether the WAN was routed.
+bool delete_interfaces(deletion &wan)
+{
+    const bool had_interface = delete_interface(wan, wan.names.interface);
+    wan.had_ipv6_interface = delete_interface(wan, wan.names.interface_v6);
+    (void)delete_interface(wan, wan.names.dslite);
+    return had_interface || wan.had_ipv6_interface;
+}
+
+// One option of another service that may name the WAN's interface.
+struct reference {
+    const char *config, *section, *option;
+    bool substring;          // a longer value that contains the name counts too
+    bool whole_section;      // the section goes, not the option alone
+    const char *also_delete; // an option that was made from it; null: none
+};
+
+constexpr reference references[] = {
+    {"omcproxy", "@proxy[0]", "uplink", /*substring=*/false, /*whole_section=*/true, nullptr},
+    {"upnpd", "config", "external_iface", /*substring=*/false, /*whole_section=*/false, nullptr},
+    {"dhcp", "lan", "dns_sync_with_wan", /*substring=*/false, /*whole_section=*/false, "dhcp_option"},
+    {"dhcp", "lan", "v6dns_sync_with_wan", /*substring=*/true, /*whole_section=*/false, "dns"},
+    {"network", "lan", "ip6class", /*substring=*/true, /*whole_section=*/false, nullptr},
+};
+
+bool names_interface(const reference &where, const char *interface)
+{
+    char value[10] = {};
+    if (config_get(where.config, where.section, where.option, value) != 0)
+        return false;
+    return where.substring ? strstr(value, interface) != nullptr : strcmp(value, interface) == 0;
+}
+
+void delete_references(deletion &wan)
+{
+    for (const reference &where : references) {
+        if (!names_interface(where, wan.names.interface))
+            continue;
+        wan.error |= where.whole_section ? config_del_section(where.config, where.section)
+                                         : config_delete(where.config, where.section, where.option);
+        if (where.also_delete)
+            (void)config_delete(where.config, where.section, where.also_delete);
+    }
+}
+
+// Finds the first entry of a bridge VLAN's ports that begins with the device's name, tagging letters and all.
+void find_bridge_vlan_port(uci_list *ports, const char *device, text_ref port_out)
+{
+    uci_element *port = nullptr;
+    uci_foreach_element(ports, port)
+    {
+        if (strncmp(port->name, device, strlen(device)) == 0)
+            return port_out.set(port->name);
+    }
+}
+
+void leave_bridge_vlans(const char *device)
+{
+    const uci_loaded network("network");
+    if (!network)
+        return;
+    // Deliberate: cleared once for all sections, so a section without the device has the entry found last
+    // removed.
+    char port[12] = {};
+    uci_element *element = nullptr;
+    uci_foreach_element(network.sections(), element)
+    {
+        uci_section *const section = uci_to_section(element);
+        uci_list *const ports = network.list(section, "ports");
+        if (strcmp(section->type, "bridge-vlan") != 0 || !ports)
+            continue;
+        find_bridge_vlan_port(ports, device, port);
+        if (!text_empty(port))
+            (void)config_del_list("network", element->name, "ports", c_text(port));
+    }
+}
+
+void delete_bridged(deletion &wan)
+{
+    const c_text device(wan.device);
+    wan.error |= config_del_list("network", "@device[0]", "ports", device);
+    leave_bridge_vlans(device);
+    wan_remove_bridge_rule(wan.id);
+    wan_write_isolate_rule();
+}
+
+// With the last WAN gone, identifiers start from 1 again.
+void restart_ids_when_empty(deletion &wan)
+{
+    if (config_total_list("network", "korvel", "wanList") != 0)
+        return;
+    maxWanId = 0;
+    wan.error |= config_set("network", "korvel", "maxWanId", "0");
+}
+
+void finish(deletion &wan, int reload, int keep_ids)
+{
+    if (!keep_ids)
+        restart_ids_when_empty(wan);
+    if (reload) {
+        if (!keep_ids && wan.mvid != 0)
+            wan_write_mvlan_rule();
+        reload_services({"network", "firewall", "miniupnpd", "omcproxy"});
+    } else if (wan.had_ipv6_interface) {
+        // The network daemon must let go of the DHCPv6 interface before one of the same name comes back.
+        reload_services({"network"});
+    }
+    if ((reload || keep_ids) && service_of(wan.service).carries_calls)
+        reload_services({"call"});
+}
+
+} // namespace
+
+int wan_delete(uint8_t wanId, int reload, int keep_ids)
+{
+    deletion wan = {wanId, wan_names(wanId), {}, {}, 0, 0, false, 0};
+    if (wanId == 0 || wan_find_device(wanId, wan.device_section, wan.device) != 0) {
+        log_error("Failed to delete wan_%u", wanId);
+        return -1;
+    }
+    wan.service = static_cast<uint8_t>(device_number(wan, "service_mode"));
+    wan.mvid = static_cast<uint16_t>(device_number(wan, "mvid"));
+
+    wan.error |= config_del_list("network", "korvel", "wanList", wan.names.id);
+    // That write also committed what others had left pending, and may so have renamed the section.
+    (void)wan_find_device(wanId, wan.device_section, wan.device);
+    wan.error |= config_del_section("network", wan.device_section);
+    if (delete_interfaces(wan)) {
+        delete_references(wan);
+        wan_remove_route_rule(wanId);
+    } else {
+        delete_bridged(wan);
+    }
+    finish(wan, reload, keep_ids);
+
+    if (wan.error != 0)
+        log_error("Failed to delete wan_%u: %d", wanId, wan.error);
+    return wan.error;
+}
+
+int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                   blob_attr *message)
+{
+    blob_attr *arguments[1];
+    parse_request(wan_id_policy.rows, message, arguments);
+    blob_attr *const wan_id = arguments[arg_wan_id];
+    bus_reply reply;
+    int result = -1;
+    if (wan_id) {
+        const scoped_lock lock(handler_mutex);
+        result = wan_delete(static_cast<uint8_t>(blobmsg_get_u32(wan_id)), /*reload=*/1, /*keep_ids=*/0);
+    }
+    if (result != 0) {
+        reply.send_result(bus, request, -1, "korvel del ERR!");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    reply.send_result(bus, request, 0, "korvel del OK.");
+    return UBUS_STATUS_OK;
+}
