@@ -1,0 +1,72 @@
+#include "modify/management_device.h"
+
+#include "base/config.h"
+#include "rules/mac.h"
+#include "service/reply.h"
+#include "service/settings.h"
+#include "store/id_list.h"
+
+namespace {
+
+constexpr char device_name[] = "pon.4094";
+
+int write_options(const char *section)
+{
+    int error = config_add_list("network", "@device[0]", "ports", device_name);
+    error |= config_set_number("network", section, "mtu", 1500);
+    char protocol[2] = {};
+    (void)config_get("network", "korvel", "tr069_ip_protocol", protocol);
+
+    const struct {
+        const char *option, *value;
+    } options[] = {
+        {"IpProtocolType", text_empty(protocol) ? "3" : protocol},
+        {"service_mode", "3"},
+        {"disableLanDhcp", "1"},
+        {"vid", "4094"},
+        {"type", "8021q"},
+        {"ifname", uplink_name},
+        {"name", device_name},
+    };
+    for (const auto &row : options)
+        error |= config_set("network", section, row.option, row.value);
+    return error;
+}
+
+int write_identity(const char *section)
+{
+    const uint32_t id = wan_id_alloc(0);
+    char link_name[16];
+    text_ref(link_name).format("%d_OTHER_B_TMP", static_cast<int>(id));
+    int error = config_set("network", section, "lkname", link_name);
+    char mac[18] = {};
+    if (wan_derive_mac(static_cast<uint8_t>(id), mac) == 0)
+        error |= config_set("network", section, "macaddr", mac);
+    return error;
+}
+
+int add_management_device()
+{
+    // A worker that deletes a section meanwhile would give the new one another name.
+    const config_hold hold;
+    char section[32] = {};
+    if (config_add_section("network", "device", section) != 0)
+        return -1;
+    const int error = write_options(section);
+    wan_port_binding_reset(section);
+    return error != 0 ? error : write_identity(section);
+}
+
+} // namespace
+
+int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                       blob_attr *)
+{
+    bus_reply reply;
+    if (add_management_device() != 0) {
+        reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    reply.send_result(bus, request, 0, "korvel add WAN device OK.");
+    return UBUS_STATUS_OK;
+}

@@ -1,0 +1,107 @@
+#include "modify/modify.h"
+
+#include "base/os.h"
+#include "create/conflicts.h"
+#include "create/create.h"
+#include "create/parse_args.h"
+#include "modify/pending.h"
+#include "remove/delete_wan.h"
+#include "service/policies.h"
+#include "service/reply.h"
+#include "store/read_config.h"
+
+namespace {
+
+int check_conflicts(const wan_config *config)
+{
+    char section[section_name_size] = {};
+    char device[12] = {};
+    (void)wan_find_device(config->wanId, section, device); // a WAN that does not exist excludes nothing
+    return wan_check_conflicts(config, section);
+}
+
+void announce_update(uint8_t wan_id)
+{
+    char command[64];
+    text_ref(command).format("ACTION=\"ifupdate\" INTERFACE=\"wan_%u\" hotplug-call iface &", wan_id);
+    run_command(command);
+}
+
+int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[],
+                  uint8_t wan_id, bus_reply &reply)
+{
+    wan_config config = {};
+    config.wanId = wan_id;
+    char refused[display_name_size] = {};
+    if (wan_parse_args(attributes, &config, refused) != 0) {
+        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
+        return UBUS_STATUS_OK;
+    }
+    int result = 0;
+    {
+        const scoped_lock lock(handler_mutex);
+        result = wan_modify_apply(&config);
+    }
+    // Deliberate: only conflicts are reported; clients have never been told of other failures.
+    if (result == conflict_vlan || result == conflict_port_bound || result == conflict_port_required)
+        reply.send_result(bus, request, result, "korvel modify ERR!");
+    else
+        reply.send_result(bus, request, 0, "korvel modify OK.");
+    return UBUS_STATUS_OK;
+}
+
+int queue(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[], uint8_t wan_id,
+          uint32_t wait, bus_reply &reply)
+{
+    char refused[display_name_size] = {};
+    switch (wan_modify_later(wan_id, wait, attributes, refused)) {
+    case modify_queued:
+        reply.send_result(bus, request, 0, "korvel modify OK.");
+        return UBUS_STATUS_OK;
+    case modify_invalid:
+        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
+        return UBUS_STATUS_OK;
+    case modify_table_full:
+        reply.send_result(bus, request, -1, "korvel modify ERR! Too many WAN instances.");
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    default:
+        reply.send_result(bus, request, -1, "korvel modify ERR! Memory allocate failed.");
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    }
+}
+
+} // namespace
+
+int wan_modify_apply(const wan_config *config)
+{
+    const int conflict = check_conflicts(config);
+    if (wan_conflict_refuses(conflict, "modify", config))
+        return conflict;
+    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
+    if (deleted != 0)
+        return deleted;
+    const int created = wan_create(config, config->wanId);
+    announce_update(config->wanId);
+    return created;
+}
+
+int wan_handle_modify(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                      blob_attr *message)
+{
+    blob_attr *attributes[modify_arg_count];
+    parse_request(modify_policy.rows, message, attributes);
+    bus_reply reply;
+    if (!attributes[arg_wan_id]) {
+        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid WAN ID.");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    const uint8_t wan_id = static_cast<uint8_t>(blobmsg_get_u32(attributes[arg_wan_id]));
+    const uint32_t wait = attributes[arg_wait] ? blobmsg_get_u32(attributes[arg_wait]) : 0;
+    if (wait == 0)
+        return apply_at_once(bus, request, attributes, wan_id, reply);
+    if (static_cast<int32_t>(wait) < 0) {
+        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", "WAIT");
+        return UBUS_STATUS_OK;
+    }
+    return queue(bus, request, attributes, wan_id, wait, reply);
+}
