@@ -1,6 +1,5 @@
 // Who a client is and what the access files let it do.
-#ifndef UBUSD_ACCESS_H
-#define UBUSD_ACCESS_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -59,5 +58,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

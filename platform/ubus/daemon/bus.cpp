@@ -10,6 +10,11 @@ namespace ubusd {
 
 namespace {
 
+bool is_bus_object(uint32_t id)
+{
+    return id >= UBUS_OBJECT_EVENT && id <= UBUS_OBJECT_MONITOR;
+}
+
 // Copies the methods of a signature, each padded. Nothing if one of them is no named attribute.
 std::optional<std::vector<uint8_t>> read_signature(const blob_attr *field)
 {
@@ -158,7 +163,7 @@ int bus::remove_object(const request &request)
     if (!request.has(UBUS_ATTR_OBJID))
         return UBUS_STATUS_INVALID_ARGUMENT;
     const uint32_t id = request.number(UBUS_ATTR_OBJID);
-    if (id == UBUS_OBJECT_EVENT || id == UBUS_OBJECT_ACL)
+    if (is_bus_object(id))
         return UBUS_STATUS_PERMISSION_DENIED;
     object *const gone = objects_.find(id);
     if (!gone)

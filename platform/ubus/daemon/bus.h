@@ -1,6 +1,5 @@
 // The bus: takes the messages of all clients, answers those meant for itself and passes on the others.
-#ifndef UBUSD_BUS_H
-#define UBUSD_BUS_H
+#pragma once
 
 #include <memory>
 #include <span>
@@ -55,5 +54,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

@@ -1,6 +1,5 @@
 // The C headers of the bus and its libraries. They carry no linkage of their own on every platform.
-#ifndef UBUSD_BUS_HEADERS_H
-#define UBUSD_BUS_HEADERS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -11,5 +10,3 @@ extern "C" {
 #include <ubus_common.h>
 #include <ubusmsg.h>
 }
-
-#endif

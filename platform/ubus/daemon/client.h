@@ -1,7 +1,6 @@
 // One connection: who it is, what it may still store here, and the messages that its socket has not taken
 // yet.
-#ifndef UBUSD_CLIENT_H
-#define UBUSD_CLIENT_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -100,5 +99,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

@@ -1,7 +1,6 @@
 // The event object: clients register their objects for event patterns and send events; the bus announces
 // objects.
-#ifndef UBUSD_EVENTS_H
-#define UBUSD_EVENTS_H
+#pragma once
 
 #include "access.h"
 #include "registry.h"
@@ -32,5 +31,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

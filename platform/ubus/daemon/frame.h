@@ -1,7 +1,6 @@
 // A bus message on the wire: an 8-byte header, then one attribute (the head) whose children are the message's
 // fields. Cuts a byte stream into such frames and reads their fields.
-#ifndef UBUSD_FRAME_H
-#define UBUSD_FRAME_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -65,5 +64,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

@@ -1,6 +1,5 @@
 // LOOKUP: lists the objects that a client may see.
-#ifndef UBUSD_LOOKUP_H
-#define UBUSD_LOOKUP_H
+#pragma once
 
 #include "access.h"
 #include "registry.h"
@@ -27,5 +26,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

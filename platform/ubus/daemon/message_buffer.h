@@ -1,6 +1,5 @@
 // Builds the body of one outgoing message, field by field.
-#ifndef UBUSD_MESSAGE_BUFFER_H
-#define UBUSD_MESSAGE_BUFFER_H
+#pragma once
 
 #include <span>
 
@@ -44,5 +43,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

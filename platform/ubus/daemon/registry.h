@@ -1,6 +1,5 @@
 // The objects on the bus: who owns them, their paths and types.
-#ifndef UBUSD_REGISTRY_H
-#define UBUSD_REGISTRY_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -74,5 +73,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

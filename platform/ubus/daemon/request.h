@@ -1,6 +1,5 @@
 // A message from a client while it is being handled.
-#ifndef UBUSD_REQUEST_H
-#define UBUSD_REQUEST_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -39,5 +38,3 @@ struct request {
 };
 
 } // namespace ubusd
-
-#endif

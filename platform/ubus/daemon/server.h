@@ -1,6 +1,5 @@
 // The daemon's sockets in the event loop: accepts clients and carries bytes between them and the bus.
-#ifndef UBUSD_SERVER_H
-#define UBUSD_SERVER_H
+#pragma once
 
 #include "bus.h"
 #include "unique_fd.h"
@@ -39,5 +38,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

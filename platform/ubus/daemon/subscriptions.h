@@ -1,6 +1,5 @@
 // Subscriptions: objects that watch another object and get what its owner notifies them of.
-#ifndef UBUSD_SUBSCRIPTIONS_H
-#define UBUSD_SUBSCRIPTIONS_H
+#pragma once
 
 #include "access.h"
 #include "registry.h"
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

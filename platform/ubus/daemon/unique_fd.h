@@ -1,6 +1,5 @@
 // Owner of a file descriptor.
-#ifndef UBUSD_UNIQUE_FD_H
-#define UBUSD_UNIQUE_FD_H
+#pragma once
 
 #include <utility>
 
@@ -32,5 +31,3 @@ private:
 };
 
 } // namespace ubusd
-
-#endif

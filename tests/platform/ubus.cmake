@@ -1,0 +1,21 @@
+# Tests of the bus daemon and of its command-line tool. Both are started as programs.
+add_library(korvel_ubusd_fixture STATIC
+    ${CMAKE_CURRENT_LIST_DIR}/ubusd_fixture.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ubus_test_main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/../support/process.cpp)
+target_include_directories(korvel_ubusd_fixture PUBLIC
+    ${CMAKE_CURRENT_LIST_DIR} ${CMAKE_CURRENT_LIST_DIR}/..)
+target_compile_definitions(korvel_ubusd_fixture PUBLIC UBUSD_PROGRAM="$<TARGET_FILE:ubusd>")
+target_link_libraries(korvel_ubusd_fixture PUBLIC GTest::gtest PRIVATE korvel_flags)
+add_dependencies(korvel_ubusd_fixture ubusd)
+
+function(korvel_ubus_test name)
+    add_executable(${name} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}.cpp)
+    target_link_libraries(${name} PRIVATE korvel_ubusd_fixture korvel_flags ${ARGN})
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
+
+korvel_ubus_test(ubusd_wire_test)
+korvel_ubus_test(ubusd_object_test)
+korvel_ubus_test(ubusd_call_test)
+korvel_ubus_test(ubusd_event_test)
