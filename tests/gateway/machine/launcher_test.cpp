@@ -1,0 +1,105 @@
+// The launcher: its command line, and a boot to the end.
+#include "launcher/launcher_options.h"
+#include "machine/inside.h"
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+launcher_options parsed(std::vector<std::string> words)
+{
+    words.insert(words.begin(), "korvel-gateway");
+    std::vector<char *> pointers;
+    for (std::string &word : words)
+        pointers.push_back(word.data());
+    return parse_launcher_options(static_cast<int>(pointers.size()), pointers.data());
+}
+
+TEST(launcher_command_line, without_a_command_it_is_a_shell)
+{
+    EXPECT_TRUE(parsed({}).command.empty());
+    EXPECT_TRUE(parsed({"--shell"}).command.empty());
+    EXPECT_TRUE(parsed({}).start_korvel);
+}
+
+TEST(launcher_command_line, options_end_at_the_command)
+{
+    const launcher_options options = parsed({"--no-korvel", "--config", "dir", "--", "ubus", "--help"});
+
+    EXPECT_FALSE(options.start_korvel);
+    EXPECT_EQ("dir", options.config);
+    EXPECT_EQ((command_words{"ubus", "--help"}), options.command);
+    EXPECT_FALSE(options.help);
+}
+
+TEST(launcher_command_line, what_it_does_not_know_is_refused)
+{
+    EXPECT_THROW(parsed({"--unknown"}), std::invalid_argument);
+    EXPECT_THROW(parsed({"--config"}), std::invalid_argument);
+    EXPECT_THROW(parsed({"--shell", "--", "true"}), std::invalid_argument);
+}
+
+program_result launch(program_arguments arguments)
+{
+    arguments.insert(arguments.begin(), KORVEL_LAUNCHER);
+    return run_program(arguments);
+}
+
+TEST(launcher, the_command_finds_a_serving_gateway)
+{
+    const program_result result =
+        launch({"--", "sh", "-c",
+                "ubus list korvel && ubus list network && ubus -S call korvel get '{\"wanId\":9}'; exit 5"});
+
+    EXPECT_EQ("korvel\nnetwork\n", result.output.substr(0, result.output.find('{')));
+    EXPECT_EQ(5, result.status) << result.errors;
+}
+
+TEST(launcher, korvel_can_be_left_out)
+{
+    const program_result result = launch({"--no-korvel", "--", "ubus", "-S", "list", "korvel"});
+
+    EXPECT_EQ("", result.output);
+    EXPECT_EQ(4, result.status) << result.errors; // the bus's "not found"
+}
+
+TEST(launcher, a_given_configuration_replaces_the_shipped_one)
+{
+    const scratch_directory config;
+    std::ofstream(config.path() + "/custom") << "config gpon 'gpon'\n\toption ppp_service_name_hidden '1'\n";
+
+    const program_result result =
+        launch({"--no-korvel", "--config", config.path(), "--", "sh", "-c",
+                "uci get custom.gpon.ppp_service_name_hidden; uci get network.korvel"});
+
+    EXPECT_EQ("1\nkorvel\n", result.output) << result.errors;
+}
+
+TEST(launcher, the_journal_and_the_log_are_shown_at_the_end)
+{
+    const program_result result =
+        launch({"--show-journal", "--show-log", "--", "/etc/init.d/firewall", "reload"});
+
+    EXPECT_EQ(0, result.status) << result.errors;
+    EXPECT_EQ("Started commands:\n/etc/init.d/firewall reload\nSystem log:\nwarning korvel Receive stop "
+              "signal: 15\n",
+              result.output);
+}
+
+TEST(launcher, a_program_that_does_not_come_up_is_named)
+{
+    const scratch_directory config;
+    // Without the highest identifier korvel ends at once.
+    std::ofstream(config.path() + "/network") << "config korvel 'korvel'\n\toption pon_adapt 'pon'\n";
+
+    const program_result result = launch({"--config", config.path(), "--", "true"});
+
+    EXPECT_EQ(private_root_failed, result.status);
+    EXPECT_NE(std::string::npos, result.errors.find("korvel has ended")) << result.errors;
+}
+
+} // namespace
