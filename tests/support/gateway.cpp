@@ -4,6 +4,7 @@
 #include "support/log_catcher.h"
 
 #include "service/board.h"
+#include "tools/places.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -24,7 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char journal_path[] = "/gateway/journal";
 constexpr char board_path[] = "/gateway/boardinfo.json";
 constexpr char scripts_path[] = "/gateway/netd";
 constexpr char fakes_path[] = "/gateway/fakes";
@@ -282,27 +282,29 @@ void gateway::set_ports(const port_counts &counts)
 void gateway::set_board_description(const std::string &json)
 {
     write_file(board_path, json + "\n");
+    if (netd_.running())
+        settle_netd();
 }
 
 void gateway::remove_board_description()
 {
     remove(board_path);
     if (netd_.running())
-        kill(netd_.pid(), SIGHUP);
+        settle_netd();
 }
 
 void gateway::script_interface(const std::string &interface, const std::string &reply)
 {
     write_file(scripts_path + ("/" + interface), reply + "\n");
     if (netd_.running())
-        kill(netd_.pid(), SIGHUP);
+        settle_netd();
 }
 
 void gateway::unscript_interface(const std::string &interface)
 {
     remove(scripts_path + ("/" + interface));
     if (netd_.running())
-        kill(netd_.pid(), SIGHUP);
+        settle_netd();
 }
 
 void gateway::fake_program(const std::string &name, const std::string &shell_text)
@@ -351,6 +353,14 @@ void gateway::reload_netd()
     const bus_reply reply = call_object("network", "reload");
     if (reply.status)
         throw std::runtime_error("reload of the network daemon: status " + std::to_string(reply.status));
+}
+
+void gateway::settle_netd()
+{
+    const bus_reply reply = call_object("gateway-netd", "settle");
+    if (reply.status)
+        throw std::runtime_error("the network daemon does not settle: status " +
+                                 std::to_string(reply.status));
 }
 
 void gateway::stop_netd()

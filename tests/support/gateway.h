@@ -141,6 +141,8 @@ public:
     // The network daemon's stand-in, with boardinfo; starts the bus first if it does not run.
     void start_netd(const netd_options &options = {});
     void reload_netd(); // as `network reload` does
+    // Waits until no interface of the stand-in is pending and none of its hotplug scripts runs.
+    void settle_netd();
     void stop_netd();
     void start_korvel(); // starts the bus first if it does not run
     // Ends the daemon and returns its exit status, 128 + signal when the signal killed it.

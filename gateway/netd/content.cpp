@@ -1,0 +1,183 @@
+#include "netd/content.h"
+
+#include <arpa/inet.h>
+#include <bit>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr lifetime provider_lifetime{1800, 3600};
+constexpr int provider_route_metric = 512;
+constexpr int provider_route_valid = 1700;
+constexpr int provider_lease_seconds = 86400;
+constexpr char any_v4[] = "0.0.0.0";
+constexpr char any_v6[] = "::";
+
+__attribute__((format(printf, 1, 2))) std::string text(const char *pattern, ...)
+{
+    char buffer[80];
+    va_list args;
+    va_start(args, pattern);
+    vsnprintf(buffer, sizeof(buffer), pattern, args);
+    va_end(args);
+    return buffer;
+}
+
+// The digits behind the first underscore: 3 for wan_3, wan_3_v6 and dslite_3; 0 for a name without.
+unsigned interface_number(const std::string &name)
+{
+    const size_t underscore = name.find('_');
+    return underscore == std::string::npos
+               ? 0
+               : static_cast<unsigned>(atoi(name.c_str() + underscore + 1)) & 0xff;
+}
+
+// "address/length"; without a length all bits.
+address parse_address(const std::string &value, int all_bits)
+{
+    const size_t slash = value.find('/');
+    return {value.substr(0, slash),
+            slash == std::string::npos ? all_bits : atoi(value.c_str() + slash + 1),
+            {},
+            {}};
+}
+
+int mask_length(const std::string &netmask, int missing)
+{
+    in_addr mask{};
+    return inet_pton(AF_INET, netmask.c_str(), &mask) == 1 ? std::popcount(mask.s_addr) : missing;
+}
+
+route default_route_v4(const std::string &next_hop, const std::string &source)
+{
+    return {any_v4, 0, next_hop, source};
+}
+
+route leased_default_route_v6(const std::string &source)
+{
+    return {any_v6, 0, "fe80::1", source, provider_route_metric, provider_route_valid};
+}
+
+void add_static(const config_section &interface, interface_content &content)
+{
+    constexpr int v4_bits = 32;
+    constexpr int v6_bits = 128;
+    const int mask = mask_length(interface.text("netmask"), v4_bits);
+    for (const std::string &value : interface.list("ipaddr"))
+        content.v4.push_back(parse_address(value, mask));
+    for (const std::string &value : interface.list("ip6addr"))
+        content.v6.push_back(parse_address(value, v6_bits));
+    for (const std::string &value : interface.list("ip6prefix")) {
+        const address parsed = parse_address(value, v6_bits);
+        content.prefixes.push_back({parsed.text, parsed.mask, {}, interface.name});
+    }
+    if (const std::string gateway = interface.text("gateway"); !gateway.empty())
+        content.routes.push_back(default_route_v4(gateway, "0.0.0.0/0"));
+    if (const std::string gateway = interface.text("ip6gw"); !gateway.empty())
+        content.routes.push_back({any_v6, 0, gateway, "::/0"});
+}
+
+void add_dhcp(unsigned number, interface_content &content)
+{
+    const std::string own = text("198.51.100.%u", (22 + number) % 256);
+    content.v4.push_back({own, 24, {}, {}});
+    content.routes.push_back(default_route_v4("198.51.100.1", own + "/32"));
+    content.servers = {"198.51.100.53", "203.0.113.53"};
+    content.search = {"isp.example"};
+    content.lease_seconds = provider_lease_seconds;
+}
+
+void add_dhcpv6(unsigned number, const std::string &name, interface_content &content)
+{
+    const std::string own = text("2001:db8:%x:1::9", number);
+    const std::string delegated = text("2001:db8:%x::", (0xa900 + number * 0x100) & 0xffff);
+    constexpr int delegated_mask = 56;
+    content.v6.push_back({own, 128, {}, provider_lifetime});
+    content.prefixes.push_back({delegated, delegated_mask, provider_lifetime, name});
+    content.routes.push_back(leased_default_route_v6(text("%s/%d", delegated.c_str(), delegated_mask)));
+    content.routes.push_back(leased_default_route_v6(own + "/128"));
+    content.servers = {"2001:db8::53", "2001:db8::54"};
+    content.passed_through = "00170020";
+}
+
+void add_pppoe(const config_section &interface, unsigned number, interface_content &content)
+{
+    content.updated = {"addresses", "routes"};
+    content.v4.push_back({text("100.64.%u.9", (number + 1) % 256), 32, "100.64.0.1", {}});
+    if (dynamic_v6_side(interface))
+        content.v6.push_back({text("fe80::3c1f:9aff:fe%02x:11", number), 128, {}, {}});
+    content.routes.push_back(default_route_v4("100.64.0.1", "0.0.0.0/0"));
+    content.servers = {"203.0.113.1", "203.0.113.2"};
+}
+
+void add_dslite(interface_content &content)
+{
+    content.v4.push_back({"192.0.0.2", 29, {}, {}});
+    content.routes.push_back(default_route_v4(any_v4, "0.0.0.0/0"));
+}
+
+void apply_preferences(const config_section &interface, interface_content &content)
+{
+    if (interface.number("defaultroute", 1) == 0)
+        content.inactive_routes.swap(content.routes);
+    if (interface.number("peerdns", 1) == 0) {
+        content.inactive_servers.swap(content.servers);
+        content.inactive_search.swap(content.search);
+    }
+    const std::vector<std::string> configured = interface.list("dns");
+    content.servers.insert(content.servers.begin(), configured.begin(), configured.end());
+    const std::vector<std::string> domains = interface.list("dns_search");
+    content.search.insert(content.search.begin(), domains.begin(), domains.end());
+}
+
+} // namespace
+
+std::string lower_device(const config_section &interface)
+{
+    return interface.text("proto") == "dslite" ? "" : interface.text("device");
+}
+
+std::string layer3_device(const config_section &interface)
+{
+    const std::string protocol = interface.text("proto");
+    if (protocol == "pppoe")
+        return "pppoe-" + interface.name;
+    if (protocol == "dslite")
+        return "ds-" + interface.name;
+    return interface.text("device");
+}
+
+interface_content content_of(const config_section &interface)
+{
+    interface_content content;
+    const std::string protocol = interface.text("proto");
+    const unsigned number = interface_number(interface.name);
+    if (protocol == "static")
+        add_static(interface, content);
+    else if (protocol == "dhcp")
+        add_dhcp(number, content);
+    else if (protocol == "dhcpv6")
+        add_dhcpv6(number, interface.name, content);
+    else if (protocol == "pppoe")
+        add_pppoe(interface, number, content);
+    else if (protocol == "dslite")
+        add_dslite(content);
+    apply_preferences(interface, content);
+    return content;
+}
+
+std::optional<config_section> dynamic_v6_side(const config_section &interface)
+{
+    const std::string ipv6 = interface.text("ipv6");
+    if (interface.text("proto") != "pppoe" || (ipv6 != "auto" && ipv6 != "1"))
+        return std::nullopt;
+    config_section side{interface.name + "_6",
+                        {{"proto", {"dhcpv6"}}, {"device", {layer3_device(interface)}}}};
+    for (const char *inherited : {"peerdns", "defaultroute", "delegate"})
+        if (interface.has(inherited))
+            side.options.push_back({inherited, {interface.text(inherited)}});
+    return side;
+}

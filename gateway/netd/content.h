@@ -1,0 +1,65 @@
+// What an interface has once it is up: addresses, routes and servers. They come from its configuration or,
+// for the protocols that ask a provider, from addresses for documentation which follow from the digits in the
+// interface's name: wan_3 always gets what wan_3 got before.
+#pragma once
+
+#include "netd/network_config.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct lifetime {
+    int preferred;
+    int valid;
+};
+
+struct address {
+    std::string text;
+    int mask;
+    std::string peer;               // empty: none
+    std::optional<lifetime> leased; // nothing: for ever
+};
+
+struct route {
+    std::string target;
+    int mask;
+    std::string next_hop;
+    std::string source; // "address/length"
+    int metric = 0;     // 0: not said
+    int valid = 0;      // 0: for ever
+};
+
+struct prefix {
+    std::string text;
+    int mask;
+    std::optional<lifetime> leased;
+    std::string owner; // interface that it was delegated to
+};
+
+struct interface_content {
+    std::vector<std::string> updated; // what the protocol has changed since the interface came up
+    std::vector<address> v4;
+    std::vector<address> v6;
+    std::vector<prefix> prefixes;
+    std::vector<route> routes;
+    std::vector<std::string> servers; // DNS, configured ones first
+    std::vector<std::string> search;  // domains
+    // Known, but kept out of use by the configuration.
+    std::vector<route> inactive_routes;
+    std::vector<std::string> inactive_servers;
+    std::vector<std::string> inactive_search;
+    int lease_seconds = 0;      // 0: not said
+    std::string passed_through; // DHCPv6 options for the LAN, in hexadecimal
+};
+
+// The network device of the interface's traffic: another one than the device below it for dialled and
+// tunnelled ones.
+std::string layer3_device(const config_section &interface);
+// The device below; empty when the protocol has none.
+std::string lower_device(const config_section &interface);
+
+interface_content content_of(const config_section &interface);
+
+// The IPv6 side that a dialled interface brings up by itself, as a section; nothing when it has none.
+std::optional<config_section> dynamic_v6_side(const config_section &interface);

@@ -1,0 +1,206 @@
+#include "netd/links.h"
+
+#include "root/find_program.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <net/if.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool exists(const std::string &device)
+{
+    return if_nametoindex(device.c_str()) != 0;
+}
+
+std::string class_entry(const std::string &device, const char *attribute)
+{
+    return "/sys/class/net/" + device + "/" + attribute;
+}
+
+std::string attribute_of(const std::string &device, const char *attribute)
+{
+    std::ifstream in(class_entry(device, attribute));
+    std::string value;
+    in >> value;
+    return value;
+}
+
+std::string bridge_of(const std::string &device)
+{
+    std::error_code none; // a device outside every bridge has no such link
+    return fs::read_symlink(class_entry(device, "master"), none).filename();
+}
+
+std::string pair_commands(const std::string &device)
+{
+    const std::string far = "far-" + device;
+    if (far.size() >= IF_NAMESIZE)
+        return "link add " + device + " type veth\nlink set " + device + " up\n";
+    return "link add " + device + " type veth peer name " + far + "\nlink set " + far + " up\nlink set " +
+           device + " up\n";
+}
+
+std::string attribute_commands(const config_section &section)
+{
+    const std::string device = section.text("name");
+    std::string commands;
+    for (const auto &[option, attribute] : {std::pair{"mtu", "mtu"}, std::pair{"macaddr", "address"}}) {
+        const std::string value = section.text(option);
+        if (!value.empty() && attribute_of(device, attribute) != value)
+            commands += "link set dev " + device + " " + attribute + " " + value + "\n";
+    }
+    return commands;
+}
+
+std::string bridge_commands(const config_section &section)
+{
+    const std::string bridge = section.text("name");
+    std::string commands;
+    if (!exists(bridge))
+        commands += "link add " + bridge + " type bridge\nlink set " + bridge + " up\n";
+    const std::vector<std::string> ports = section.list("ports");
+    std::set<std::string> surplus;
+    std::error_code none; // a new bridge has no ports yet
+    for (const fs::directory_entry &port : fs::directory_iterator(class_entry(bridge, "brif"), none))
+        surplus.insert(port.path().filename());
+    for (const std::string &port : ports) {
+        surplus.erase(port);
+        if (exists(port) && bridge_of(port) != bridge)
+            commands += "link set " + port + " master " + bridge + " up\n";
+    }
+    for (const std::string &port : surplus)
+        commands += "link set " + port + " nomaster\n";
+    return commands;
+}
+
+std::string address_words(const address &own)
+{
+    const std::string local = own.peer.empty() ? own.text : own.text + " peer " + own.peer;
+    return local + "/" + std::to_string(own.mask);
+}
+
+// The family follows from the target.
+std::string route_words(const char *operation, const route &path, const std::string &device)
+{
+    const bool direct = path.next_hop == "0.0.0.0" || path.next_hop == "::";
+    const std::string hop = direct ? "" : " via " + path.next_hop;
+    const std::string metric = path.metric ? " metric " + std::to_string(path.metric) : "";
+    return std::string("route ") + operation + " " + path.target + "/" + std::to_string(path.mask) + hop +
+           " dev " + device + metric + "\n";
+}
+
+// The kernel keeps one default route for each next hop, whatever sources it is for.
+std::string route_commands(const char *operation, const std::vector<route> &routes, const std::string &device)
+{
+    std::string commands;
+    std::set<std::string> hops;
+    for (const route &path : routes)
+        if (hops.insert(path.next_hop).second)
+            commands += route_words(operation, path, device);
+    return commands;
+}
+
+// A made device exists as long as its interface is up.
+bool has_own_device(const config_section &interface)
+{
+    return layer3_device(interface) != lower_device(interface);
+}
+
+} // namespace
+
+links::links(bool enabled) : enabled_(enabled), program_(find_program("ip")) {}
+
+void links::run(const std::string &commands) const
+{
+    if (commands.empty())
+        return;
+    // Each line is independent: one that fails is told by ip, the others are done.
+    FILE *const ip = popen((program_ + " -force -batch -").c_str(), "w");
+    if (!ip || fputs(commands.c_str(), ip) < 0)
+        perror(program_.c_str());
+    if (ip && pclose(ip) != 0)
+        fprintf(stderr, "gateway-netd: ip failed for some of:\n%s", commands.c_str());
+}
+
+bool links::present(const std::string &device) const
+{
+    return !enabled_ || exists(device);
+}
+
+void links::make(const std::vector<config_section> &devices)
+{
+    if (!enabled_)
+        return;
+    std::string commands;
+    for (const config_section &section : devices) {
+        const std::string device = section.text("name");
+        if (section.text("type") != "8021q" || device.empty() || !made_.insert(device).second)
+            continue;
+        if (!exists(device))
+            commands += pair_commands(device);
+    }
+    run(commands);
+
+    commands.clear();
+    for (const config_section &section : devices) {
+        if (section.text("type") == "bridge")
+            commands += bridge_commands(section);
+        if (exists(section.text("name")))
+            commands += attribute_commands(section);
+    }
+    run(commands);
+}
+
+void links::remove_others(const std::vector<config_section> &devices)
+{
+    std::set<std::string> wanted;
+    for (const config_section &section : devices)
+        wanted.insert(section.text("name"));
+    std::string commands;
+    for (auto device = made_.begin(); device != made_.end();) {
+        if (wanted.contains(*device)) {
+            ++device;
+            continue;
+        }
+        if (exists(*device))
+            commands += "link delete " + *device + "\n";
+        device = made_.erase(device);
+    }
+    run(commands);
+}
+
+void links::bring_up(const config_section &interface, const interface_content &content)
+{
+    const std::string device = layer3_device(interface);
+    if (!enabled_ || device.empty())
+        return;
+    std::string commands;
+    if (has_own_device(interface) && !exists(device))
+        commands += pair_commands(device);
+    for (const address &own : content.v4)
+        commands += "addr replace " + address_words(own) + " dev " + device + "\n";
+    for (const address &own : content.v6)
+        commands += "addr replace " + address_words(own) + " dev " + device + " nodad\n";
+    commands += route_commands("append", content.routes, device);
+    run(commands);
+}
+
+void links::take_down(const config_section &interface, const interface_content &content)
+{
+    const std::string device = layer3_device(interface);
+    if (!enabled_ || !exists(device))
+        return;
+    if (has_own_device(interface)) {
+        run("link delete " + device + "\n");
+        return;
+    }
+    std::string commands = route_commands("del", content.routes, device);
+    for (const std::vector<address> *addresses : {&content.v4, &content.v6})
+        for (const address &own : *addresses)
+            commands += "addr del " + address_words(own) + " dev " + device + "\n";
+    run(commands);
+}

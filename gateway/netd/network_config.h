@@ -1,0 +1,34 @@
+// The `network` configuration as the stand-in uses it: plain copies of the sections, so that two states of it
+// can be compared.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct config_option {
+    std::string name;
+    std::vector<std::string> values; // one for a plain option
+    bool operator==(const config_option &) const = default;
+};
+
+struct config_section {
+    std::string name;
+    std::vector<config_option> options;
+    bool operator==(const config_section &) const = default;
+
+    // The first value; empty when the option is missing.
+    std::string text(const char *option) const;
+    int number(const char *option, int missing) const;
+    bool has(const char *option) const;
+    // All values; a plain option is taken apart at blanks, as the network daemon does.
+    std::vector<std::string> list(const char *option) const;
+};
+
+struct network_config {
+    std::vector<config_section> devices;
+    std::vector<config_section> interfaces;
+};
+
+// Reads it with pending changes. Nothing when it cannot be read or parsed; the reason is on standard error.
+std::optional<network_config> read_network_config();

@@ -1,0 +1,29 @@
+// Replies that a test or a user has laid down for an interface, in the file /gateway/netd/<interface>: a mode
+// and what belongs to it.
+//
+//   json {...}       exactly this object
+//   absent           no such object on the bus
+//   malformed        a message that a client prints as something that is no JSON
+//   silent           status 0 without data
+//   big              the usual reply, made longer than 2,048 bytes
+//   slow N [REPLY]   after N seconds; REPLY is an object or any of these, without it the usual reply
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum class reply_mode { usual, json, absent, malformed, silent, big, invalid };
+
+struct scripted_reply {
+    reply_mode mode = reply_mode::usual;
+    int delay_ms = 0;
+    std::string json; // of mode json
+};
+
+// Reads the interface's file; no file means the usual reply. A text that is none of the modes is said on
+// standard error.
+scripted_reply read_scripted_reply(const std::string &interface);
+scripted_reply parse_scripted_reply(const std::string &text);
+
+// Interfaces that have a file.
+std::vector<std::string> scripted_interfaces();

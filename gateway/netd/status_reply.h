@@ -1,0 +1,34 @@
+// The reply of an interface's method `status`, in the network daemon's shape.
+#pragma once
+
+#include "netd/bus_headers.h"
+#include "netd/content.h"
+#include "netd/network_config.h"
+
+#include <string>
+#include <vector>
+
+// A prefix that an interface of the LAN has taken its part of.
+struct prefix_assignment {
+    std::string text;
+    int mask;
+    std::optional<lifetime> leased;
+};
+
+enum class link_state { down, pending, up };
+
+struct interface_status {
+    const config_section *section;
+    link_state state;
+    bool available;
+    bool autostart;
+    bool dynamic;
+    int uptime; // seconds
+    const interface_content *content;
+    std::string downstream;  // interface that gets the prefixes; empty: none
+    int downstream_mask = 0; // size of its part
+    std::vector<prefix_assignment> assignments;
+};
+
+// Adds the members to the open container.
+void add_status(blob_buf *reply, const interface_status &status);
