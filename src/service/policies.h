@@ -12,8 +12,8 @@ struct arg_rule {
     wan_field field;
     enum blobmsg_type type; // INT32, INT8 (a boolean) or STRING
     uint32_t low, high;     // accepted numbers, judged after the cut to the field's width; unused for texts,
-                        // whose greatest accepted length is the field's size less one
-    const char *display; // what a refusal calls it
+                            // whose greatest accepted length is the field's size less one
+    const char *display;    // what a refusal calls it
 };
 
 inline constexpr size_t record_arg_count = 32;
