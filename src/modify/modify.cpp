@@ -1,31 +1,14 @@
 #include "modify/modify.h"
 
-#include "base/os.h"
+#include "base/text.h"
 #include "create/conflicts.h"
-#include "create/create.h"
 #include "create/parse_args.h"
+#include "modify/apply.h"
 #include "modify/pending.h"
-#include "remove/delete_wan.h"
 #include "service/policies.h"
 #include "service/reply.h"
-#include "store/read_config.h"
 
 namespace {
-
-int check_conflicts(const wan_config *config)
-{
-    char section[section_name_size] = {};
-    char device[12] = {};
-    (void)wan_find_device(config->wanId, section, device); // a WAN that does not exist excludes nothing
-    return wan_check_conflicts(config, section);
-}
-
-void announce_update(uint8_t wan_id)
-{
-    char command[64];
-    text_ref(command).format("ACTION=\"ifupdate\" INTERFACE=\"wan_%u\" hotplug-call iface &", wan_id);
-    run_command(command);
-}
 
 int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[],
                   uint8_t wan_id, bus_reply &reply)
@@ -71,19 +54,6 @@ int queue(ubus_context *bus, ubus_request_data *request, blob_attr *const attrib
 }
 
 } // namespace
-
-int wan_modify_apply(const wan_config *config)
-{
-    const int conflict = check_conflicts(config);
-    if (wan_conflict_refuses(conflict, "modify", config))
-        return conflict;
-    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
-    if (deleted != 0)
-        return deleted;
-    const int created = wan_create(config, config->wanId);
-    announce_update(config->wanId);
-    return created;
-}
 
 int wan_handle_modify(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
                       blob_attr *message)

@@ -5,7 +5,7 @@
 #include "base/os.h"
 #include "base/stop_signals.h"
 #include "create/parse_args.h"
-#include "modify/modify.h"
+#include "modify/apply.h"
 #include "service/reply.h"
 #include "store/read_config.h"
 

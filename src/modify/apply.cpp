@@ -1,0 +1,39 @@
+#include "modify/apply.h"
+
+#include "base/os.h"
+#include "create/conflicts.h"
+#include "create/create.h"
+#include "remove/delete_wan.h"
+#include "store/read_config.h"
+
+namespace {
+
+int check_conflicts(const wan_config *config)
+{
+    char section[section_name_size] = {};
+    char device[12] = {};
+    (void)wan_find_device(config->wanId, section, device); // a WAN that does not exist excludes nothing
+    return wan_check_conflicts(config, section);
+}
+
+void announce_update(uint8_t wan_id)
+{
+    char command[64];
+    text_ref(command).format("ACTION=\"ifupdate\" INTERFACE=\"wan_%u\" hotplug-call iface &", wan_id);
+    run_command(command);
+}
+
+} // namespace
+
+int wan_modify_apply(const wan_config *config)
+{
+    const int conflict = check_conflicts(config);
+    if (wan_conflict_refuses(conflict, "modify", config))
+        return conflict;
+    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
+    if (deleted != 0)
+        return deleted;
+    const int created = wan_create(config, config->wanId);
+    announce_update(config->wanId);
+    return created;
+}
