@@ -3,6 +3,8 @@
 
 #include "base/text.h"
 
+#include <cstdio>
+
 // Runs a shell command and waits for it. Stop signals act meanwhile. Callers look at what the command was to
 // achieve, not at its exit status.
 void run_command(const char *command);
@@ -41,5 +43,5 @@ public:
 private:
     const char *path_;
     char temporary_[96];
-    struct _IO_FILE *stream_;
+    FILE *stream_;
 };
