@@ -1,4 +1,5 @@
-add_executable(ubox_test ubox_blob_test.cpp ubox_blobmsg_test.cpp ubox_blobmsg_json_test.cpp)
+# Tests of the message library, its JSON companion, the event loop and the bus client library.
+add_executable(ubox_test ubox_blob_test.cpp ubox_blobmsg_json_test.cpp ubox_blobmsg_test.cpp ubox_uloop_test.cpp)
 target_link_libraries(ubox_test PRIVATE korvel_blobmsg_json korvel_ubox korvel_flags GTest::gtest_main
     Threads::Threads)
 gtest_discover_tests(ubox_test)
