@@ -1,5 +1,6 @@
 #include "base/os.h"
 
+#include "base/log.h"
 #include "base/stop_signals.h"
 
 #include <cerrno>
@@ -13,7 +14,8 @@
 void run_command(const char *command)
 {
     const stop_signal_mask admitted(stop_signal_mask::admit);
-    (void)system(command);
+    if (system(command) == -1)
+        log_error("Failed to run: %s", command);
 }
 
 bool read_command(const char *command, text_ref output)
@@ -26,7 +28,8 @@ bool read_command(const char *command, text_ref output)
     (void)setvbuf(pipe, nullptr, _IONBF, 0);
     {
         const stop_signal_mask admitted(stop_signal_mask::admit);
-        (void)fread(output.data, 1, output.size - 1, pipe);
+        const size_t count = fread(output.data, 1, output.size - 1, pipe);
+        output.data[count] = '\0';
     }
     (void)pclose(pipe);
     return true;
