@@ -60,6 +60,7 @@ int run_command(const launcher_options &options)
     (void)fputs(shell_greeting, stdout);
     (void)fflush(stdout);
     setenv("PS1", "gateway:\\w# ", 1);
+    fs::current_path("/root");
     return wait_for_program(start_program({"sh", "-i"}, ""));
 }
 

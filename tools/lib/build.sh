@@ -1,0 +1,42 @@
+# Configures and builds a preset.
+
+jobs=$(nproc)
+
+# Where a preset is built: build/PRESET, or a directory of one's own where that cannot be written.
+build_directory() {
+    local preferred=$source_directory/build/$1 existing
+    existing=$preferred
+    while [ ! -e "$existing" ]; do
+        existing=$(dirname "$existing")
+    done
+    if [ -w "$existing" ]; then
+        echo "$preferred"
+    else
+        echo "${TMPDIR:-/tmp}/korvel-$(id -un)/$1"
+    fi
+}
+
+# configure PRESET [CMAKE OPTION]...
+configure() {
+    local preset=$1
+    shift
+    (cd "$source_directory" && cmake --preset "$preset" -B "$(build_directory "$preset")" "$@")
+}
+
+# build PRESET [TARGET]...: everything when no target is named.
+build() {
+    local directory
+    directory=$(build_directory "$1")
+    shift
+    cmake --build "$directory" -j "$jobs" ${1:+--target "$@"}
+}
+
+# quietly COMMAND...: its output is shown only when it fails.
+quietly() {
+    local output status=0
+    output=$(mktemp)
+    "$@" > "$output" 2>&1 || status=$?
+    [ $status -eq 0 ] || cat "$output" >&2
+    rm -f "$output"
+    return $status
+}

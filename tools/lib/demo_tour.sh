@@ -1,0 +1,179 @@
+#!/bin/sh
+# The demonstration; runs inside a virtual gateway whose korvel is not started yet. Each step is a sentence and the
+# command lines themselves; a command that fails, or an effect that does not come, ends it with an error.
+set -eu
+
+say() {
+    printf '\n== %s\n' "$*"
+}
+
+# Shows a command line and runs it.
+run() {
+    printf '\n$ %s\n' "$1"
+    eval "$1" || {
+        status=$?
+        echo "demo: this failed with status $status" >&2
+        exit 1
+    }
+}
+
+# As run, for a command line that has to fail.
+run_refused() {
+    printf '\n$ %s\n' "$1"
+    if eval "$1"; then
+        echo "demo: this should have been refused" >&2
+        exit 1
+    fi
+}
+
+# Waits until the condition holds.
+await() {
+    tries=0
+    until eval "$1" > /dev/null 2>&1; do
+        tries=$((tries + 1))
+        if [ $tries -gt 500 ]; then
+            echo "demo: this did not come true in time: $1" >&2
+            exit 1
+        fi
+        sleep 0.02
+    done
+}
+
+start_korvel() {
+    printf '\n$ korvel -d > /gateway/korvel.out 2>&1 &\n'
+    korvel -d > /gateway/korvel.out 2>&1 &
+    korvel_process=$!
+    ubus -t 15 wait_for korvel
+}
+
+stop_korvel() {
+    run "kill $korvel_process"
+    wait $korvel_process
+}
+
+show_start() {
+    say "A freshly installed gateway: bus and network daemon run, korvel is started."
+    run "cat /gateway/boardinfo.json"
+    run "uci show network.korvel"
+    start_korvel
+    run "ubus -v list korvel"
+}
+
+add_wans() {
+    say "A routed PPPoE WAN for IPv4 and IPv6 on VLAN 100; LAN ports 1 and 2 are bound to it."
+    run "ubus call korvel add '{\"wanMode\":1, \"ipProtocol\":3, \"ipMode\":2, \"napt\":true, \"vlanMode\":true,
+    \"vid\":100, \"prio\":5, \"mtu\":1492, \"service\":1, \"bind\":\"11000000\", \"autoDns\":true, \"autoDnsV6\":true,
+    \"ipv6PrefixProxy\":true, \"pppUser\":\"alice@isp.example\", \"pppPwd\":\"secret\"}'"
+    say "A routed WAN that gets its addresses by DHCP, IPv4 and IPv6, on VLAN 200, with LAN port 3."
+    run "ubus call korvel add '{\"wanMode\":1, \"ipProtocol\":3, \"ipMode\":0, \"napt\":true, \"vlanMode\":true,
+    \"vid\":200, \"mtu\":1500, \"service\":1, \"bind\":\"00100000\", \"autoDns\":true, \"autoDnsV6\":true}'"
+    say "A bridged WAN on VLAN 300 with multicast VLAN 301: LAN port 4 goes straight to the uplink."
+    run "ubus call korvel add '{\"wanMode\":0, \"ipProtocol\":1, \"vlanMode\":true, \"vid\":300, \"mvid\":301,
+    \"mtu\":1500, \"service\":3, \"disableLanDhcp\":true, \"bind\":\"00010000\"}'"
+    say "A WAN on the bridged WAN's VLAN is refused with status -2, and the log says why."
+    run "ubus call korvel add '{\"wanMode\":1, \"ipProtocol\":1, \"ipMode\":0, \"vlanMode\":true, \"vid\":300,
+    \"mtu\":1500, \"service\":1}'"
+    await "grep -q 'vlan 300 exist' /gateway/log"
+    run "cat /gateway/log"
+}
+
+query_wans() {
+    say "The network daemon has brought the first WAN up; get reports it with addresses, gateway and name servers."
+    await "ubus -S call network.interface.wan_1 status | grep -q '\"up\":true'"
+    run "ubus call korvel get '{\"wanId\":1}'"
+    say "all reports every WAN in brief."
+    run "ubus call korvel all"
+}
+
+show_configuration() {
+    say "What was written for the first WAN: a VLAN device with its port binding, and an interface."
+    run "uci show network | grep -F 'network.@device[1]'"
+    run "uci show network.wan_1"
+    say "IPv4 and IPv6 over DHCP are two interfaces."
+    run "uci show network.wan_2; uci show network.wan_2_v6"
+    say "The bridged WAN's device is one more port of the LAN bridge."
+    run "uci get network.@device[0].ports"
+    say "The identifiers in use, and what the firewall, the multicast proxy and UPnP were told."
+    run "uci show network.korvel"
+    run "uci get firewall.@zone[1].network; uci show omcproxy; uci show upnpd.config"
+}
+
+show_scripts() {
+    say "The generated scripts: a hotplug script for each routed WAN, rules for the bridged one, multicast VLANs."
+    run "ls -l /etc/hotplug.d/iface /etc/korvel"
+    run "head -n 15 /etc/hotplug.d/iface/99-wan_1"
+    run "cat /etc/korvel/rule_wan_3.sh"
+    run "cat /etc/korvel/rule_mvlan.sh"
+}
+
+show_effects() {
+    say "Services are reloaded after each WAN, always in the same order."
+    run "grep init.d /gateway/journal"
+    say "When the network daemon reported wan_1 up, its hotplug script installed policy routing into table 101."
+    await "ip route show table 101 | grep -q default"
+    await "ip rule | grep -q 'fwmark 0x1000/0x1000 lookup 101'"
+    run "ip rule"
+    run "ip route show table 101"
+    await "ebtables -t broute -L | grep -q eth0.2"
+    run "ebtables -t broute -L"
+    say "The bridge rules keep every port that is not bound away from the bridged WAN."
+    run "/etc/korvel/rule_wan_3.sh 2> /dev/null; ebtables -L FORWARD"
+}
+
+change_wans() {
+    say "An immediate modification rebuilds the WAN from the request: WAN 2 moves to VLAN 210."
+    run "ubus call korvel modify '{\"wanId\":2, \"wanMode\":1, \"ipProtocol\":3, \"ipMode\":0, \"napt\":true,
+    \"vlanMode\":true, \"vid\":210, \"mtu\":1500, \"service\":1, \"bind\":\"00100000\", \"autoDns\":true, \"autoDnsV6\":true}'"
+    run "uci get network.korvel.wanList; uci show network | grep \"name='pon\""
+    say "A deferred one is answered at once and applied after the given seconds; what it does not name stays."
+    run "ubus call korvel modify '{\"wanId\":1, \"mtu\":1400, \"wait\":1}'"
+    run "uci show network | grep mtu"
+    await "grep -q 'ACTION=ifupdate INTERFACE=wan_1' /gateway/journal"
+    run "uci show network | grep mtu"
+    run "uci get network.korvel.wanList"
+}
+
+restart_korvel() {
+    say "The scripts are lost; at its next start korvel writes them again from the configuration."
+    run "rm /etc/hotplug.d/iface/99-wan_* /etc/korvel/*"
+    stop_korvel
+    start_korvel
+    run "ls /etc/hotplug.d/iface /etc/korvel"
+    run "grep Generate /gateway/log"
+}
+
+remove_wans() {
+    say "del removes a WAN with everything that refers to it."
+    run "ubus call korvel del '{\"wanId\":2}'"
+    run_refused "uci get network.wan_2"
+    run "uci get network.korvel.wanList; uci get firewall.@zone[1].network; ls /etc/hotplug.d/iface"
+    say "addDev makes the management device."
+    run "ubus call korvel addDev"
+    run "uci show network | grep 4094"
+}
+
+provision() {
+    say "A provisioning list found at start-up replaces all WANs."
+    run "printf 'wanMode=1\nipProtocol=1\nipMode=1\nnapt=1\nvlanMode=1\nvid=500\nmtu=1500\nservice=1\nip=192.0.2.10\nmask=255.255.255.0\ngateway=192.0.2.1\npriDns=192.0.2.53\n' > /tmp/first_wan"
+    run "printf 'wanMode=1\nipProtocol=1\nipMode=0\nvlanMode=1\nvid=600\nmtu=1500\nservice=2\n' > /tmp/second_wan"
+    run "printf '/tmp/first_wan\n/tmp/second_wan\n' > /tmp/wan_list"
+    stop_korvel
+    start_korvel
+    run "uci get network.korvel.wanList; uci show network | grep lkname; ls /tmp/*wan* 2>&1 || true"
+    say "delAll leaves none."
+    run "ubus call korvel delAll"
+    run_refused "uci get network.korvel.wanList"
+    run_refused "uci show network | grep wan_"
+}
+
+show_start
+add_wans
+query_wans
+show_configuration
+show_scripts
+show_effects
+change_wans
+restart_korvel
+remove_wans
+provision
+say "That was it. For a prompt in such a gateway: tools/demo --shell"
