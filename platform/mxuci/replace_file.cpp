@@ -55,8 +55,8 @@ bool fill(int descriptor, const locked_file &present, const char *content, size_
     struct stat info;
     if (fstat(present.descriptor(), &info) != 0)
         return false;
-    (void)fchown(descriptor, info.st_uid,
-                 info.st_gid); // only root may; the mode is what counts for the others
+    // Only root may give a file away; for the others it stays theirs, and its mode is what counts.
+    [[maybe_unused]] const int given = fchown(descriptor, info.st_uid, info.st_gid);
     return write_all(descriptor, content, size) && fchmod(descriptor, info.st_mode & 07777) == 0 &&
            fsync(descriptor) == 0;
 }
