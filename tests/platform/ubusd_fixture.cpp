@@ -203,6 +203,14 @@ raw_client::raw_client(raw_client &&other) noexcept
     : socket_(std::exchange(other.socket_, -1)), id_(other.id_), greeted_(other.greeted_)
 {}
 
+raw_client &raw_client::operator=(raw_client &&other) noexcept
+{
+    std::swap(socket_, other.socket_);
+    std::swap(id_, other.id_);
+    std::swap(greeted_, other.greeted_);
+    return *this;
+}
+
 raw_client::~raw_client()
 {
     disconnect();

@@ -80,7 +80,7 @@ public:
     // Takes over a connected socket.
     explicit raw_client(int socket);
     raw_client(raw_client &&other) noexcept;
-    raw_client &operator=(raw_client &&) = delete;
+    raw_client &operator=(raw_client &&other) noexcept;
     ~raw_client();
 
     int socket() const { return socket_; }

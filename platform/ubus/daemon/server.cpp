@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -48,6 +49,11 @@ ssize_t receive_some(int socket, std::span<uint8_t> buffer, unique_fd &fd_out)
     return size;
 }
 
+unique_fd spare_descriptor()
+{
+    return unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
 } // namespace
 
 unique_fd listen_at(const char *path)
@@ -72,7 +78,8 @@ unique_fd listen_at(const char *path)
     return listener;
 }
 
-server::server(bus &bus, unique_fd listener) : bus_(bus), listener_(std::move(listener))
+server::server(bus &bus, unique_fd listener)
+    : bus_(bus), listener_(std::move(listener)), spare_(spare_descriptor())
 {
     only_server = this;
     place_.fd.fd = listener_.get();
@@ -109,7 +116,9 @@ void server::accept_clients()
 
 void server::adopt(unique_fd socket)
 {
+    spare_ = unique_fd();
     auto who = identify_peer(socket.get());
+    spare_ = spare_descriptor();
     if (!who)
         return;
     client &added = bus_.connect(std::move(socket), std::move(*who));

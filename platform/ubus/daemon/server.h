@@ -34,6 +34,9 @@ private:
 
     bus &bus_;
     unique_fd listener_;
+    // Given up while a user is looked up, so that the user database can be opened even for the last client
+    // that the system has a descriptor for.
+    unique_fd spare_;
     uloop_place place_;
 };
 
