@@ -48,12 +48,11 @@ bool resize_incoming(ubus_context *ctx, size_t attr_length)
     return true;
 }
 
-// Whether the head describes a message. There is no way to find the next one after a bad length.
+// Whether the head describes a message. There is no way to find the next one after a bad head. No upper
+// limit: the bus adds the caller's names to a call that may be as large as calls can be.
 bool head_is_sound(ubus_message *message)
 {
-    const blob_attr *const body = message->body();
-    return message->header.version == UBUS_MSG_VERSION && blob_raw_len(body) >= sizeof(blob_attr) &&
-           blob_pad_len(body) <= UBUS_MSG_LIMIT;
+    return message->header.version == UBUS_MSG_VERSION && blob_raw_len(message->body()) >= sizeof(blob_attr);
 }
 
 bool read_rest(ubus_context *ctx)
