@@ -78,8 +78,10 @@ add_wans() {
 }
 
 query_wans() {
-    say "The network daemon has brought the first WAN up; get reports it with addresses, gateway and name servers."
-    await "ubus -S call network.interface.wan_1 status | grep -q '\"up\":true'"
+    say "The network daemon has brought the routed WANs up; get reports one with addresses, gateway and name servers."
+    for id in 1 2; do
+        await "ubus -S call korvel get '{\"wanId\":$id}' | grep -q '\"status\":true,\"statusV6\":true'"
+    done
     run "ubus call korvel get '{\"wanId\":1}'"
     say "all reports every WAN in brief."
     run "ubus call korvel all"
