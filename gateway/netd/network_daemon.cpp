@@ -401,6 +401,8 @@ int network_daemon::answer(ubus_request_data *request, const std::string &interf
         status = UBUS_STATUS_NOT_FOUND;
         break;
     case reply_mode::invalid:
+        fprintf(stderr, "gateway-netd: the reply laid down for %s is none that is known\n",
+                interface.c_str());
         status = UBUS_STATUS_UNKNOWN_ERROR;
         break;
     case reply_mode::silent:

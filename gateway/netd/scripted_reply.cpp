@@ -1,7 +1,6 @@
 #include "netd/scripted_reply.h"
 
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -74,11 +73,7 @@ scripted_reply read_scripted_reply(const std::string &interface)
         return {};
     std::ostringstream text;
     text << in.rdbuf();
-    const scripted_reply reply = parse_scripted_reply(text.str());
-    if (reply.mode == reply_mode::invalid)
-        fprintf(stderr, "gateway-netd: %s/%s: unknown mode: %s\n", scripts_path, interface.c_str(),
-                text.str().c_str());
-    return reply;
+    return parse_scripted_reply(text.str());
 }
 
 std::vector<std::string> scripted_interfaces()

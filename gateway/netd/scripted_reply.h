@@ -20,8 +20,7 @@ struct scripted_reply {
     std::string json; // of mode json
 };
 
-// Reads the interface's file; no file means the usual reply. A text that is none of the modes is said on
-// standard error.
+// Reads the interface's file; no file means the usual reply, a text that is none of the modes is invalid.
 scripted_reply read_scripted_reply(const std::string &interface);
 scripted_reply parse_scripted_reply(const std::string &text);
 

@@ -79,16 +79,20 @@ std::string list(const char *name, const std::string &value)
     return value.empty() ? "" : std::string("\tlist ") + name + " '" + value + "'\n";
 }
 
-std::string interface_head(const std::string &name, const char *protocol, const wan_config &config)
+std::string interface_head(const std::string &name)
 {
-    return "\nconfig interface '" + name + "'\n" + option("proto", protocol) +
-           option("device", device_name(config));
+    return "\nconfig interface '" + name + "'\n";
 }
 
-// What only the main interface of a WAN carries.
-std::string main_options(const wan_config &config)
+// Only a WAN that carries internet traffic may be the default way out.
+std::string default_route(const wan_config &config)
 {
-    return option("napt", config.napt) + (config.iphostId ? option("iphostId", config.iphostId) : "");
+    return strstr(service_name(config.service), "INTERNET") ? "" : option("defaultroute", 0U);
+}
+
+std::string ip_host(const wan_config &config)
+{
+    return config.iphostId ? option("iphostId", config.iphostId) : "";
 }
 
 std::string dns_v4(const wan_config &config)
@@ -101,63 +105,78 @@ std::string dns_v6(const wan_config &config)
     return list("dns", read(config.priDnsV6)) + list("dns", read(config.secDnsV6));
 }
 
-std::string dhcp_sections(const wan_config &config)
+std::string dhcp_section(const wan_config &config, const std::string &name)
 {
-    const std::string name = text("wan_%u", config.wanId);
-    std::string sections;
-    if (config.ipProtocol & ip_protocol_v4) {
-        sections += interface_head(name, "dhcp", config) + main_options(config);
-        if (!config.autoDns)
-            sections += option("peerdns", 0U) + dns_v4(config);
-    }
-    if (config.ipProtocol & ip_protocol_v6) {
-        sections += interface_head(name + "_v6", "dhcpv6", config) + option("reqaddress", "try") +
-                    option("reqprefix", "auto");
-        if (!config.autoDnsV6)
-            sections += option("peerdns", 0U) + dns_v6(config);
-        if (!config.ipv6PrefixProxy)
-            sections += option("delegate", 0U);
-    }
-    return sections;
+    std::string section = interface_head(name) + option("proto", "dhcp") +
+                          option("device", device_name(config)) + option("napt", config.napt);
+    if (!config.autoDns)
+        section += option("peerdns", 0U) + dns_v4(config);
+    return section + default_route(config) + ip_host(config);
 }
 
-std::string pppoe_section(const wan_config &config)
+std::string dhcpv6_section(const wan_config &config, const std::string &name)
 {
-    std::string section = interface_head(text("wan_%u", config.wanId), "pppoe", config) +
-                          main_options(config) + option("username", read(config.pppUser)) +
+    std::string section = interface_head(name) + option("proto", "dhcpv6") +
+                          option("device", device_name(config)) + option("reqaddress", "try") +
+                          option("reqprefix", "auto");
+    if (!config.autoDnsV6)
+        section += option("peerdns", 0U) + dns_v6(config);
+    section += default_route(config);
+    return config.ipv6PrefixProxy ? section : section + option("delegate", 0U);
+}
+
+std::string pppoe_options(const wan_config &config)
+{
+    std::string options = option("proto", "pppoe") + option("username", read(config.pppUser)) +
                           option("password", read(config.pppPwd));
     if (config.pppServName[0])
-        section += option("service", read(config.pppServName));
+        options += option("service", read(config.pppServName));
     if (config.pppDialMode)
-        section += option("demand", 300U);
-    section += option("ipv6", config.ipProtocol & ip_protocol_v6 ? "auto" : "0");
+        options += option("demand", 300U);
+    options += option("ipv6", config.ipProtocol & ip_protocol_v6 ? "auto" : "0");
     const bool own_v4 = (config.ipProtocol & ip_protocol_v4) && !config.autoDns;
     const bool own_v6 = (config.ipProtocol & ip_protocol_v6) && !config.autoDnsV6;
     if (own_v4 || own_v6)
-        section += option("peerdns", 0U);
+        options += option("peerdns", 0U);
     if (own_v4)
-        section += dns_v4(config);
+        options += dns_v4(config);
     if (own_v6)
-        section += dns_v6(config);
+        options += dns_v6(config);
     if ((config.ipProtocol & ip_protocol_v6) && !config.ipv6PrefixProxy)
-        section += option("delegate", 0U);
-    return section;
+        options += option("delegate", 0U);
+    return options;
 }
 
-std::string static_section(const wan_config &config)
+std::string static_options(const wan_config &config)
 {
-    std::string section =
-        interface_head(text("wan_%u", config.wanId), "static", config) + main_options(config);
+    std::string options = option("proto", "static");
     if (config.ipProtocol & ip_protocol_v4)
-        section += option("ipaddr", read(config.ip)) + option("netmask", read(config.mask)) +
+        options += option("ipaddr", read(config.ip)) + option("netmask", read(config.mask)) +
                    option("gateway", read(config.gateway)) + dns_v4(config);
     if (config.ipProtocol & ip_protocol_v6) {
-        section += list("ip6addr", read(config.ipv6Addr)) + option("ip6gw", read(config.ipv6Gateway)) +
+        options += list("ip6addr", read(config.ipv6Addr)) + option("ip6gw", read(config.ipv6Gateway)) +
                    option("ip6prefix", read(config.ipv6Prefix)) + option("peerdns", 0U) + dns_v6(config);
         if (!config.ipv6PrefixProxy)
-            section += option("delegate", 0U);
+            options += option("delegate", 0U);
     }
-    return section;
+    return options;
+}
+
+// The one interface of a static or dialled WAN.
+std::string shared_section(const wan_config &config, const std::string &name)
+{
+    return interface_head(name) + option("device", device_name(config)) + option("napt", config.napt) +
+           default_route(config) +
+           (config.ipMode == ip_mode_static ? static_options(config) : pppoe_options(config)) +
+           ip_host(config);
+}
+
+std::string dslite_section(const wan_config &config, const std::string &name)
+{
+    const std::string below = text("wan_%u", config.wanId) + (config.ipMode == ip_mode_dhcp ? "_v6" : "");
+    return interface_head(name) + option("proto", "dslite") +
+           option("peeraddr", read(config.ipv6AddrDsLite)) + option("tunlink", below) +
+           option("encaplimit", "ignore");
 }
 
 class request {
@@ -303,21 +322,32 @@ std::string uci_device_section(const wan_config &config)
     return section + option("lkname", link_name(config));
 }
 
+std::vector<std::string> interface_names(const wan_config &config)
+{
+    std::vector<std::string> names;
+    if (config.wanMode == wan_mode_bridged)
+        return names;
+    const std::string main = text("wan_%u", config.wanId);
+    if (config.ipMode != ip_mode_dhcp || (config.ipProtocol & ip_protocol_v4))
+        names.push_back(main);
+    if (config.ipMode == ip_mode_dhcp && (config.ipProtocol & ip_protocol_v6))
+        names.push_back(main + "_v6");
+    if (config.ipv6DsLite && config.ipProtocol == ip_protocol_v6)
+        names.push_back(text("dslite_%u", config.wanId));
+    return names;
+}
+
 std::string uci_interface_sections(const wan_config &config)
 {
-    if (config.wanMode == wan_mode_bridged)
-        return "";
     std::string sections;
-    if (config.ipMode == ip_mode_dhcp)
-        sections = dhcp_sections(config);
-    else
-        sections = config.ipMode == ip_mode_static ? static_section(config) : pppoe_section(config);
-    if (config.ipv6DsLite && config.ipProtocol == ip_protocol_v6)
-        sections +=
-            text("\nconfig interface 'dslite_%u'\n", config.wanId) + option("proto", "dslite") +
-            option("peeraddr", read(config.ipv6AddrDsLite)) +
-            option("tunlink", text(config.ipMode == ip_mode_dhcp ? "wan_%u_v6" : "wan_%u", config.wanId)) +
-            option("encaplimit", "ignore");
+    for (const std::string &name : interface_names(config)) {
+        if (name.starts_with("dslite"))
+            sections += dslite_section(config, name);
+        else if (config.ipMode != ip_mode_dhcp)
+            sections += shared_section(config, name);
+        else
+            sections += name.ends_with("_v6") ? dhcpv6_section(config, name) : dhcp_section(config, name);
+    }
     return sections;
 }
 

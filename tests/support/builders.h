@@ -4,6 +4,7 @@
 #include "rules/rule_ctx.h"
 
 #include <string>
+#include <vector>
 
 // What a test may want different. Zero and empty mean what they mean in the record, with one exception: a vid
 // other than 0 makes the WAN tagged.
@@ -33,8 +34,12 @@ wan_rule_ctx rule_ctx(const wan_config &config);
 std::string link_name(const wan_config &config);
 std::string device_name(const wan_config &config);
 
+// The interfaces of a routed WAN, in the order in which creation makes them; none for a bridged one.
+std::vector<std::string> interface_names(const wan_config &config);
+
 // The WAN's sections in the `network` configuration as creation leaves them, in the form of a configuration
-// file. The device section has a MAC address that ends in the identifier.
+// file. The device section has a MAC address that ends in the identifier, and a port binding of as many
+// entries as `bind` has.
 std::string uci_device_section(const wan_config &config);
 std::string uci_interface_sections(const wan_config &config);
 

@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <ftw.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -59,18 +59,27 @@ text_lines split_lines(const std::string &text)
     return result;
 }
 
-int remove_entry(const char *path, const struct stat *, int, FTW *)
+bool is_mount_point(const std::string &path)
 {
-    // A directory on which something is mounted stays, as do the ones above it.
-    (void)::remove(path);
-    return 0;
+    struct statx state;
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &state))
+        fail("cannot stat " + path);
+    if (!(state.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT))
+        throw std::runtime_error("this kernel does not tell mount points");
+    return state.stx_attributes & STATX_ATTR_MOUNT_ROOT;
 }
 
-// Removes a tree, but nothing that is mounted into it: the build directory may lie below /tmp.
-void remove_tree(const std::string &path)
+// Removes a tree, but nothing that is mounted into it: the build directory may lie below /tmp. Returns
+// whether all of it is gone.
+bool remove_tree(const fs::path &path)
 {
-    constexpr int open_directories = 16;
-    (void)nftw(path.c_str(), remove_entry, open_directories, FTW_DEPTH | FTW_MOUNT | FTW_PHYS);
+    if (is_mount_point(path))
+        return false;
+    bool emptied = true;
+    if (fs::is_directory(fs::symlink_status(path)))
+        for (const fs::directory_entry &entry : fs::directory_iterator(path))
+            emptied = remove_tree(entry.path()) && emptied;
+    return emptied && fs::remove(path);
 }
 
 void empty_directory(const std::string &path)
@@ -187,7 +196,8 @@ bool gateway::exists(const std::string &path) const
 
 void gateway::remove(const std::string &path)
 {
-    remove_tree(path);
+    if (fs::exists(fs::symlink_status(path)))
+        remove_tree(path);
 }
 
 void gateway::chmod(const std::string &path, unsigned mode)
@@ -233,8 +243,8 @@ void gateway::store_wan(const wan_config &config)
         uci_set("network.korvel.maxWanId", std::to_string(config.wanId));
     if (config.wanMode == wan_mode_bridged)
         uci_add_list("network.@device[0].ports", device_name(config));
-    else
-        uci_add_list("firewall.@zone[1].network", "wan_" + std::to_string(config.wanId));
+    for (const std::string &interface : interface_names(config))
+        uci_add_list("firewall.@zone[1].network", interface);
 }
 
 text_lines gateway::commands() const

@@ -7,14 +7,14 @@
 json_value json_value::parse(std::string_view text)
 {
     json_value value;
+    const std::string terminated(text); // the terminator is passed, too: it ends a number
     json_tokener *const tokener = json_tokener_new();
     json_tokener_set_flags(tokener, JSON_TOKENER_STRICT);
-    json_object *object = json_tokener_parse_ex(tokener, text.data(), static_cast<int>(text.size()));
-    if (json_tokener_get_error(tokener) == json_tokener_continue)
-        object = json_tokener_parse_ex(tokener, "", -1); // the end of the text ends a number
+    json_object *const object =
+        json_tokener_parse_ex(tokener, terminated.c_str(), static_cast<int>(terminated.size() + 1));
     const bool whole =
         json_tokener_get_error(tokener) == json_tokener_success &&
-        text.find_first_not_of(" \t\n\r", json_tokener_get_parse_end(tokener)) == std::string_view::npos;
+        terminated.find_first_not_of(" \t\n\r", json_tokener_get_parse_end(tokener)) == std::string::npos;
     json_tokener_free(tokener);
     if (whole)
         value.object_.reset(object, json_object_put);
@@ -48,7 +48,7 @@ json_value json_value::at(const char *key) const
     return value;
 }
 
-json_value json_value::at(size_t index) const
+json_value json_value::entry(size_t index) const
 {
     if (!is_array() || index >= size())
         throw std::out_of_range("no entry " + std::to_string(index) + " in " + text());

@@ -25,7 +25,10 @@ public:
 
     // The member or entry; throws std::out_of_range with its name and the document when there is none.
     json_value at(const char *key) const;
-    json_value at(size_t index) const;
+    template <std::integral number> json_value at(number index) const
+    {
+        return entry(static_cast<size_t>(index));
+    }
     bool has(const char *key) const;
     // Entries of an array or members of a table.
     size_t size() const;
@@ -61,6 +64,7 @@ public:
     friend void PrintTo(const json_value &value, std::ostream *out) { *out << value.text(); }
 
 private:
+    json_value entry(size_t index) const;
     bool holds(bool expected) const;
     bool holds(int64_t expected) const;
     bool holds(std::string_view expected) const;
