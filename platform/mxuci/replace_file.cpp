@@ -1,5 +1,6 @@
 #include "replace_file.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -83,10 +84,14 @@ locked_file::locked_file(const char *path, int flags) : descriptor_(-1)
         descriptor_ = open(path, flags | O_CLOEXEC);
         if (descriptor_ < 0)
             return;
-        if (flock(descriptor_, LOCK_EX) == 0 && is_still(path, descriptor_))
+        const bool locked = flock(descriptor_, LOCK_EX) == 0;
+        if (locked && is_still(path, descriptor_))
             return;
+        const bool try_again = locked || errno == EINTR;
         (void)close(descriptor_);
         descriptor_ = -1;
+        if (!try_again)
+            return;
     }
 }
 

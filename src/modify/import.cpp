@@ -113,7 +113,7 @@ void import_definition(const char *path, bool is_first)
 
 void wan_import_custom()
 {
-    definition_path paths[most_definitions];
+    definition_path paths[most_definitions] = {};
     const int count = read_list(paths);
     if (count < 0)
         return;
