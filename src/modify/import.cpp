@@ -96,7 +96,7 @@ bool is_usable(const char *text)
 
 void import_definition(const char *path, bool is_first)
 {
-    char text[definition_size + 1];
+    char text[definition_size + 1] = {};
     if (read_file(path, text) < 0)
         return;
     if (is_usable(text)) {
