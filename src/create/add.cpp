@@ -21,7 +21,7 @@ int wan_handle_add(ubus_context *bus, ubus_object *, ubus_request_data *request,
 {
     blob_attr *attributes[add_arg_count];
     parse_request(add_policy.rows, message, attributes);
-    bus_reply reply;
+    handler_reply reply;
     // Deliberate: these replies speak of `get` and `modify`. Clients have matched on them since there was
     // only one text.
     if (!attributes[arg_wan_mode]) {

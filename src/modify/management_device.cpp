@@ -62,7 +62,7 @@ int add_management_device()
 int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
                        blob_attr *)
 {
-    bus_reply reply;
+    handler_reply reply;
     if (add_management_device() != 0) {
         reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;

@@ -11,7 +11,7 @@
 namespace {
 
 int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[],
-                  uint8_t wan_id, bus_reply &reply)
+                  uint8_t wan_id, handler_reply &reply)
 {
     wan_config config = {};
     config.wanId = wan_id;
@@ -34,7 +34,7 @@ int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *cons
 }
 
 int queue(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[], uint8_t wan_id,
-          uint32_t wait, bus_reply &reply)
+          uint32_t wait, handler_reply &reply)
 {
     char refused[display_name_size] = {};
     switch (wan_modify_later(wan_id, wait, attributes, refused)) {
@@ -60,7 +60,7 @@ int wan_handle_modify(ubus_context *bus, ubus_object *, ubus_request_data *reque
 {
     blob_attr *attributes[modify_arg_count];
     parse_request(modify_policy.rows, message, attributes);
-    bus_reply reply;
+    handler_reply reply;
     if (!attributes[arg_wan_id]) {
         reply.send_result(bus, request, -1, "korvel modify ERR! Invalid WAN ID.");
         return UBUS_STATUS_INVALID_ARGUMENT;

@@ -189,7 +189,7 @@ int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request,
     blob_attr *arguments[1];
     parse_request(wan_id_policy.rows, message, arguments);
     blob_attr *const wan_id = arguments[arg_wan_id];
-    bus_reply reply;
+    handler_reply reply;
     int result = -1;
     if (wan_id) {
         const scoped_lock lock(handler_mutex);

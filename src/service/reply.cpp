@@ -9,23 +9,23 @@
 constinit mutex handler_mutex;
 constinit blob_buf reply_buffer = {};
 
-bus_reply::bus_reply()
+handler_reply::handler_reply()
 {
     restart();
 }
 
-void bus_reply::restart()
+void handler_reply::restart()
 {
     if (blob_buf_init(&reply_buffer, 0) != 0)
         log_error("Failed to allocate a reply");
 }
 
-bus_reply::~bus_reply()
+handler_reply::~handler_reply()
 {
     blob_buf_free(&reply_buffer);
 }
 
-void bus_reply::send(ubus_context *bus, ubus_request_data *request)
+void handler_reply::send(ubus_context *bus, ubus_request_data *request)
 {
     if (!reply_buffer.head)
         return;
@@ -34,7 +34,8 @@ void bus_reply::send(ubus_context *bus, ubus_request_data *request)
         log_error("Failed to send a reply: %s", ubus_strerror(result));
 }
 
-void bus_reply::send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info, ...)
+void handler_reply::send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info,
+                                ...)
 {
     char text[96];
     va_list arguments;

@@ -14,12 +14,12 @@ extern mutex handler_mutex;
 extern blob_buf reply_buffer;
 
 // A handler's reply. The constructor empties the shared buffer, send() sends it, the destructor frees it.
-class bus_reply {
+class handler_reply {
 public:
-    bus_reply();
-    ~bus_reply();
-    bus_reply(const bus_reply &) = delete;
-    bus_reply &operator=(const bus_reply &) = delete;
+    handler_reply();
+    ~handler_reply();
+    handler_reply(const handler_reply &) = delete;
+    handler_reply &operator=(const handler_reply &) = delete;
 
     // Drops what was added so far.
     void restart();

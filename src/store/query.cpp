@@ -148,7 +148,7 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
     blob_attr *arguments[1];
     parse_request(wan_id_policy.rows, message, arguments);
     blob_attr *const wan_id = arguments[arg_wan_id];
-    bus_reply reply;
+    handler_reply reply;
     if (!wan_id) {
         reply.send_result(bus, request, -1, "korvel get ERR! Invalid WAN ID.");
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -174,7 +174,7 @@ int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request,
     const heap_ptr<wan_config[]> records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config))));
     const int result = records ? read_listed({records.get(), wans}) : 0;
 
-    bus_reply reply;
+    handler_reply reply;
     if (result != 0) {
         reply.send_result(bus, request, -1, "korvel read all WAN ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
