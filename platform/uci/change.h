@@ -1,7 +1,6 @@
 // The rules of changing a configuration. A change is made in memory and, in a package that records, noted for
 // the delta file. Delta lines, files being read and the interface functions all go through these.
-#ifndef UCI_CHANGE_H
-#define UCI_CHANGE_H
+#pragma once
 
 #include "model.h"
 
@@ -28,5 +27,3 @@ int apply_reorder(uci_section *s, int position);
 bool parse_index(const char *text, long *index);
 
 } // namespace uci
-
-#endif

@@ -1,6 +1,5 @@
 // Delta files: the pending changes of a package, one per line.
-#ifndef UCI_DELTA_H
-#define UCI_DELTA_H
+#pragma once
 
 #include <cstddef>
 #include <cstdio>
@@ -42,5 +41,3 @@ void write_change(FILE *stream, const char *package_name, const uci_delta *delta
 int apply_delta(package *p, bytes source, size_t *applied);
 
 } // namespace uci
-
-#endif

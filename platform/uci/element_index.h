@@ -1,6 +1,5 @@
 // Finds sections and options by name in constant time, so that files with many of either load in linear time.
-#ifndef UCI_ELEMENT_INDEX_H
-#define UCI_ELEMENT_INDEX_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -38,5 +37,3 @@ private:
 };
 
 } // namespace uci
-
-#endif

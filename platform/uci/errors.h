@@ -1,6 +1,5 @@
 // Texts of errors.
-#ifndef UCI_ERRORS_H
-#define UCI_ERRORS_H
+#pragma once
 
 #include "memory.h"
 #include "model.h"
@@ -12,5 +11,3 @@ namespace uci {
 text error_text(const context *ctx, int code, const char *prefix);
 
 } // namespace uci
-
-#endif

@@ -1,6 +1,5 @@
 // Writing configuration text.
-#ifndef UCI_EXPORT_H
-#define UCI_EXPORT_H
+#pragma once
 
 #include <cstdio>
 
@@ -20,5 +19,3 @@ void write_package(FILE *stream, const uci_package *p, heading head);
 int export_text(const uci_package *p, bytes *out);
 
 } // namespace uci
-
-#endif

@@ -1,6 +1,5 @@
 // The files behind packages: locking, reading, appending and replacing them whole.
-#ifndef UCI_FILE_H
-#define UCI_FILE_H
+#pragma once
 
 #include <cstdio>
 
@@ -63,5 +62,3 @@ int replace_file(const char *path, mode_t mode, const char *data, size_t size);
 mode_t mode_of(const char *path, mode_t fallback);
 
 } // namespace uci
-
-#endif

@@ -1,6 +1,5 @@
 // Configuration files and their delta files, read into packages.
-#ifndef UCI_LOAD_H
-#define UCI_LOAD_H
+#pragma once
 
 #include "file.h"
 #include "model.h"
@@ -21,5 +20,3 @@ int apply_deltas(package *p, locked_file *keep, size_t *applied);
 void publish(package *p);
 
 } // namespace uci
-
-#endif

@@ -1,6 +1,5 @@
 // From names to elements.
-#ifndef UCI_LOOKUP_H
-#define UCI_LOOKUP_H
+#pragma once
 
 #include "model.h"
 
@@ -35,5 +34,3 @@ template <typename Action> int run_on_resolved(uci_context *ctx, uci_ptr *ptr, A
 }
 
 } // namespace uci
-
-#endif

@@ -1,7 +1,6 @@
 // Ownership of C allocations. The library is linked into programs without a C++ run-time library, so nothing
 // here throws: an allocation that fails yields null.
-#ifndef UCI_MEMORY_H
-#define UCI_MEMORY_H
+#pragma once
 
 #include <cstdlib>
 #include <cstring>
@@ -31,5 +30,3 @@ struct bytes {
 };
 
 } // namespace uci
-
-#endif

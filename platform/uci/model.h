@@ -1,7 +1,6 @@
 // The configuration in memory: contexts, packages, sections, options and recorded changes, and the steps that
 // change them. Nothing here touches a file or decides whether a change is allowed.
-#ifndef UCI_MODEL_H
-#define UCI_MODEL_H
+#pragma once
 
 #include <cstddef>
 
@@ -121,5 +120,3 @@ struct change {
 void free_changes(uci_list *head);
 
 } // namespace uci
-
-#endif

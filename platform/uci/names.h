@@ -1,7 +1,6 @@
 // What may be a name, a type, a package or a value. Who checks which is decided by the callers: the change
 // functions take more than the parser does.
-#ifndef UCI_NAMES_H
-#define UCI_NAMES_H
+#pragma once
 
 namespace uci {
 
@@ -16,5 +15,3 @@ bool valid_package(const char *text);
 bool valid_package_line(const char *text);
 
 } // namespace uci
-
-#endif

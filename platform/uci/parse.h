@@ -1,6 +1,5 @@
 // Reading configuration files and streams.
-#ifndef UCI_PARSE_H
-#define UCI_PARSE_H
+#pragma once
 
 #include "memory.h"
 #include "model.h"
@@ -16,5 +15,3 @@ int parse_package(package *p, bytes source);
 int parse_packages(context *ctx, bytes source, package **last_out);
 
 } // namespace uci
-
-#endif

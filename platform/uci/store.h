@@ -1,6 +1,5 @@
 // Putting changes on disk: delta files and configuration files.
-#ifndef UCI_STORE_H
-#define UCI_STORE_H
+#pragma once
 
 #include "model.h"
 
@@ -11,5 +10,3 @@ int save(package *p);
 int commit(context *ctx, uci_package **p, bool overwrite);
 
 } // namespace uci
-
-#endif

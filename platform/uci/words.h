@@ -1,7 +1,6 @@
 // Splits configuration text into logical lines and words. Configuration files, delta files and the tool's
 // batch input share these rules.
-#ifndef UCI_WORDS_H
-#define UCI_WORDS_H
+#pragma once
 
 #include <cstddef>
 #include <string_view>
@@ -72,5 +71,3 @@ private:
 };
 
 } // namespace uci
-
-#endif

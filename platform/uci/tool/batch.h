@@ -1,6 +1,5 @@
 // Commands from a file or standard input.
-#ifndef UCI_TOOL_BATCH_H
-#define UCI_TOOL_BATCH_H
+#pragma once
 
 #include "session.h"
 
@@ -11,5 +10,3 @@ namespace uci_tool {
 int run_batch(session &tool);
 
 } // namespace uci_tool
-
-#endif

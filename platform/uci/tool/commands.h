@@ -1,6 +1,5 @@
 // The commands of the tool.
-#ifndef UCI_TOOL_COMMANDS_H
-#define UCI_TOOL_COMMANDS_H
+#pragma once
 
 #include <span>
 
@@ -13,5 +12,3 @@ namespace uci_tool {
 int run_command(session &tool, std::span<char *> words);
 
 } // namespace uci_tool
-
-#endif

@@ -1,6 +1,5 @@
 // What the tool prints of a configuration.
-#ifndef UCI_TOOL_OUTPUT_H
-#define UCI_TOOL_OUTPUT_H
+#pragma once
 
 #include "session.h"
 
@@ -19,5 +18,3 @@ void print_option(const session &tool, const uci_option *o);
 void print_changes(const uci_package *p);
 
 } // namespace uci_tool
-
-#endif

@@ -1,6 +1,5 @@
 // What every command of the tool works with: the context and the options of the command line.
-#ifndef UCI_TOOL_SESSION_H
-#define UCI_TOOL_SESSION_H
+#pragma once
 
 #include <cstdio>
 #include <memory>
@@ -42,5 +41,3 @@ int report(const session &tool);
 int report(const session &tool, int code);
 
 } // namespace uci_tool
-
-#endif
