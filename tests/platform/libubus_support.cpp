@@ -14,6 +14,23 @@ bool has_input(int fd, int timeout)
     return poll(&waiting, 1, timeout) == 1;
 }
 
+// Header and the attribute's word.
+constexpr size_t prefix_size = 12;
+
+// Fills data from this position on. False at the deadline and at the end of the stream.
+bool read_whole(int fd, bytes &data, size_t position)
+{
+    while (position < data.size()) {
+        if (!has_input(fd, static_cast<int>(default_deadline.count())))
+            return false;
+        const ssize_t count = read(fd, &data[position], data.size() - position);
+        if (count <= 0)
+            return false;
+        position += static_cast<size_t>(count);
+    }
+    return true;
+}
+
 } // namespace
 
 connection::connection(const std::string &socket_path) : ctx_(ubus_connect(socket_path.c_str()))
@@ -116,25 +133,57 @@ fake_bus::fake_bus()
 
 fake_bus::~fake_bus()
 {
+    hang_up();
     close(listener_);
     std::filesystem::remove_all(directory_);
 }
 
 ubus_context *fake_bus::connect_client(const bytes &greeting)
 {
-    int end = -1;
+    hang_up();
     std::thread bus([&] {
-        end = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (write(end, greeting.data(), greeting.size()) != static_cast<ssize_t>(greeting.size()))
-            ADD_FAILURE() << "the greeting was not taken";
+        end_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        say(greeting);
         // Nothing follows a greeting that is not whole.
-        if (greeting.size() < 12)
-            shutdown(end, SHUT_WR);
+        if (greeting.size() < prefix_size)
+            finish_writing();
     });
     ubus_context *const ctx = ubus_connect(path_.c_str());
     bus.join();
-    end_.emplace(end);
     return ctx;
+}
+
+void fake_bus::say(const bytes &data) const
+{
+    if (send(end_, data.data(), data.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(data.size()))
+        ADD_FAILURE() << "the client did not take " << words(data);
+}
+
+std::string fake_bus::heard() const
+{
+    bytes data(prefix_size);
+    if (!read_whole(end_, data, 0))
+        return "nothing";
+    const size_t length = static_cast<size_t>(data[9]) << 16 | static_cast<size_t>(data[10]) << 8 | data[11];
+    data.resize(prefix_size - 4 + length);
+    return read_whole(end_, data, prefix_size) ? words(data) : "nothing";
+}
+
+bool fake_bus::has_heard() const
+{
+    return has_input(end_, 0);
+}
+
+void fake_bus::hang_up()
+{
+    if (end_ >= 0)
+        close(end_);
+    end_ = -1;
+}
+
+void fake_bus::finish_writing() const
+{
+    shutdown(end_, SHUT_WR);
 }
 
 int run_loop_with_deadline()

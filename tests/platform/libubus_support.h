@@ -92,12 +92,17 @@ public:
     fake_bus &operator=(const fake_bus &) = delete;
     ~fake_bus();
 
-    // Connects a client and greets it with these bytes. NULL if the client does not accept the greeting. The
-    // bus's end of the connection is at() afterwards.
+    // Connects a client and greets it with these bytes. NULL if the client does not accept the greeting.
     ubus_context *connect_client(const bytes &greeting = message(msg_hello, 0, 0x1001));
-    raw_client &at() { return *end_; }
+    void say(const bytes &data) const;
+    // The next message of the client in words; "nothing" at the deadline and at the end of the stream.
+    std::string heard() const;
+    // Whether the client has sent anything that was not yet heard.
+    bool has_heard() const;
     // The client sees a hang-up.
-    void hang_up() { end_.reset(); }
+    void hang_up();
+    // The client sees the end of the stream and can still send.
+    void finish_writing() const;
 
     const std::string &path() const { return path_; }
 
@@ -105,7 +110,7 @@ private:
     std::string directory_;
     std::string path_;
     int listener_ = -1;
-    std::optional<raw_client> end_;
+    int end_ = -1;
 };
 
 // The loop for one test: ended, and the test failed, when nothing else ends it.

@@ -4,7 +4,8 @@ target_link_libraries(ubox_test PRIVATE korvel_blobmsg_json korvel_ubox korvel_f
     Threads::Threads)
 gtest_discover_tests(ubox_test)
 
-add_executable(libubus_test libubus_client_test.cpp libubus_support.cpp)
+add_executable(libubus_test libubus_client_test.cpp libubus_loss_test.cpp libubus_service_test.cpp libubus_wire_test.cpp
+    libubus_support.cpp)
 target_link_libraries(libubus_test PRIVATE korvel_ubusd_fixture korvel_ubus korvel_blobmsg_json korvel_flags
     Threads::Threads)
 gtest_discover_tests(libubus_test DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
