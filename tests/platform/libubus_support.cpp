@@ -8,6 +8,9 @@
 
 namespace {
 
+// The daemon is a child of the test, which collects it by itself; the loop must not.
+[[maybe_unused]] const bool sigchld_is_taken = (uloop_handle_sigchld = false);
+
 bool has_input(int fd, int timeout)
 {
     pollfd waiting = {fd, POLLIN, 0};
