@@ -48,6 +48,7 @@ struct bus_reply {
     // The parsed reply; a member of it, std::out_of_range when there is none.
     json_value json() const { return json_value::parse(text); }
     json_value at(const char *key) const { return json().at(key); }
+    bool operator==(const bus_reply &) const = default;
 };
 void PrintTo(const bus_reply &reply, std::ostream *out);
 
