@@ -53,5 +53,6 @@ need_packages() {
 install_packages() {
     # The lists may be missing or old; where they cannot be renewed, those at hand are tried.
     as_root apt-get -qq update || say "The package lists could not be renewed"
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "$@"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "$@" \
+        > /dev/null
 }
