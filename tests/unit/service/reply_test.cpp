@@ -1,0 +1,69 @@
+// The reply convention: what fields look like on the bus, and that nothing of one reply reaches the next.
+#include "service/reply.h"
+
+#include "support/gateway.h"
+#include "support/handler_call.h"
+
+namespace {
+
+int answer_twice(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+{
+    handler_reply reply;
+    reply_add_text("left", "over");
+    reply.restart();
+    reply.send_result(bus, request, -4, "korvel %s ERR!", "modify");
+    return UBUS_STATUS_OK;
+}
+
+int answer_numbers(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+{
+    handler_reply reply;
+    EXPECT_TRUE(reply_add_number("small", BLOBMSG_TYPE_INT8, 300));
+    EXPECT_TRUE(reply_add_number("large", BLOBMSG_TYPE_INT32, 4000000000));
+    EXPECT_TRUE(reply_add_text("text", std::string_view("cut here").substr(0, 3)));
+    EXPECT_TRUE(reply_add_text("none", ""));
+    reply.send(bus, request);
+    return UBUS_STATUS_OK;
+}
+
+TEST(reply, an_operation_answers_with_status_and_then_info)
+{
+    const handled outcome = call_handler(answer_twice);
+
+    EXPECT_EQ(1U, outcome.replies);
+    EXPECT_EQ((text_lines{"status", "info"}), outcome.reply.names());
+    EXPECT_EQ(BLOBMSG_TYPE_INT32, outcome.reply.at("status").type);
+    EXPECT_EQ(-4, outcome.result());
+    EXPECT_EQ(BLOBMSG_TYPE_STRING, outcome.reply.at("info").type);
+    EXPECT_EQ("korvel modify ERR!", outcome.info());
+    EXPECT_EQ(sizeof("korvel modify ERR!"), outcome.reply.at("info").length);
+}
+
+TEST(reply, numbers_are_widened_without_sign_and_texts_end_where_they_say)
+{
+    const handled outcome = call_handler(answer_numbers);
+
+    EXPECT_EQ(BLOBMSG_TYPE_INT8, outcome.reply.at("small").type);
+    EXPECT_EQ(44U, outcome.reply.at("small").number);
+    EXPECT_EQ(BLOBMSG_TYPE_INT32, outcome.reply.at("large").type);
+    EXPECT_EQ(4000000000U, outcome.reply.at("large").number);
+    EXPECT_EQ("cut", outcome.reply.at("text").text);
+    EXPECT_EQ(4U, outcome.reply.at("text").length);
+    EXPECT_EQ("", outcome.reply.at("none").text);
+    EXPECT_EQ(1U, outcome.reply.at("none").length);
+}
+
+TEST(reply, the_buffer_is_released_with_the_reply)
+{
+    call_handler(answer_numbers);
+
+    EXPECT_EQ(nullptr, reply_buffer.buf);
+}
+
+TEST(reply, without_a_reply_there_is_no_room_for_a_field)
+{
+    EXPECT_FALSE(reply_add_number("late", BLOBMSG_TYPE_INT32, 1));
+    EXPECT_FALSE(reply_add_text("late", "text"));
+}
+
+} // namespace
