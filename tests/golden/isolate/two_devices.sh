@@ -1,0 +1,5 @@
+#!/bin/sh
+ebtables -D FORWARD -i "pon.10" -o "pon.20" -j DROP
+[ "$1" != "-r" ] && ebtables -I FORWARD -i "pon.10" -o "pon.20" -j DROP
+ebtables -D FORWARD -i "pon.20" -o "pon.10" -j DROP
+[ "$1" != "-r" ] && ebtables -I FORWARD -i "pon.20" -o "pon.10" -j DROP
