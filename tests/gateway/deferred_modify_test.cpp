@@ -1,0 +1,553 @@
+// Modifications that wait: when they are applied, what they start from, how they are merged and refused. Real
+// seconds are the subject here; waits are as short as they can be.
+#include "support/daemon_test.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sys/resource.h>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr char queued[] = "korvel modify OK.";
+constexpr char table_full[] = "korvel modify ERR! Too many WAN instances.";
+constexpr size_t slots = 16;
+constexpr int long_wait = 1000;
+
+class deferred_modify_test : public daemon_test {
+protected:
+    void SetUp() override
+    {
+        gateway.start_netd();
+        gateway.start_korvel();
+    }
+
+    void add(const wan_config &wan)
+    {
+        ASSERT_EQ(result_reply(0, 0, queued), gateway.call("add", add_request(wan)));
+    }
+
+    // Routed WANs 1 to count on VLANs 101 and up, with silent services: tests of many WANs are about time.
+    void add_routed(unsigned count)
+    {
+        silence_services();
+        for (unsigned id = 1; id <= count; id++)
+            add(routed_dhcp(static_cast<uint8_t>(id), {.vid = static_cast<uint16_t>(100 + id)}));
+        gateway.clear_commands();
+        gateway.clear_log();
+    }
+
+    bus_reply change(unsigned id, const std::string &arguments, int wait)
+    {
+        return gateway.call("modify", "{\"wanId\":" + std::to_string(id) + "," + arguments +
+                                          ",\"wait\":" + std::to_string(wait) + "}");
+    }
+
+    void expect_queued(unsigned id, const std::string &arguments, int wait)
+    {
+        EXPECT_EQ(result_reply(0, 0, queued), change(id, arguments, wait));
+    }
+
+    bool workers_end()
+    {
+        return wait_until([this] { return daemon_threads() == 1; });
+    }
+};
+
+TEST_F(deferred_modify_test, a_change_is_answered_at_once_and_applied_after_its_wait)
+{
+    add_routed(1);
+    const auto start = steady_clock::now();
+
+    expect_queued(1, R"("mtu":1400)", 1);
+
+    EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1000));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_TRUE(workers_end());
+}
+
+TEST_F(deferred_modify_test, changes_with_the_same_wait_are_applied_a_second_apart_in_slot_order)
+{
+    add_routed(3);
+    for (const unsigned id : {2U, 3U, 1U})
+        expect_queued(id, R"("mtu":1400)", 1);
+
+    std::vector<steady_clock::time_point> times;
+    for (const unsigned id : {2U, 3U, 1U}) {
+        ASSERT_TRUE(updates_reach(id, 1));
+        times.push_back(steady_clock::now());
+    }
+
+    EXPECT_EQ((text_lines{"wan_2", "wan_3", "wan_1"}), applied_updates());
+    // Each worker sleeps whole seconds of its own; what differs is when it was started and when we looked.
+    EXPECT_GE(times[1] - times[0], milliseconds(700));
+    EXPECT_GE(times[2] - times[1], milliseconds(700));
+}
+
+TEST_F(deferred_modify_test, two_changes_of_one_wan_become_one_apply_with_the_arguments_of_both)
+{
+    add_routed(1);
+    expect_queued(1, R"("mtu":1400,"service":2)", 2);
+    // The second request restarts the wait, however late it comes.
+    ASSERT_FALSE(updates_reach(1, 1, milliseconds(800)));
+    const auto second = steady_clock::now();
+
+    expect_queued(1, R"("service":4,"prio":3)", 2);
+
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_GE(steady_clock::now() - second, milliseconds(1000));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("4", gateway.device_option(1, "service_mode"));
+    EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
+    ASSERT_TRUE(workers_end());
+    EXPECT_EQ(text_lines{"wan_1"}, applied_updates());
+}
+
+TEST_F(deferred_modify_test, a_merged_change_keeps_the_stagger_of_its_slot)
+{
+    add_routed(2);
+    expect_queued(1, R"("mtu":1400)", long_wait);
+    expect_queued(2, R"("mtu":1400)", long_wait);
+    const auto merged = steady_clock::now();
+
+    expect_queued(2, R"("prio":3)", 1);
+
+    ASSERT_TRUE(updates_reach(2, 1));
+    EXPECT_GE(steady_clock::now() - merged, milliseconds(1000)); // of the 1 + 1 seconds one may have begun
+    EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
+    EXPECT_EQ(text_lines{"wan_2"}, applied_updates());
+}
+
+TEST_F(deferred_modify_test, a_refused_request_neither_cancels_the_waiting_change_nor_slips_into_it)
+{
+    add_routed(1);
+    expect_queued(1, R"("mtu":1400)", 1);
+
+    EXPECT_EQ(result_reply(0, -1, "korvel modify ERR! Invalid SERVICE."),
+              change(1, R"("mtu":1300,"prio":5,"service":8)", 1));
+
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_FALSE(gateway.device_option(1, "egress_qos_mapping").has_value());
+}
+
+TEST_F(deferred_modify_test, a_refused_request_for_a_wan_without_a_waiting_change_leaves_nothing_behind)
+{
+    add_routed(1);
+
+    for (size_t i = 0; i < slots + 1; i++)
+        EXPECT_EQ(result_reply(0, -1, "korvel modify ERR! Invalid MTU."), change(1, R"("mtu":100)", 1));
+
+    EXPECT_EQ(1U, daemon_threads());
+    expect_queued(1, R"("mtu":1400)", 1);
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+}
+
+TEST_F(deferred_modify_test, a_negative_wait_is_refused)
+{
+    add_routed(1);
+    const std::string before = gateway.config("network");
+    for (const int wait : {-1, -2, -2147483647 - 1}) {
+        SCOPED_TRACE(wait);
+        EXPECT_EQ(result_reply(0, -1, "korvel modify ERR! Invalid WAIT."), change(1, R"("mtu":1400)", wait));
+    }
+    EXPECT_EQ(1U, daemon_threads());
+    EXPECT_EQ(before, gateway.config("network"));
+}
+
+TEST_F(deferred_modify_test, the_longest_wait_is_accepted)
+{
+    add_routed(1);
+
+    expect_queued(1, R"("mtu":1400)", 2147483647);
+
+    EXPECT_EQ(2U, daemon_threads());
+}
+
+TEST_F(deferred_modify_test, sixteen_changes_wait_and_the_seventeenth_is_refused)
+{
+    add_routed(2);
+    for (unsigned id = 1; id <= slots; id++)
+        expect_queued(id, R"("mtu":1400)", long_wait);
+
+    EXPECT_EQ(result_reply(9, -1, table_full), change(17, R"("mtu":1400)", 1));
+    // So is one that could be merged: the count is looked at first.
+    EXPECT_EQ(result_reply(9, -1, table_full), change(1, R"("mtu":1300)", 1));
+
+    EXPECT_EQ(1 + slots, daemon_threads());
+}
+
+TEST_F(deferred_modify_test, queries_and_immediate_changes_are_answered_while_sixteen_changes_wait)
+{
+    add_routed(3);
+    for (unsigned id = 1; id <= slots; id++)
+        expect_queued(id, R"("mtu":1400)", long_wait);
+
+    EXPECT_EQ(1500, gateway.call("get", R"({"wanId":1})").at("mtu"));
+    EXPECT_EQ((std::vector<std::string>{"1", "2", "3"}), gateway.call("all").json().keys());
+    EXPECT_EQ(result_reply(0, 0, queued),
+              gateway.call("modify", R"({"wanId":2,"wanMode":1,"ipProtocol":1,"mtu":1200})"));
+    EXPECT_EQ("1200", gateway.device_option(2, "mtu"));
+}
+
+TEST_F(deferred_modify_test, a_change_takes_the_lowest_empty_slot_and_never_a_live_one)
+{
+    add_routed(3);
+    expect_queued(1, R"("mtu":1400)", 1); // slot 0, due after 1 second
+    expect_queued(2, R"("mtu":1400)", 2); // slot 1, due after 3 seconds
+    ASSERT_TRUE(updates_reach(1, 1));
+
+    expect_queued(3, R"("mtu":1400)", 1); // slot 0 again, due after 2 seconds in all
+
+    ASSERT_TRUE(updates_reach(2, 1));
+    EXPECT_EQ((text_lines{"wan_1", "wan_3", "wan_2"}), applied_updates());
+    EXPECT_TRUE(workers_end());
+}
+
+TEST_F(deferred_modify_test, a_freed_table_takes_sixteen_changes_again)
+{
+    add_routed(1);
+    for (unsigned id = slots; id >= 1; id--) // WAN 1 in the last slot
+        expect_queued(id, R"("mtu":1400)", id == slots ? 1 : long_wait);
+    ASSERT_EQ(result_reply(9, -1, table_full), change(20, R"("mtu":1400)", 1));
+    ASSERT_TRUE(wait_until([this] { return daemon_threads() == slots; })); // that of the WAN that is none
+
+    expect_queued(20, R"("mtu":1400)", long_wait);
+
+    EXPECT_EQ(result_reply(9, -1, table_full), change(21, R"("mtu":1400)", 1));
+}
+
+TEST_F(deferred_modify_test, the_changed_wan_stands_last_in_the_list)
+{
+    add_routed(3);
+
+    expect_queued(1, R"("mtu":1400)", 1);
+
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ((text_lines{"2", "3", "1"}), gateway.uci_list("network.korvel.wanList"));
+}
+
+TEST_F(deferred_modify_test, of_the_identifier_the_low_eight_bits_count)
+{
+    add_routed(2);
+    expect_queued(258, R"("mtu":1400)", 1);
+
+    expect_queued(2, R"("prio":3)", 1); // the same entry
+
+    EXPECT_EQ(2U, daemon_threads());
+    ASSERT_TRUE(updates_reach(2, 1));
+    EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
+    EXPECT_EQ("0:3", gateway.device_option(2, "egress_qos_mapping"));
+}
+
+TEST_F(deferred_modify_test, a_conflict_is_only_logged_when_the_change_is_due)
+{
+    const struct {
+        unsigned id;
+        const char *arguments, *message;
+    } cases[] = {
+        {1, R"("wanMode":0)", "Failed to modify wan: vlan 100 exist"},
+        {2, R"("bind":"1000")", "Failed to modify wan: port binding 1000 exist"},
+        {3, R"("bind":"0000","service":3)", "Failed to modify wan: port binding required"},
+    };
+    add(routed_dhcp(1, {.vid = 100}));
+    add(routed_dhcp(2, {.vid = 100}));
+    add(bridged_wan(3, "1000", {.vid = 300, .service = 3}));
+    gateway.clear_commands();
+    gateway.clear_log();
+    const std::string before = gateway.config("network");
+    text_lines messages;
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.message);
+        expect_queued(row.id, row.arguments, 1);
+        messages.push_back(row.message);
+    }
+
+    ASSERT_TRUE(workers_end());
+
+    const text_lines logged = gateway.log_texts(LOG_ERR);
+    for (const std::string &message : messages)
+        EXPECT_EQ(1, std::count(logged.begin(), logged.end(), message)) << message;
+    EXPECT_EQ(before, gateway.config("network"));
+    EXPECT_EQ(text_lines{}, gateway.commands());
+}
+
+TEST_F(deferred_modify_test, a_wan_that_does_not_exist_is_accepted_and_then_not_made)
+{
+    add_routed(1);
+    const std::string before = gateway.config("network");
+
+    expect_queued(9, R"("wanMode":1,"vlanMode":true,"vid":900)", 1);
+
+    ASSERT_TRUE(workers_end());
+    const text_lines logged = gateway.log_texts(LOG_ERR);
+    EXPECT_EQ("Failed to delete wan_9", logged.back());
+    EXPECT_EQ(before, gateway.config("network"));
+    EXPECT_EQ(text_lines{}, gateway.commands());
+}
+
+TEST_F(deferred_modify_test, an_immediate_change_meanwhile_is_overtaken_by_the_waiting_one)
+{
+    add_routed(1);
+    expect_queued(1, R"("prio":3)", 1);
+
+    EXPECT_EQ(result_reply(0, 0, queued),
+              gateway.call("modify", R"({"wanId":1,"wanMode":1,"ipProtocol":1,"mtu":1200})"));
+    ASSERT_EQ("1200", gateway.device_option(1, "mtu"));
+
+    // It carries the WAN as it was when the first request came.
+    ASSERT_TRUE(updates_reach(1, 2));
+    EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("pon.101", gateway.device_option(1, "name"));
+    EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
+}
+
+TEST_F(deferred_modify_test, what_a_request_leaves_out_keeps_its_configured_value)
+{
+    wan_config on_demand = routed_pppoe(1, {.vid = 101, .prio = 5, .ip_protocol = 3, .bind = "10000000"});
+    on_demand.pppDialMode = 1;
+    on_demand.autoDns = 0;
+    on_demand.autoDnsV6 = 0;
+    on_demand.ipv6PrefixProxy = 0;
+    on_demand.iphostId = 2;
+    on_demand.disableLanDhcp = 1;
+    strcpy(on_demand.pppServName, "isp");
+    strcpy(on_demand.priDns, "192.0.2.1");
+    strcpy(on_demand.secDns, "192.0.2.2");
+    strcpy(on_demand.priDnsV6, "2001:db8::1");
+    strcpy(on_demand.secDnsV6, "2001:db8::2");
+    wan_config tunnel = routed_dhcp(4, {.vid = 104, .ip_protocol = 2});
+    tunnel.ipv6DsLite = 1;
+    strcpy(tunnel.ipv6AddrDsLite, "aftr.example");
+    wan_config own_servers = routed_dhcp(3, {.vid = 103, .service = 5, .ip_protocol = 3});
+    own_servers.autoDns = 0;
+    own_servers.napt = 0;
+    strcpy(own_servers.priDns, "192.0.2.3");
+    const wan_config wans[] = {
+        on_demand,
+        routed_static(2, {.vid = 102, .service = 2, .ip_protocol = 3, .mtu = 1400}),
+        own_servers,
+        tunnel,
+        bridged_wan(5, "00000001", {.vid = 105, .mvid = 205, .prio = 7, .service = 3}),
+        routed_static(6, {.vid = 106, .ip_protocol = 1}),
+        routed_pppoe(7, {.service = 4}),
+    };
+    for (const wan_config &wan : wans)
+        add(wan);
+    // The service name is hidden from queries, and the links have other addresses than were configured.
+    gateway.uci_set("custom.gpon.ppp_service_name_hidden", "1");
+    gateway.script_interface(
+        "wan_2",
+        R"(json {"up":true,"uptime":7,"ipv4-address":[{"address":"203.0.113.9","mask":30}],)"
+        R"("ipv6-address":[{"address":"2001:db8:ffff::9","mask":128}],)"
+        R"("ipv6-prefix":[{"address":"2001:db8:fff0::","mask":48}],)"
+        R"("route":[{"nexthop":"203.0.113.10"}],"dns-server":["203.0.113.53","2001:db8:ffff::53"]})");
+    gateway.script_interface("wan_6", R"(json {"up":false})");
+    gateway.clear_log();
+    const std::string network = gateway.config("network");
+    const std::string firewall = gateway.config("firewall");
+    ASSERT_EQ("203.0.113.9", gateway.call("get", R"({"wanId":2})").at("ip"));
+
+    // Nothing but the value that is there already, and all WANs in turn: the list ends up in its old order.
+    for (const wan_config &wan : wans)
+        expect_queued(wan.wanId, "\"service\":" + std::to_string(wan.service), 1);
+
+    for (const wan_config &wan : wans)
+        ASSERT_TRUE(updates_reach(wan.wanId, 1)) << int{wan.wanId};
+    EXPECT_EQ(network, gateway.config("network"));
+    EXPECT_EQ(firewall, gateway.config("firewall"));
+}
+
+TEST_F(deferred_modify_test, a_request_during_the_apply_is_neither_lost_nor_applied_twice)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    gateway.clear_commands();
+    expect_queued(1, R"("mtu":1400)", 1);
+    {
+        held_service network(gateway, "network");
+        ASSERT_TRUE(network.entered());
+
+        expect_queued(1, R"("prio":3)", 1);
+
+        network.let_go();
+    }
+    ASSERT_TRUE(updates_reach(1, 2));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
+    ASSERT_TRUE(workers_end());
+    EXPECT_EQ((text_lines{"wan_1", "wan_1"}), applied_updates());
+}
+
+TEST_F(deferred_modify_test, a_change_that_waits_for_its_turn_takes_a_last_request_in)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    add(routed_dhcp(2, {.vid = 102}));
+    gateway.clear_commands();
+    expect_queued(1, R"("mtu":1400)", 1);
+    expect_queued(2, R"("mtu":1400)", 1);
+    {
+        held_service network(gateway, "network");
+        ASSERT_TRUE(network.entered());
+        // The seconds of WAN 2 end while WAN 1 is still being changed.
+        ASSERT_FALSE(updates_reach(2, 1, milliseconds(1500)));
+
+        expect_queued(2, R"("prio":3)", 1);
+
+        network.let_go();
+    }
+    ASSERT_TRUE(updates_reach(2, 1));
+    EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
+    EXPECT_EQ("0:3", gateway.device_option(2, "egress_qos_mapping"));
+    ASSERT_TRUE(workers_end());
+    EXPECT_EQ((text_lines{"wan_1", "wan_2"}), applied_updates());
+}
+
+TEST_F(deferred_modify_test, queries_are_answered_in_the_middle_of_an_apply)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    expect_queued(1, R"("mtu":1400)", 1);
+    held_service network(gateway, "network");
+    ASSERT_TRUE(network.entered());
+
+    EXPECT_EQ(1400, gateway.call("get", R"({"wanId":1})").at("mtu"));
+    EXPECT_EQ(result_reply(0, 0, "korvel add WAN device OK."), gateway.call("addDev"));
+
+    EXPECT_EQ(text_lines{}, applied_updates());
+}
+
+TEST_F(deferred_modify_test, an_addition_that_comes_in_the_middle_of_an_apply_waits_for_its_end)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    gateway.clear_commands();
+    expect_queued(1, R"("mtu":1400)", 1);
+    held_service network(gateway, "network");
+    ASSERT_TRUE(network.entered());
+
+    background_call addition("korvel", "add", add_request(routed_dhcp(2, {.vid = 102})));
+    EXPECT_FALSE(wait_until([this] { return gateway.uci_list("network.korvel.wanList") != text_lines{"1"}; },
+                            milliseconds(300)));
+
+    network.let_go();
+    EXPECT_EQ(result_reply(0, 0, queued), addition.wait());
+    EXPECT_EQ((text_lines{"1", "2"}), gateway.uci_list("network.korvel.wanList"));
+}
+
+TEST_F(deferred_modify_test, a_change_that_falls_due_during_an_addition_waits_for_its_end)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    gateway.clear_commands();
+    expect_queued(1, R"("mtu":1400)", 1);
+    held_service network(gateway, "network");
+
+    background_call addition("korvel", "add", add_request(routed_dhcp(2, {.vid = 102})));
+    ASSERT_TRUE(network.entered());
+    EXPECT_FALSE(updates_reach(1, 1, milliseconds(1500)));
+    EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
+
+    network.let_go();
+    EXPECT_EQ(result_reply(0, 0, queued), addition.wait());
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+}
+
+TEST_F(deferred_modify_test, a_stop_signal_ends_the_daemon_while_changes_wait_and_drops_them)
+{
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        SCOPED_TRACE(number);
+        gateway.restart_korvel();
+        gateway.clear_log();
+        if (!gateway.device_section(1))
+            add_routed(1);
+        const std::string before = gateway.config("network");
+        expect_queued(1, R"("mtu":1400)", long_wait);
+        expect_queued(2, R"("mtu":1400)", long_wait);
+
+        EXPECT_EQ(0, gateway.stop_korvel(number));
+
+        EXPECT_EQ(text_lines{"Receive stop signal: " + std::to_string(number)},
+                  gateway.log_texts(LOG_WARNING));
+        EXPECT_EQ(before, gateway.config("network"));
+        gateway.start_korvel();
+        EXPECT_EQ(1U, daemon_threads());
+    }
+}
+
+// Parameter: the service in which the apply is stopped.
+class stopped_apply_test : public deferred_modify_test, public testing::WithParamInterface<const char *> {};
+
+TEST_P(stopped_apply_test, ends_the_daemon_and_leaves_whole_files)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    add(bridged_wan(2, "10000000", {.vid = 102}));
+    for (const unsigned id : {1U, 2U}) {
+        SCOPED_TRACE(id);
+        gateway.clear_log();
+        expect_queued(id, R"("mtu":1400)", 1);
+        held_service held(gateway, GetParam());
+        ASSERT_TRUE(held.entered());
+
+        EXPECT_EQ(0, gateway.stop_korvel());
+
+        EXPECT_EQ(text_lines{"Receive stop signal: 15"}, gateway.log_texts(LOG_WARNING));
+        expect_whole_files();
+        EXPECT_EQ("1400", gateway.device_option(id, "mtu"));
+        held.let_go();
+        gateway.start_korvel();
+        EXPECT_EQ(1400, gateway.call("get", "{\"wanId\":" + std::to_string(id) + "}").at("mtu"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(services, stopped_apply_test,
+                         testing::Values("network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"),
+                         [](const auto &service) { return std::string(service.param); });
+
+// Gives the daemon no more address space than it has, so that no thread finds room for its stack.
+class address_space_limit {
+public:
+    explicit address_space_limit(pid_t pid) : pid_(pid)
+    {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/statm");
+        rlim_t pages = 0;
+        status >> pages;
+        constexpr rlim_t page_size = 4096;
+        constexpr rlim_t spare = 1024 * 1024;
+        set(pages * page_size + spare);
+    }
+    ~address_space_limit() { set(RLIM_INFINITY); }
+    address_space_limit(const address_space_limit &) = delete;
+    address_space_limit &operator=(const address_space_limit &) = delete;
+
+private:
+    void set(rlim_t bytes)
+    {
+        const rlimit limit = {bytes, RLIM_INFINITY};
+        if (prlimit(pid_, RLIMIT_AS, &limit, nullptr))
+            ADD_FAILURE() << "cannot limit the daemon's memory";
+    }
+    pid_t pid_;
+};
+
+TEST_F(deferred_modify_test, a_change_for_which_there_is_no_memory_is_refused_and_takes_no_slot)
+{
+    add_routed(1);
+    {
+        const address_space_limit limit(gateway.korvel_pid());
+        for (size_t i = 0; i < slots + 1; i++)
+            EXPECT_EQ(result_reply(9, -1, "korvel modify ERR! Memory allocate failed."),
+                      change(1, R"("mtu":1300)", 1));
+    }
+
+    expect_queued(1, R"("prio":3)", 1);
+
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
+}
+
+} // namespace
