@@ -19,7 +19,7 @@ exec cat "$reply")sh";
 printed_replies::printed_replies(gateway &gateway) : gateway_(gateway)
 {
     gateway_.fake_program("ubus", program_text);
-    gateway_.write_file(asked_path, "");
+    forget_asked();
 }
 
 void printed_replies::set(const std::string &object, const std::string &text)
@@ -39,4 +39,9 @@ text_lines printed_replies::asked() const
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
+}
+
+void printed_replies::forget_asked()
+{
+    gateway_.write_file(asked_path, "");
 }

@@ -15,6 +15,7 @@ public:
     void set_default(const std::string &text);
     // The command lines so far, in order.
     text_lines asked() const;
+    void forget_asked();
 
 private:
     gateway &gateway_;
