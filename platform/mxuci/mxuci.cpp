@@ -205,12 +205,11 @@ template <typename change_type> int apply(const char *config, const change_type 
     return result;
 }
 
-// Resolves a place and makes a change there. The change gets what was found and is only made where
-// `must_exist` is.
+// Resolves a place and makes one of libuci's changes there, with `value` (which may be null).
+using uci_change = int (*)(uci_context *, uci_ptr *);
 enum class must_exist { section, everything };
 
-template <typename change_type>
-int apply_at(const place &where, must_exist required, const change_type &change)
+int apply_at(const place &where, must_exist required, const char *value, uci_change change)
 {
     const call_lock lock;
     return apply(where.config, [&](uci_context *context, uci_package *) {
@@ -222,8 +221,16 @@ int apply_at(const place &where, must_exist required, const change_type &change)
         const bool complete = found.flags & uci_ptr::UCI_LOOKUP_COMPLETE;
         if (!found.s || (required == must_exist::everything && !complete))
             return static_cast<int>(UCI_ERR_NOTFOUND);
+        found.value = value;
         return change(context, &found);
     });
+}
+
+// The same for an option that gets a value or loses one.
+int apply_value(const place &where, const char *value, uci_change change)
+{
+    return where.option && value ? apply_at(where, must_exist::section, value, change)
+                                 : static_cast<int>(UCI_ERR_INVAL);
 }
 
 // Reads an option. The reader gets it, or null when section or option are missing.
@@ -345,35 +352,17 @@ int mxuci_total_list(const char *config, const char *section, const char *option
 
 int mxuci_set(const char *config, const char *section, const char *option, const char *value)
 {
-    if (!option || !value)
-        return UCI_ERR_INVAL;
-    return apply_at({config, section, option}, must_exist::section,
-                    [&](uci_context *context, uci_ptr *found) {
-                        found->value = value;
-                        return uci_set(context, found);
-                    });
+    return apply_value({config, section, option}, value, uci_set);
 }
 
 int mxuci_add_list(const char *config, const char *section, const char *option, const char *value)
 {
-    if (!option || !value)
-        return UCI_ERR_INVAL;
-    return apply_at({config, section, option}, must_exist::section,
-                    [&](uci_context *context, uci_ptr *found) {
-                        found->value = value;
-                        return uci_add_list(context, found);
-                    });
+    return apply_value({config, section, option}, value, uci_add_list);
 }
 
 int mxuci_del_list(const char *config, const char *section, const char *option, const char *value)
 {
-    if (!option || !value)
-        return UCI_ERR_INVAL;
-    return apply_at({config, section, option}, must_exist::section,
-                    [&](uci_context *context, uci_ptr *found) {
-                        found->value = value;
-                        return uci_del_list(context, found);
-                    });
+    return apply_value({config, section, option}, value, uci_del_list);
 }
 
 int mxuci_add_section(const char *config, const char *type, char *name_buffer)
@@ -388,14 +377,11 @@ int mxuci_add_section(const char *config, const char *type, char *name_buffer)
 
 int mxuci_del_section(const char *config, const char *section)
 {
-    return apply_at({config, section, nullptr}, must_exist::everything,
-                    [](uci_context *context, uci_ptr *found) { return uci_delete(context, found); });
+    return apply_at({config, section, nullptr}, must_exist::everything, nullptr, uci_delete);
 }
 
 int mxuci_delete(const char *config, const char *section, const char *option)
 {
-    if (!option)
-        return UCI_ERR_INVAL;
-    return apply_at({config, section, option}, must_exist::everything,
-                    [](uci_context *context, uci_ptr *found) { return uci_delete(context, found); });
+    return option ? apply_at({config, section, option}, must_exist::everything, nullptr, uci_delete)
+                  : static_cast<int>(UCI_ERR_INVAL);
 }
