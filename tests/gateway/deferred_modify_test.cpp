@@ -53,7 +53,7 @@ protected:
 
     bool workers_end()
     {
-        return wait_until([this] { return daemon_threads() == 1; });
+        return wait_until([this] { return waiting_changes() == 0; });
     }
 };
 
@@ -143,7 +143,7 @@ TEST_F(deferred_modify_test, a_refused_request_for_a_wan_without_a_waiting_chang
     for (size_t i = 0; i < slots + 1; i++)
         EXPECT_EQ(result_reply(0, -1, "korvel modify ERR! Invalid MTU."), change(1, R"("mtu":100)", 1));
 
-    EXPECT_EQ(1U, daemon_threads());
+    EXPECT_EQ(0U, waiting_changes());
     expect_queued(1, R"("mtu":1400)", 1);
     ASSERT_TRUE(updates_reach(1, 1));
     EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
@@ -157,7 +157,7 @@ TEST_F(deferred_modify_test, a_negative_wait_is_refused)
         SCOPED_TRACE(wait);
         EXPECT_EQ(result_reply(0, -1, "korvel modify ERR! Invalid WAIT."), change(1, R"("mtu":1400)", wait));
     }
-    EXPECT_EQ(1U, daemon_threads());
+    EXPECT_EQ(0U, waiting_changes());
     EXPECT_EQ(before, gateway.config("network"));
 }
 
@@ -167,7 +167,7 @@ TEST_F(deferred_modify_test, the_longest_wait_is_accepted)
 
     expect_queued(1, R"("mtu":1400)", 2147483647);
 
-    EXPECT_EQ(2U, daemon_threads());
+    EXPECT_EQ(1U, waiting_changes());
 }
 
 TEST_F(deferred_modify_test, sixteen_changes_wait_and_the_seventeenth_is_refused)
@@ -180,7 +180,7 @@ TEST_F(deferred_modify_test, sixteen_changes_wait_and_the_seventeenth_is_refused
     // So is one that could be merged: the count is looked at first.
     EXPECT_EQ(result_reply(9, -1, table_full), change(1, R"("mtu":1300)", 1));
 
-    EXPECT_EQ(1 + slots, daemon_threads());
+    EXPECT_EQ(slots, waiting_changes());
 }
 
 TEST_F(deferred_modify_test, queries_and_immediate_changes_are_answered_while_sixteen_changes_wait)
@@ -216,7 +216,8 @@ TEST_F(deferred_modify_test, a_freed_table_takes_sixteen_changes_again)
     for (unsigned id = slots; id >= 1; id--) // WAN 1 in the last slot
         expect_queued(id, R"("mtu":1400)", id == slots ? 1 : long_wait);
     ASSERT_EQ(result_reply(9, -1, table_full), change(20, R"("mtu":1400)", 1));
-    ASSERT_TRUE(wait_until([this] { return daemon_threads() == slots; })); // that of the WAN that is none
+    ASSERT_TRUE(
+        wait_until([this] { return waiting_changes() == slots - 1; })); // that of the WAN that is none
 
     expect_queued(20, R"("mtu":1400)", long_wait);
 
@@ -240,7 +241,7 @@ TEST_F(deferred_modify_test, of_the_identifier_the_low_eight_bits_count)
 
     expect_queued(2, R"("prio":3)", 1); // the same entry
 
-    EXPECT_EQ(2U, daemon_threads());
+    EXPECT_EQ(1U, waiting_changes());
     ASSERT_TRUE(updates_reach(2, 1));
     EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
     EXPECT_EQ("0:3", gateway.device_option(2, "egress_qos_mapping"));
@@ -474,7 +475,7 @@ TEST_F(deferred_modify_test, a_stop_signal_ends_the_daemon_while_changes_wait_an
                   gateway.log_texts(LOG_WARNING));
         EXPECT_EQ(before, gateway.config("network"));
         gateway.start_korvel();
-        EXPECT_EQ(1U, daemon_threads());
+        EXPECT_EQ(0U, waiting_changes());
     }
 }
 

@@ -93,7 +93,7 @@ TEST_F(modify_test, a_wait_of_zero_applies_at_once)
 
     EXPECT_EQ(result_reply(0, 0, modified), reply);
     EXPECT_EQ("1300", gateway.device_option(1, "mtu"));
-    EXPECT_EQ(1U, daemon_threads());
+    EXPECT_EQ(0U, waiting_changes());
 }
 
 TEST_F(modify_test, services_are_reloaded_and_then_hotplug_is_told)

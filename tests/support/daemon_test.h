@@ -40,8 +40,8 @@ protected:
     bool updates_reach(unsigned wan_id, size_t count,
                        std::chrono::milliseconds deadline = default_deadline) const;
 
-    // How many threads the daemon has; more than one while modifications wait.
-    size_t daemon_threads() const;
+    // How many modifications wait or are being applied: each has a thread.
+    size_t waiting_changes() const;
 
     // Adds a failure for each configuration that cannot be read, each script without its last line, and each
     // file that does not belong where it is.
