@@ -12,6 +12,13 @@ code_test::code_test()
     gateway.clear_log();
 }
 
+void code_test::start_over()
+{
+    const class gateway fresh;
+    load_settings();
+    gateway.clear_log();
+}
+
 void code_test::load_settings()
 {
     memset(uplink_name, 0, sizeof(uplink_name));

@@ -8,6 +8,8 @@ class code_test : public gateway_test {
 protected:
     code_test();
 
+    // Puts everything back to where a test begins, for the next row of a case table.
+    void start_over();
     // Takes up the configuration's settings again, as a restart of the daemon would. Throws
     // std::runtime_error when the daemon would not start.
     static void load_settings();
