@@ -2,12 +2,10 @@
 #include "store/read_config.h"
 
 #include "service/settings.h"
+#include "support/open_count.h"
 #include "support/printed_replies.h"
 
 #include <mxuci.h>
-
-#include <sys/inotify.h>
-#include <unistd.h>
 
 namespace {
 
@@ -629,14 +627,11 @@ TEST_F(read_config_test, configured_servers_give_way_to_those_in_use)
 TEST_F(read_config_test, a_reading_opens_the_configuration_once)
 {
     store(routed_dhcp(1, {.vid = 100, .ip_protocol = both_protocols}));
-    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    ASSERT_LE(0, inotify_add_watch(watch, "/etc/config/network", IN_OPEN));
+    const open_count opens("/etc/config/network");
 
     read(1);
 
-    alignas(inotify_event) char events[4096];
-    EXPECT_EQ(static_cast<ssize_t>(sizeof(inotify_event)), ::read(watch, events, sizeof(events)));
-    close(watch);
+    EXPECT_EQ(1U, opens.take());
 }
 
 class find_device_test : public gateway_test {
