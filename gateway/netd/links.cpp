@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <net/if.h>
+#include <string_view>
 
 namespace {
 
@@ -35,13 +37,27 @@ std::string bridge_of(const std::string &device)
     return fs::read_symlink(class_entry(device, "master"), none).filename();
 }
 
+// One command of a batch; words may hold several words, or none.
+std::string line(std::initializer_list<std::string_view> words)
+{
+    std::string text;
+    for (const std::string_view word : words) {
+        if (word.empty())
+            continue;
+        text += word;
+        text += ' ';
+    }
+    text.back() = '\n';
+    return text;
+}
+
 std::string pair_commands(const std::string &device)
 {
     const std::string far = "far-" + device;
+    const std::string up = line({"link set", device, "up"});
     if (far.size() >= IF_NAMESIZE)
-        return "link add " + device + " type veth\nlink set " + device + " up\n";
-    return "link add " + device + " type veth peer name " + far + "\nlink set " + far + " up\nlink set " +
-           device + " up\n";
+        return line({"link add", device, "type veth"}) + up;
+    return line({"link add", device, "type veth peer name", far}) + line({"link set", far, "up"}) + up;
 }
 
 std::string attribute_commands(const config_section &section)
@@ -51,7 +67,7 @@ std::string attribute_commands(const config_section &section)
     for (const auto &[option, attribute] : {std::pair{"mtu", "mtu"}, std::pair{"macaddr", "address"}}) {
         const std::string value = section.text(option);
         if (!value.empty() && attribute_of(device, attribute) != value)
-            commands += "link set dev " + device + " " + attribute + " " + value + "\n";
+            commands += line({"link set dev", device, attribute, value});
     }
     return commands;
 }
@@ -61,7 +77,7 @@ std::string bridge_commands(const config_section &section)
     const std::string bridge = section.text("name");
     std::string commands;
     if (!exists(bridge))
-        commands += "link add " + bridge + " type bridge\nlink set " + bridge + " up\n";
+        commands += line({"link add", bridge, "type bridge"}) + line({"link set", bridge, "up"});
     const std::vector<std::string> ports = section.list("ports");
     std::set<std::string> surplus;
     std::error_code none; // a new bridge has no ports yet
@@ -70,10 +86,10 @@ std::string bridge_commands(const config_section &section)
     for (const std::string &port : ports) {
         surplus.erase(port);
         if (exists(port) && bridge_of(port) != bridge)
-            commands += "link set " + port + " master " + bridge + " up\n";
+            commands += line({"link set", port, "master", bridge, "up"});
     }
     for (const std::string &port : surplus)
-        commands += "link set " + port + " nomaster\n";
+        commands += line({"link set", port, "nomaster"});
     return commands;
 }
 
@@ -87,10 +103,10 @@ std::string address_words(const address &own)
 std::string route_words(const char *operation, const route &path, const std::string &device)
 {
     const bool direct = path.next_hop == "0.0.0.0" || path.next_hop == "::";
-    const std::string hop = direct ? "" : " via " + path.next_hop;
-    const std::string metric = path.metric ? " metric " + std::to_string(path.metric) : "";
-    return std::string("route ") + operation + " " + path.target + "/" + std::to_string(path.mask) + hop +
-           " dev " + device + metric + "\n";
+    const std::string hop = direct ? "" : "via " + path.next_hop;
+    const std::string metric = path.metric ? "metric " + std::to_string(path.metric) : "";
+    return line(
+        {"route", operation, path.target + "/" + std::to_string(path.mask), hop, "dev", device, metric});
 }
 
 // The kernel keeps one default route for each next hop, whatever sources it is for.
@@ -167,7 +183,7 @@ void links::remove_others(const std::vector<config_section> &devices)
             continue;
         }
         if (exists(*device))
-            commands += "link delete " + *device + "\n";
+            commands += line({"link delete", *device});
         device = made_.erase(device);
     }
     run(commands);
@@ -182,9 +198,9 @@ void links::bring_up(const config_section &interface, const interface_content &c
     if (has_own_device(interface) && !exists(device))
         commands += pair_commands(device);
     for (const address &own : content.v4)
-        commands += "addr replace " + address_words(own) + " dev " + device + "\n";
+        commands += line({"addr replace", address_words(own), "dev", device});
     for (const address &own : content.v6)
-        commands += "addr replace " + address_words(own) + " dev " + device + " nodad\n";
+        commands += line({"addr replace", address_words(own), "dev", device, "nodad"});
     commands += route_commands("append", content.routes, device);
     run(commands);
 }
@@ -195,12 +211,12 @@ void links::take_down(const config_section &interface, const interface_content &
     if (!enabled_ || !exists(device))
         return;
     if (has_own_device(interface)) {
-        run("link delete " + device + "\n");
+        run(line({"link delete", device}));
         return;
     }
     std::string commands = route_commands("del", content.routes, device);
     for (const std::vector<address> *addresses : {&content.v4, &content.v6})
         for (const address &own : *addresses)
-            commands += "addr del " + address_words(own) + " dev " + device + "\n";
+            commands += line({"addr del", address_words(own), "dev", device});
     run(commands);
 }

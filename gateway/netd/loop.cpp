@@ -66,6 +66,7 @@ child::~child()
 bool child::start(const std::vector<std::string> &words, const std::vector<std::string> &variables)
 {
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string &word : words)
         arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);

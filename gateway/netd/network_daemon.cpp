@@ -148,6 +148,7 @@ int network_daemon::reload()
         return UBUS_STATUS_UNKNOWN_ERROR;
     apply(*next);
     follow_files();
+    reply_if_settled(); // an interface that was waited for may be gone
     return UBUS_STATUS_OK;
 }
 
@@ -160,39 +161,55 @@ int network_daemon::restart()
 void network_daemon::apply(const network_config &next)
 {
     links_.make(next.devices);
-    std::vector<std::string> gone;
-    std::vector<const config_section *> started;
-    for (const auto &record : interfaces_) {
-        if (record->source != origin::configured)
-            continue;
-        const config_section *const section = find_interface(next, record->section.name);
-        const std::string device = lower_device(record->section);
-        if (!section)
-            gone.push_back(record->section.name);
-        else if (*section != record->section ||
-                 device_options(next, device) != device_options(config_, device))
-            started.push_back(section);
-    }
-    for (const std::string &name : gone)
-        remove(name);
-    for (const config_section *section : started) {
-        interface_record &record = *find(section->name);
+    std::vector<std::string> started = changed_interfaces(next);
+    remove_unconfigured(next);
+    for (const std::string &name : started) {
+        interface_record &record = *find(name);
         go_down(record);
-        record.section = *section;
+        record.section = *find_interface(next, name);
     }
     for (const config_section &section : next.interfaces) {
-        interface_record *const known = find(section.name);
-        if (known && known->source != origin::configured)
-            remove(section.name);
-        if (!find(section.name)) {
-            add(section, origin::configured);
-            started.push_back(&section);
-        }
+        if (find(section.name))
+            continue;
+        add(section, origin::configured);
+        started.push_back(section.name);
     }
-    for (const config_section *section : started)
-        bring_up(*find(section->name));
+    for (const std::string &name : started) {
+        interface_record &record = *find(name);
+        if (starts_by_itself(record.section))
+            bring_up(record);
+    }
     links_.remove_others(next.devices);
     config_ = next;
+}
+
+// The configured interfaces that will be configured in another way, or whose device will.
+std::vector<std::string> network_daemon::changed_interfaces(const network_config &next) const
+{
+    std::vector<std::string> names;
+    for (const auto &record : interfaces_) {
+        const config_section *const section = find_interface(next, record->section.name);
+        if (record->source != origin::configured || !section)
+            continue;
+        const std::string device = lower_device(record->section);
+        if (*section != record->section || device_options(next, device) != device_options(config_, device))
+            names.push_back(section->name);
+    }
+    return names;
+}
+
+// Removes interfaces that are no longer configured, and others whose name the configuration now takes.
+void network_daemon::remove_unconfigured(const network_config &next)
+{
+    std::vector<std::string> names;
+    for (const auto &record : interfaces_) {
+        const bool configured = find_interface(next, record->section.name) != nullptr;
+        if (configured != (record->source == origin::configured))
+            names.push_back(record->section.name);
+    }
+    for (const std::string &name : names)
+        if (find(name))
+            remove(name);
 }
 
 network_daemon::interface_record *network_daemon::find(const std::string &name)
@@ -253,15 +270,14 @@ void network_daemon::follow_files()
         remove(name);
 }
 
+// An interface whose device is missing stays down.
 void network_daemon::bring_up(interface_record &record)
 {
     const std::string device = lower_device(record.section);
     if (record.state != link_state::down || (!device.empty() && !links_.present(device)))
         return;
-    if (record.source != origin::configured || starts_by_itself(record.section)) {
-        record.state = link_state::pending;
-        record.coming_up.start(options_.pending_ms);
-    }
+    record.state = link_state::pending;
+    record.coming_up.start(options_.pending_ms);
 }
 
 void network_daemon::come_up(interface_record &record)
@@ -271,12 +287,22 @@ void network_daemon::come_up(interface_record &record)
     record.state = link_state::up;
     record.up_since = std::chrono::steady_clock::now();
     announce(record, "ifup");
-    if (const std::optional<config_section> side = dynamic_v6_side(record.section);
-        side && !find(side->name)) {
-        add(*side, origin::dynamic);
-        bring_up(*find(side->name));
-    }
+    if (const std::optional<config_section> side = dynamic_v6_side(record.section))
+        bring_along(*side);
     reply_if_settled();
+}
+
+// A section of that name in the configuration comes first; a record that only holds a laid-down reply makes
+// room.
+void network_daemon::bring_along(const config_section &side)
+{
+    const interface_record *const known = find(side.name);
+    if (known && known->source == origin::scripted)
+        remove(side.name);
+    if (find(side.name))
+        return;
+    add(side, origin::dynamic);
+    bring_up(*find(side.name));
 }
 
 void network_daemon::go_down(interface_record &record)
@@ -438,10 +464,7 @@ int network_daemon::handle_up(ubus_context *, ubus_object *object, ubus_request_
                               blob_attr *)
 {
     interface_record &record = *static_cast<interface_object *>(object)->record;
-    if (record.state == link_state::down) {
-        record.state = link_state::pending;
-        record.coming_up.start(record.daemon.options_.pending_ms);
-    }
+    record.daemon.bring_up(record);
     return UBUS_STATUS_OK;
 }
 
@@ -450,5 +473,6 @@ int network_daemon::handle_down(ubus_context *, ubus_object *object, ubus_reques
 {
     interface_record &record = *static_cast<interface_object *>(object)->record;
     record.daemon.go_down(record);
+    record.daemon.reply_if_settled();
     return UBUS_STATUS_OK;
 }

@@ -96,8 +96,11 @@ private:
     void withdraw(interface_record &record);
 
     void apply(const network_config &next);
+    std::vector<std::string> changed_interfaces(const network_config &next) const;
+    void remove_unconfigured(const network_config &next);
     void bring_up(interface_record &record);
     void come_up(interface_record &record);
+    void bring_along(const config_section &side);
     void go_down(interface_record &record);
     void announce(const interface_record &record, const char *action);
     void reply_if_settled();

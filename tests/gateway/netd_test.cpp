@@ -257,6 +257,22 @@ TEST_F(netd_test, an_interface_is_pending_before_it_is_up)
         status("wan_2").text);
 }
 
+TEST_F(netd_test, settling_ends_when_what_was_pending_is_gone)
+{
+    gateway.start_bus();
+    gateway.store_wan(routed_pppoe(2));
+    for (const char *interface : {"loopback", "lan"})
+        gateway.uci_set("network." + std::string(interface) + ".auto", "0");
+    const child_process slow_daemon({"gateway-netd", "--no-links", "--no-hotplug", "--pending", "60000"});
+    ASSERT_TRUE(wait_until([this] { return gateway.object_exists("network"); }));
+    background_call settled("gateway-netd", "settle", "{}");
+
+    gateway.uci_delete("network.wan_2");
+    gateway.reload_netd();
+
+    EXPECT_EQ(settled.wait().status, 0);
+}
+
 TEST_F(netd_test, uptime_counts_seconds)
 {
     start_settled();
@@ -560,6 +576,17 @@ TEST_F(netd_test, an_interface_can_be_laid_down_without_being_configured)
 
     gateway.unscript_interface("wan_9");
     EXPECT_EQ(status("wan_9").status, 4);
+}
+
+TEST_F(netd_test, a_reply_can_be_laid_down_for_an_interface_that_is_brought_along)
+{
+    gateway.script_interface("wan_2_6", "slow 0.1");
+    gateway.store_wan(routed_pppoe(2, {.ip_protocol = 3}));
+
+    start_settled();
+
+    EXPECT_EQ(status("wan_2_6").at("dynamic"), true);
+    EXPECT_EQ(status("wan_2_6").at("up"), true);
 }
 
 TEST_F(netd_test, a_malformed_reply_prints_as_something_that_is_no_json)
