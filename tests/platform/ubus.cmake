@@ -1,7 +1,8 @@
 # Tests of the bus daemon and of its command-line tool. Both are started as programs.
 add_library(korvel_ubusd_fixture STATIC
-    ${CMAKE_CURRENT_LIST_DIR}/ubusd_fixture.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/private_mounts.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ubus_test_main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ubusd_fixture.cpp
     ${CMAKE_CURRENT_LIST_DIR}/../support/process.cpp)
 target_include_directories(korvel_ubusd_fixture PUBLIC
     ${CMAKE_CURRENT_LIST_DIR} ${CMAKE_CURRENT_LIST_DIR}/..)

@@ -2,11 +2,22 @@
 #include "ubus_tool_fixture.h"
 
 #include <csignal>
-#include <regex>
 
 namespace {
 
 class ubus_tool_list_test : public ubus_tool_test {};
+
+// The text with every object id, eight hexadecimal digits behind an @, made equal.
+std::string with_ids_hidden(std::string text)
+{
+    static constexpr size_t id_size = 8;
+    for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + 1)) {
+        const size_t end = text.find_first_not_of("0123456789abcdef", at + 1);
+        if (end == at + 1 + id_size)
+            text.replace(at + 1, id_size, "id");
+    }
+    return text;
+}
 
 void expect_usage(const program_result &result, int status)
 {
@@ -118,17 +129,15 @@ TEST_F(ubus_tool_list_test, methods_are_listed_with_the_types_of_their_arguments
     const program_result result = run({"-v", "list"});
 
     EXPECT_EQ(0, result.status);
-    const std::string id = "@[0-9a-f]{8}";
-    const std::regex expected(
-        "'t' " + id +
-        "\n\t\"ok\":\\{\\}\n\t\"noreply\":\\{\\}\n\t\"twice\":\\{\\}\n"
-        "\t\"code\":\\{\"code\":\"Integer\"\\}\n\t\"echo\":\\{\\}\n\t\"slow\":\\{\\}\n"
-        "'t.odd' " +
-        id +
-        "\n\t\"types\":\\{\"flag\":\"Boolean\",\"number\":\"Integer\",\"text\":\"String\","
-        "\"list\":\"Array\",\"table\":\"Table\",\"short\":\"\\(unknown\\)\",\"double\":\"\\(unknown\\)\"\\}\n"
-        "\t\"block\":\\{\\}\n\t\"big\":\\{\\}\n");
-    EXPECT_TRUE(std::regex_match(result.output, expected)) << result.output;
+    EXPECT_EQ(
+        "'t' @id\n"
+        "\t\"ok\":{}\n\t\"noreply\":{}\n\t\"twice\":{}\n"
+        "\t\"code\":{\"code\":\"Integer\"}\n\t\"echo\":{}\n\t\"slow\":{}\n"
+        "'t.odd' @id\n"
+        "\t\"types\":{\"flag\":\"Boolean\",\"number\":\"Integer\",\"text\":\"String\",\"list\":\"Array\","
+        "\"table\":\"Table\",\"short\":\"(unknown)\",\"double\":\"(unknown)\"}\n"
+        "\t\"block\":{}\n\t\"big\":{}\n",
+        with_ids_hidden(result.output));
     EXPECT_EQ(result.output, run({"list", "-v"}).output);
 }
 

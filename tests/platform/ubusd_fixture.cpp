@@ -377,16 +377,18 @@ ubusd_test::ubusd_test()
 
 ubusd_test::~ubusd_test()
 {
-    if (daemon.running())
-        daemon.stop(SIGTERM);
+    // A daemon that a sanitizer or a crash has ended shows here at the latest.
+    if (daemon.pid() != 0) {
+        EXPECT_EQ(0, daemon.stop(SIGTERM));
+    }
     std::filesystem::remove_all(directory);
 }
 
-void ubusd_test::start(const std::vector<std::string> &options)
+void ubusd_test::start(const std::vector<std::string> &options, const program_environment &variables)
 {
     program_arguments args{UBUSD_PROGRAM, "-s", socket_path};
     args.insert(args.end(), options.begin(), options.end());
-    daemon = child_process(args);
+    daemon = child_process(args, variables);
     const bool listening = wait_until([this] {
         const int probe = connect_socket(socket_path);
         if (probe >= 0)

@@ -125,8 +125,8 @@ protected:
     ubusd_test();
     ~ubusd_test() override;
 
-    // Starts it with these options beside the socket.
-    void start(const std::vector<std::string> &options = {});
+    // Starts it with these options beside the socket, and waits until it listens.
+    void start(const std::vector<std::string> &options = {}, const program_environment &variables = {});
     raw_client connect() const { return raw_client(socket_path); }
 
     std::string directory;
