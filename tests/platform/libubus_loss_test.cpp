@@ -1,11 +1,13 @@
 // What happens when the bus goes away, and how a program comes back to it.
 #include "libubus_support.h"
 
+#include <atomic>
+
 namespace {
 
 // Tells of a lost connection; one at a time.
 struct loss_counter {
-    static inline int losses;
+    static inline std::atomic<int> losses;
 
     explicit loss_counter(ubus_context *ctx)
     {
