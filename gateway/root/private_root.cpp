@@ -119,14 +119,15 @@ void report(const std::exception &failure)
     (void)fprintf(stderr, "private root: cannot %s\n", failure.what());
 }
 
-int run_body(const caller_state &caller, const std::function<int()> &body)
+// What the body throws is its own affair and ends it by std::terminate.
+[[noreturn]] void run_body(const caller_state &caller, const std::function<int()> &body) noexcept
 {
     (void)umask(caller.file_mask);
+    // The caller's directory need not exist inside.
     if (chdir(caller.directory.c_str()) != 0 && chdir("/") != 0)
-        fail("change to /");
-    if (pthread_sigmask(SIG_SETMASK, &caller.signal_mask, nullptr) != 0)
-        fail("restore the signal mask");
-    return body();
+        perror("private root: cannot change to /");
+    (void)pthread_sigmask(SIG_SETMASK, &caller.signal_mask, nullptr);
+    exit(body());
 }
 
 // Process 1 of the new root.
@@ -144,7 +145,7 @@ int run_init(const private_root_options &options, tree_owner owner, const caller
     if (child < 0)
         fail("start the body");
     if (child == 0)
-        exit(run_body(caller, body));
+        run_body(caller, body);
     return supervise(child, -1);
 }
 

@@ -26,8 +26,8 @@ struct private_root_options {
 inline constexpr int private_root_failed = 125;
 
 // Runs `body` in a new private root and waits for it. Returns the body's result as an exit status (0..255),
-// 128 plus the signal's number when a signal ended it, or private_root_failed. SIGINT, SIGTERM and SIGHUP
-// sent to the caller meanwhile are passed on to the body.
+// 128 plus the signal's number when a signal ended it, or private_root_failed. SIGINT, SIGTERM, SIGHUP and
+// SIGQUIT sent to the caller meanwhile are passed on to the body.
 //
 // The body runs in a child process, which ends by exit() with its result; the caller's memory does not
 // change. Inside, process 1 collects orphans; once the body has ended, it ends too and with it whatever else
