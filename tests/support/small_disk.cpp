@@ -40,7 +40,7 @@ small_disk::~small_disk()
     (void)umount2(directory_.c_str(), MNT_DETACH);
 }
 
-void small_disk::fill()
+void small_disk::fill(size_t pages_left)
 {
     const int file = open(ballast_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (file < 0)
@@ -51,6 +51,8 @@ void small_disk::fill()
         if (write(file, page, size) != static_cast<ssize_t>(size))
             size /= 2;
     (void)close(file);
+    if (pages_left > 0)
+        fs::resize_file(ballast_, fs::file_size(ballast_) - pages_left * sizeof(page));
 }
 
 void small_disk::empty_again()

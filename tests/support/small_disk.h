@@ -14,8 +14,9 @@ public:
     small_disk(const small_disk &) = delete;
     small_disk &operator=(const small_disk &) = delete;
 
-    // Leaves no room for a new file's content; an empty file can still be made.
-    void fill();
+    // Leaves no room for a new file's content but for that many pages of 4096 bytes; an empty file can still
+    // be made.
+    void fill(size_t pages_left = 0);
     // Gives back what fill() took.
     void empty_again();
     void make_read_only();
