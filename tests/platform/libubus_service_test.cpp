@@ -209,6 +209,29 @@ TEST_F(libubus_nested_test, calls_that_arrive_during_a_call_outside_of_handlers_
     uloop_fd_delete(&ctx->sock);
 }
 
+TEST_F(libubus_service_test, serving_the_connection_within_a_handler_starts_no_other_handler)
+{
+    std::string record;
+    test_object object("t", {{"outer",
+                              [&](received_call &call) {
+                                  record += "outer ";
+                                  settle_bus();
+                                  ubus_handle_event(call.ctx);
+                                  record += "end ";
+                                  return 0;
+                              }},
+                             {"inner", [&](received_call &) {
+                                  record += "inner ";
+                                  return 0;
+                              }}});
+    ASSERT_EQ(ubus_add_object(ctx, &object), 0);
+
+    caller.send(invoke(1, object.id, "outer") + invoke(2, object.id, "inner"));
+    EXPECT_TRUE(ctx.serve_until([&] { return record.find("inner") != std::string::npos; }));
+
+    EXPECT_EQ(record, "outer end inner ");
+}
+
 // A call that is answered by a timer, after its handler has returned.
 struct late_answer : uloop_timeout {
     ubus_context *ctx = nullptr;

@@ -331,6 +331,17 @@ TEST(blob_parse_test, stops_silently_at_a_child_that_is_cut_off)
     }
 }
 
+TEST(blob_parse_test, a_child_shorter_than_its_word_suits_no_rule)
+{
+    const std::string payload = "\0\0\0\x03"s;
+    raw_attr attr(false, 0, 4 + payload.size(), payload);
+    blob_attr *found[field_count];
+
+    EXPECT_EQ(blob_parse(attr.attr(), found, field_rules, field_count), 0);
+
+    EXPECT_EQ(found[0], nullptr);
+}
+
 TEST(blob_parse_test, untrusted_bytes_must_hold_the_whole_attribute)
 {
     blob_message m;
