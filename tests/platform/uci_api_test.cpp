@@ -3,7 +3,7 @@
 
 #include <cstring>
 #include <filesystem>
-#include <initializer_list>
+#include <map>
 
 #include <sys/stat.h>
 
@@ -687,6 +687,44 @@ TEST_F(uci_api_test, a_rename_onto_a_taken_name_leaves_the_first_to_be_found)
     EXPECT_EQ(uci_reorder_section(ctx, ptr.s, 9), UCI_OK);
     EXPECT_EQ(set("lan", "where", "now first"), UCI_OK);
     EXPECT_STREQ(uci_lookup_option_string(ctx, ptr.s, "where"), "first");
+}
+
+// Names hash into one table; whatever was removed or renamed must not hide the others.
+TEST_F(uci_api_test, sections_are_found_after_any_sequence_of_changes)
+{
+    write_config("");
+    uci_package *const p = load();
+    std::map<std::string, std::string> expected; // name to type
+    unsigned random = 1;
+    for (int step = 0; step < 20000; step++) {
+        random = random * 1103515245 + 12345;
+        const std::string name = "s" + std::to_string(random >> 16 & 0xff);
+        const std::string other = "s" + std::to_string(random >> 24 & 0xff);
+        const bool known = expected.contains(name);
+        uci_ptr ptr = named("n", name.c_str());
+        if (!known) {
+            ptr.value = other.c_str();
+            ASSERT_EQ(uci_set(ctx, &ptr), UCI_OK);
+            expected[name] = other;
+        } else if (expected.contains(other)) {
+            ASSERT_EQ(uci_delete(ctx, &ptr), UCI_OK);
+            expected.erase(name);
+        } else {
+            ptr.value = other.c_str();
+            ASSERT_EQ(uci_rename(ctx, &ptr), UCI_OK);
+            expected[other] = expected.extract(name).mapped();
+        }
+        ptr = named("n", other.c_str());
+        ASSERT_EQ(uci_lookup_ptr(ctx, &ptr, nullptr, false), UCI_OK);
+        ASSERT_EQ(ptr.s != nullptr, expected.contains(other));
+        if (ptr.s) {
+            ASSERT_STREQ(ptr.s->type, expected[other].c_str());
+        }
+    }
+    std::map<std::string, std::string> found;
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) found[e->name] = uci_to_section(e)->type;
+    EXPECT_EQ(found, expected);
 }
 
 // ---- packages without delta ----

@@ -2,11 +2,14 @@
 // dies or several write at once.
 #include "uci_fixture.h"
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -451,59 +454,102 @@ TEST_F(uci_commit_test, changes_saved_while_others_commit_and_revert_are_kept)
             EXPECT_STREQ(uci_lookup_option_string(ctx, lan, value_name(writer, round).c_str()), "1");
 }
 
+class pipe_ends {
+public:
+    pipe_ends() { EXPECT_EQ(pipe(ends_), 0); }
+    ~pipe_ends()
+    {
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    bool send() const { return ::write(ends_[1], "x", 1) == 1; }
+    // False when nothing comes in time.
+    bool receive() const
+    {
+        pollfd waiting = {ends_[0], POLLIN, 0};
+        char byte;
+        return poll(&waiting, 1, static_cast<int>(default_deadline.count())) == 1 &&
+               ::read(ends_[0], &byte, 1) == 1;
+    }
+
+private:
+    int ends_[2];
+};
+
+// What a reader and a writer in another process tell each other.
+struct exchange {
+    std::atomic<int> seen;  // the latest value read
+    std::atomic<int> loads; // how often it was read
+    std::atomic<bool> done; // nothing more will be written
+};
+
 // Between the delta file and the configuration a change must be seen in one of them at any moment.
 TEST_F(uci_commit_test, a_reader_never_misses_a_saved_change)
 {
-    constexpr int last = 200;
+    constexpr int last = 30;
+    void *const shared =
+        mmap(nullptr, sizeof(exchange), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    auto *const state = new (shared) exchange{};
     child_group group;
-    group.start([&] {
-        for (int value = 1; value <= last; value++)
-            if (set_and_commit(new_context().get(), "proto", std::to_string(value)) != UCI_OK)
+    const auto write_values = [&] {
+        for (int value = 1; value <= last; value++) {
+            const context_owner own = new_context();
+            const std::string text = std::to_string(value);
+            uci_ptr ptr = named("n", "lan", "proto", text.c_str());
+            if (uci_set(own.get(), &ptr) != UCI_OK || uci_save(own.get(), ptr.p) != UCI_OK ||
+                !wait_until([&] { return state->seen == value; }) ||
+                uci_commit(own.get(), &ptr.p, false) != UCI_OK)
                 return false;
+            // The load that ran during the commit ends before anything else is saved.
+            const int loads = state->loads;
+            if (!wait_until([&] { return state->loads > loads; }))
+                return false;
+        }
         return true;
+    };
+    group.start([&] {
+        const bool written = write_values();
+        state->done = true;
+        return written;
     });
 
-    int seen = 0;
-    const bool reached = wait_until(
-        [&] {
-            const context_owner own = new_context();
-            uci_package *p = nullptr;
-            EXPECT_EQ(uci_load(own.get(), "n", &p), UCI_OK);
-            if (!p)
-                return true;
-            const int value =
-                atoi(uci_lookup_option_string(own.get(), uci_lookup_section(own.get(), p, "lan"), "proto"));
-            EXPECT_GE(value, seen);
-            seen = value;
-            return seen == last;
-        },
-        std::chrono::seconds(60));
-    EXPECT_TRUE(reached);
+    // Each takes a moment to be found missing, between the reading of the file and of its changes.
+    for (int i = 0; i < 500; i++)
+        ASSERT_EQ(uci_add_delta_path(ctx, (root + "/none/" + std::to_string(i)).c_str()), UCI_OK);
+    while (!state->done) {
+        uci_package *const p = load();
+        uci_section *const lan = p ? uci_lookup_section(ctx, p, "lan") : nullptr;
+        const char *const proto = lan ? uci_lookup_option_string(ctx, lan, "proto") : nullptr;
+        const int value = proto ? atoi(proto) : 0; // a word before the first change
+        EXPECT_GE(value, state->seen);
+        state->seen = value;
+        state->loads++;
+        uci_unload(ctx, p);
+    }
+    EXPECT_EQ(state->seen, last);
     EXPECT_TRUE(group.wait_for_success());
+    munmap(shared, sizeof(exchange));
 }
 
 TEST_F(uci_commit_test, a_writer_killed_at_any_moment_leaves_a_whole_file)
 {
     for (int round = 0; round < 20; round++) {
         child_group group;
-        int progress[2];
-        ASSERT_EQ(pipe(progress), 0);
+        const pipe_ends progress;
         group.start([&] {
             for (int value = 0;; value++) {
                 if (set_and_commit(new_context().get(), "proto",
                                    std::string(3000, static_cast<char>('a' + value % 26))) != UCI_OK)
                     return false;
-                if (::write(progress[1], "x", 1) != 1)
+                if (!progress.send())
                     return false;
             }
         });
-        std::string commits(static_cast<size_t>(round % 7 + 1), 0);
-        for (char &commit : commits)
-            ASSERT_EQ(::read(progress[0], &commit, 1), 1);
+        for (int commit = 0; commit <= round % 7; commit++)
+            ASSERT_TRUE(progress.receive());
         group.kill_all();
         group.wait_for_success();
-        close(progress[0]);
-        close(progress[1]);
 
         const context_owner own = new_context();
         uci_package *p = nullptr;
