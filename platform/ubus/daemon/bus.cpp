@@ -63,7 +63,7 @@ bool bus::receive(client &sender, std::span<uint8_t> bytes, unique_fd fd)
         if (outcome == frame_reader::outcome::broken)
             return false;
         if (begins && bytes.empty())
-            sender.received_fd = std::move(fd);
+            sender.received_fd = unique_fd(fd.release());
         if (outcome == frame_reader::outcome::complete) {
             handle(sender, message);
             sender.received_fd = unique_fd();

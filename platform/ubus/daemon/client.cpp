@@ -11,6 +11,8 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
+#include "message_buffer.h"
+
 namespace ubusd {
 
 namespace {
@@ -103,20 +105,9 @@ void client::send(const frame_header &header, std::span<const uint8_t> body, int
 
 void client::send_status(const frame_header &request, int status)
 {
-    const auto code = static_cast<uint32_t>(status);
-    const std::array<uint8_t, 12> body{0,
-                                       0,
-                                       0,
-                                       12,
-                                       UBUS_ATTR_STATUS,
-                                       0,
-                                       0,
-                                       8,
-                                       static_cast<uint8_t>(code >> 24),
-                                       static_cast<uint8_t>(code >> 16),
-                                       static_cast<uint8_t>(code >> 8),
-                                       static_cast<uint8_t>(code)};
-    send({.type = UBUS_MSG_STATUS, .seq = request.seq, .peer = request.peer}, body);
+    message_buffer body;
+    body.number(UBUS_ATTR_STATUS, static_cast<uint32_t>(status));
+    send({.type = UBUS_MSG_STATUS, .seq = request.seq, .peer = request.peer}, body.body());
 }
 
 void client::flush()

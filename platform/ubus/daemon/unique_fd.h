@@ -24,6 +24,8 @@ public:
     }
 
     int get() const { return fd_; }
+    // Leaves the descriptor open, to the caller.
+    int release() { return std::exchange(fd_, -1); }
     explicit operator bool() const { return fd_ >= 0; }
 
 private:
