@@ -1,0 +1,220 @@
+// Queries over the bus: a network daemon that does not answer as it should, and configurations of every size.
+#include "support/daemon_test.h"
+
+#include <algorithm>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr char unparsable[] = "Failed to parse netifd data json";
+constexpr char missed[] = "Error happened when getting wan_1 data: -1";
+
+class query_test : public daemon_test {
+protected:
+    bus_reply get(unsigned id) { return gateway.call("get", "{\"wanId\":" + std::to_string(id) + "}"); }
+
+    // Stores bridged WANs 1 to count in one write.
+    void store_bridged(unsigned count)
+    {
+        std::string text = "config korvel 'korvel'\n\toption maxWanId '255'\n\toption pon_adapt 'pon'\n";
+        for (unsigned id = 1; id <= count; id++)
+            text += "\tlist wanList '" + std::to_string(id) + "'\n";
+        for (unsigned id = 1; id <= count; id++)
+            text += uci_device_section(
+                bridged_wan(static_cast<uint8_t>(id), "10000000", {.vid = static_cast<uint16_t>(100 + id)}));
+        gateway.set_config("network", text);
+    }
+};
+
+TEST_F(query_test, a_status_that_cannot_be_read_leaves_the_wan_down)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.start_netd();
+    gateway.start_korvel();
+    for (const char *reply : {"absent", "malformed", "silent", "big"}) {
+        SCOPED_TRACE(reply);
+        gateway.script_interface("wan_1", reply);
+        gateway.clear_log();
+
+        const bus_reply answer = get(1);
+
+        EXPECT_EQ(0, answer.status);
+        EXPECT_EQ("1_INTERNET_R_VID_100", answer.at("wanName"));
+        EXPECT_EQ(false, answer.at("status"));
+        EXPECT_EQ("", answer.at("ip"));
+        EXPECT_EQ((text_lines{unparsable, missed}), gateway.log_texts(LOG_ERR));
+    }
+}
+
+TEST_F(query_test, without_a_network_daemon_the_wan_is_down)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.stop_netd();
+
+    const bus_reply answer = get(1);
+
+    EXPECT_EQ(0, answer.status);
+    EXPECT_EQ(false, answer.at("status"));
+    EXPECT_EQ((text_lines{unparsable, missed}), gateway.log_texts(LOG_ERR));
+}
+
+TEST_F(query_test, a_slow_status_is_waited_for)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.script_interface("wan_1", R"(slow 0.4 {"up":true,"uptime":77})");
+    gateway.start_netd();
+    gateway.start_korvel();
+    const auto start = steady_clock::now();
+
+    const bus_reply answer = get(1);
+
+    EXPECT_LE(milliseconds(400), steady_clock::now() - start);
+    EXPECT_EQ(true, answer.at("status"));
+    EXPECT_EQ(77, answer.at("uptime"));
+}
+
+TEST_F(query_test, a_dual_stack_wan_without_its_ipv6_interface_reports_ipv4)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100, .ip_protocol = 3}));
+    gateway.script_interface("wan_1_v6", "absent");
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.settle_netd();
+
+    const bus_reply answer = get(1);
+
+    EXPECT_EQ(true, answer.at("status"));
+    EXPECT_EQ(false, answer.at("statusV6"));
+    EXPECT_EQ("198.51.100.23", answer.at("ip"));
+    EXPECT_EQ(text_lines{"Failed to parse netifd data_v6 json"}, gateway.log_texts(LOG_ERR));
+}
+
+TEST_F(query_test, a_wan_of_another_kind_of_reply_is_still_listed)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.store_wan(routed_dhcp(2, {.vid = 200}));
+    gateway.script_interface("wan_1", "malformed");
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.settle_netd();
+
+    const bus_reply answer = gateway.call("all");
+
+    EXPECT_EQ(0, answer.status);
+    EXPECT_EQ(false, answer.at("1").at("status"));
+    EXPECT_EQ(true, answer.at("2").at("status"));
+}
+
+TEST_F(query_test, without_listed_wans_all_answers_nothing)
+{
+    gateway.start_netd();
+    gateway.start_korvel();
+
+    EXPECT_EQ((bus_reply{0, ""}), gateway.call("all"));
+}
+
+TEST_F(query_test, wans_that_cannot_be_read_are_answered_by_their_place)
+{
+    gateway.store_wan(bridged_wan(3, "1000", {.vid = 103}));
+    gateway.store_wan(bridged_wan(5, "0100", {.vid = 105}));
+    gateway.store_wan(bridged_wan(9, "0010", {.vid = 109}));
+    gateway.start_netd();
+    gateway.start_korvel();
+
+    gateway.uci_delete("network." + gateway.device_section(5).value());
+    const bus_reply without_5 = gateway.call("all");
+    gateway.uci_delete("network." + gateway.device_section(9).value());
+    const bus_reply without_9 = gateway.call("all");
+
+    EXPECT_EQ(0, without_5.status);
+    EXPECT_EQ((std::vector<std::string>{"3", "5", "9"}), without_5.json().keys());
+    EXPECT_EQ(5, without_5.at("5").at("wanId"));
+    EXPECT_EQ("", without_5.at("5").at("wanName"));
+    EXPECT_EQ(result_reply(2, -1, "korvel read all WAN ERR!"), without_9);
+}
+
+TEST_F(query_test, identifiers_that_name_no_wan_are_refused)
+{
+    gateway.store_wan(bridged_wan(1, "1000"));
+    gateway.start_netd();
+    gateway.start_korvel();
+
+    for (const unsigned id : {0U, 2U, 256U})
+        EXPECT_EQ(result_reply(2, -1, "korvel get ERR!"), get(id)) << id;
+    EXPECT_EQ(get(1), get(257));
+}
+
+TEST_F(query_test, a_reply_that_the_bus_does_not_take_is_refused_and_the_daemon_lives_on)
+{
+    gateway.start_netd();
+    store_bridged(1);
+    std::string text = gateway.config("network");
+    constexpr char entry[] = "\tlist wanList '1'\n";
+    for (int i = 0; i < 1500; i++)
+        text.insert(text.find(entry), entry);
+    gateway.set_config("network", text);
+    gateway.start_korvel();
+
+    EXPECT_EQ(result_reply(9, -1, "korvel malloc ERR!"), gateway.call("all"));
+
+    EXPECT_EQ(0, get(1).status);
+    EXPECT_TRUE(gateway.korvel_running());
+}
+
+TEST_F(query_test, the_time_of_all_grows_with_the_wans_in_a_straight_line)
+{
+    constexpr unsigned few = 50;
+    constexpr unsigned many = 250;
+    gateway.start_netd();
+    store_bridged(many);
+    gateway.start_korvel();
+    const auto time_of = [this](unsigned count) {
+        store_bridged(count);
+        auto shortest = steady_clock::duration::max();
+        for (int i = 0; i < 5; i++) {
+            const auto start = steady_clock::now();
+            const bus_reply answer = gateway.call("all");
+            shortest = std::min(shortest, steady_clock::now() - start);
+            EXPECT_EQ(count, answer.json().size());
+        }
+        return shortest;
+    };
+
+    const auto short_time = time_of(few);
+    const auto long_time = time_of(many);
+
+    // Five times the WANs: 25 times the time would be a square.
+    EXPECT_LT(long_time, 10 * short_time)
+        << std::chrono::duration_cast<milliseconds>(short_time).count() << " ms, then "
+        << std::chrono::duration_cast<milliseconds>(long_time).count() << " ms";
+}
+
+TEST_F(query_test, a_network_of_1000_sections_works_like_a_small_one)
+{
+    std::string foreign;
+    for (int i = 0; i < 1000; i++)
+        foreign += "\nconfig interface 'other_" + std::to_string(i) + "'\n\toption proto 'none'\n";
+    gateway.set_config("network", gateway.config("network") + foreign);
+    gateway.start_netd();
+    gateway.start_korvel();
+
+    EXPECT_EQ(result_reply(0, 0, "korvel modify OK."),
+              gateway.call("add", add_request(routed_dhcp(1, {.vid = 100}))));
+    gateway.settle_netd();
+
+    const bus_reply answer = get(1);
+    EXPECT_EQ("1_INTERNET_R_VID_100", answer.at("wanName"));
+    EXPECT_EQ("198.51.100.23", answer.at("ip"));
+    EXPECT_EQ(answer.at("ip"), gateway.call("all").at("1").at("ip"));
+    EXPECT_EQ("none", gateway.uci_get("network.other_999.proto"));
+
+    EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":1})"));
+    EXPECT_FALSE(gateway.device_section(1));
+    EXPECT_EQ("none", gateway.uci_get("network.other_0.proto"));
+}
+
+} // namespace
