@@ -32,7 +32,7 @@ public:
         wan.ipMode = static_cast<uint8_t>(below(3));
         wan.napt = once_in(2);
         wan.vlanMode = !once_in(8);
-        wan.vid = static_cast<uint16_t>(100 + below(12));
+        wan.vid = static_cast<uint16_t>(wan.vlanMode ? 100 + below(12) : 0);
         wan.mvid = static_cast<uint16_t>(once_in(4) ? 105 + below(10) : 0);
         wan.prio = static_cast<uint8_t>(below(8));
         wan.mtu = static_cast<uint16_t>(650 + below(851));
