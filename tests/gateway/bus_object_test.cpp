@@ -110,7 +110,7 @@ TEST_F(bus_object_test, a_second_request_waits_while_the_first_reloads_services)
     EXPECT_EQ(twice(add_commands), gateway.commands());
 }
 
-TEST_F(bus_object_test, a_due_modification_waits_while_an_add_commands_services)
+TEST_F(bus_object_test, a_due_modification_waits_while_an_add_reloads_services)
 {
     add(routed_dhcp(1, {.vid = 100}));
     held_service network(gateway, "network");

@@ -135,6 +135,8 @@ TEST_F(startup_test, the_uplink_names_the_devices)
         {"abcdefghijklm", "abcdefghi40", "abcdefghijk"},
     };
     gateway.start_netd();
+    silence_services();
+    const std::string shipped = gateway.config("network");
     for (const auto &row : cases) {
         SCOPED_TRACE(row.uplink);
         gateway.uci_set("network.korvel.pon_adapt", *row.uplink ? row.uplink : "pon");
@@ -150,8 +152,8 @@ TEST_F(startup_test, the_uplink_names_the_devices)
         EXPECT_EQ(row.untagged, gateway.device_option(2, "name"));
         EXPECT_EQ(*row.uplink ? text_lines{} : text_lines{"Failed to get value: network.korvel.pon_adapt"},
                   gateway.log_texts(LOG_ERR));
-        gateway.call("delAll");
         EXPECT_EQ(0, gateway.stop_korvel());
+        gateway.set_config("network", shipped);
     }
 }
 
@@ -188,9 +190,6 @@ TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_a_service)
         EXPECT_EQ(0, gateway.stop_korvel(number));
 
         expect_stop_message(number);
-        const bus_reply unanswered = add.wait();
-        EXPECT_NE(0, unanswered.status);
-        EXPECT_EQ("", unanswered.text);
     }
 }
 
@@ -212,7 +211,6 @@ TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_a_status)
         EXPECT_EQ(0, gateway.stop_korvel(number));
 
         expect_stop_message(number);
-        EXPECT_NE(0, get.wait().status);
     }
 }
 
