@@ -256,11 +256,17 @@ TEST_F(delete_all_test, the_sweep_counts_the_list_and_takes_its_scripts_back)
     EXPECT_EQ(maxWanId.load(), 0U);
 }
 
-TEST_F(delete_all_test, the_sweep_of_nothing_counts_nothing)
+TEST_F(delete_all_test, the_sweep_of_nothing_counts_nothing_but_lets_identifiers_start_over)
 {
+    gateway.uci_set("network.korvel.maxWanId", "7");
+    load_settings();
+
     EXPECT_EQ(wan_force_clear(), 0U);
+
+    EXPECT_EQ(gateway.uci_get("network.korvel.maxWanId"), "0");
+    EXPECT_EQ(maxWanId.load(), 0U);
     gateway.remove("/etc/config/network");
-    EXPECT_EQ(wan_force_clear(), 0U);
+    EXPECT_EQ(wan_force_clear(), 0U) << "no configuration at all";
     EXPECT_TRUE(gateway.log().empty());
 }
 

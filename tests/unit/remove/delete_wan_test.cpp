@@ -170,8 +170,8 @@ TEST_F(delete_wan_test, a_bridged_wan_leaves_the_bridge_its_vlans_and_the_isolat
     store(bridged_wan(3, "0010", {.vid = 30}));
     gateway.set_config("network",
                        gateway.config("network") +
-                           "\nconfig bridge-vlan 'a'\n\tlist ports 'eth0.1'\n\tlist ports 'pon.30:t'\n"
-                           "\nconfig bridge-vlan 'b'\n\tlist ports 'pon.30:t'\n\tlist ports 'eth0.2'\n");
+                           "\nconfig bridge-vlan\n\tlist ports 'eth0.1'\n\tlist ports 'pon.30:t'\n"
+                           "\nconfig bridge-vlan\n\tlist ports 'pon.30:t'\n\tlist ports 'eth0.2'\n");
     leave_script(isolate_rule_path);
 
     EXPECT_EQ(wan_delete(3, with_reload, dropping_ids), 0);
@@ -179,8 +179,8 @@ TEST_F(delete_wan_test, a_bridged_wan_leaves_the_bridge_its_vlans_and_the_isolat
     EXPECT_EQ(whole_configuration().find("pon.30"), std::string::npos);
     EXPECT_EQ(gateway.uci_get("network.@device[0].ports"),
               "eth0.1 eth0.2 eth0.3 eth0.4 ra0 ra1 rai0 rai1 pon.10 pon.20");
-    EXPECT_EQ(gateway.uci_get("network.a.ports"), "eth0.1");
-    EXPECT_EQ(gateway.uci_get("network.b.ports"), "eth0.2");
+    EXPECT_EQ(gateway.uci_get("network.@bridge-vlan[0].ports"), "eth0.1");
+    EXPECT_EQ(gateway.uci_get("network.@bridge-vlan[1].ports"), "eth0.2");
     EXPECT_EQ(runs(), "/etc/korvel/rule_wan_3.sh -r\n/etc/korvel/rule_wan_isolate.sh -r\n");
     EXPECT_FALSE(gateway.exists("/etc/korvel/rule_wan_3.sh"));
     EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_3"))
