@@ -1,0 +1,188 @@
+// What leaves the process: commands, files, and scripts that appear whole or not at all.
+#include "base/os.h"
+
+#include "support/gateway.h"
+#include "support/small_disk.h"
+
+#include <ctime>
+#include <sys/stat.h>
+
+namespace {
+
+using os_test = gateway_test;
+
+constexpr char script_path[] = "/etc/korvel/script";
+
+TEST_F(os_test, a_command_has_ended_when_the_call_returns)
+{
+    run_command("sleep 0.05; echo done >/tmp/result; exit 3");
+
+    EXPECT_EQ(gateway.file("/tmp/result"), "done\n");
+    EXPECT_TRUE(gateway.log().empty()) << "its exit status is nobody's business";
+}
+
+TEST_F(os_test, a_commands_output_is_cut_at_the_buffers_end)
+{
+    struct {
+        const char *command;
+        const char *output;
+    } const cases[] = {{"printf ''", ""},
+                       {"printf abcdef", "abcdef"},
+                       {"printf abcdefg", "abcdefg"},
+                       {"printf abcdefgh", "abcdefg"},
+                       {"printf 'a\\nb'; exit 7", "a\nb"},
+                       {"no-such-program", ""}};
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.command);
+        char output[8];
+        memset(output, '#', sizeof(output));
+
+        EXPECT_TRUE(read_command((std::string(row.command) + " 2>/dev/null").c_str(), output));
+
+        EXPECT_STREQ(output, row.output);
+    }
+}
+
+TEST_F(os_test, files_are_read_up_to_the_buffers_end)
+{
+    char content[8];
+    gateway.write_file("/tmp/file", "abcdefg");
+    EXPECT_EQ(read_file("/tmp/file", content), 7);
+    EXPECT_STREQ(content, "abcdefg");
+    gateway.write_file("/tmp/file", "abcdefgh");
+    EXPECT_EQ(read_file("/tmp/file", content), 7);
+    EXPECT_STREQ(content, "abcdefg");
+    gateway.write_file("/tmp/file", "");
+    EXPECT_EQ(read_file("/tmp/file", content), 0);
+    EXPECT_STREQ(content, "");
+
+    EXPECT_EQ(read_file("/tmp/none", content), -1);
+    EXPECT_EQ(read_file("/tmp", content), -1) << "a directory";
+}
+
+TEST_F(os_test, a_pipe_under_a_files_name_does_not_hold_up_the_reader)
+{
+    ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);
+    char content[8];
+
+    EXPECT_LE(read_file("/tmp/pipe", content), 0);
+
+    EXPECT_STREQ(content, "");
+}
+
+TEST_F(os_test, files_are_seen_and_removed)
+{
+    gateway.write_file("/tmp/file", "");
+
+    EXPECT_TRUE(file_exists("/tmp/file"));
+    EXPECT_TRUE(remove_file("/tmp/file"));
+    EXPECT_FALSE(file_exists("/tmp/file"));
+    EXPECT_FALSE(remove_file("/tmp/file"));
+}
+
+TEST_F(os_test, a_script_appears_with_its_commit)
+{
+    gateway.write_file(script_path, "old", 0600);
+    script_file script(script_path);
+    ASSERT_TRUE(script);
+    script.print("#!/bin/sh\necho %u %s\n", 7U, "text");
+    EXPECT_EQ(gateway.file(script_path), "old") << "not before";
+
+    EXPECT_TRUE(script.commit());
+
+    EXPECT_EQ(gateway.file(script_path), "#!/bin/sh\necho 7 text\n");
+    EXPECT_EQ(gateway.mode(script_path), 0755U);
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
+}
+
+TEST_F(os_test, while_it_is_written_a_script_has_a_hidden_name)
+{
+    script_file script(script_path);
+
+    for (const std::string &name : gateway.list_directory("/etc/korvel"))
+        EXPECT_TRUE(name.starts_with('.')) << name;
+    EXPECT_EQ(gateway.list_directory("/etc/korvel").size(), 1U);
+}
+
+TEST_F(os_test, a_script_that_is_given_up_leaves_nothing)
+{
+    gateway.write_file(script_path, "old");
+    {
+        script_file script(script_path);
+        script.print("new");
+    }
+
+    EXPECT_EQ(gateway.file(script_path), "old");
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
+}
+
+TEST_F(os_test, what_a_crash_left_of_a_script_does_not_disturb_the_next_one)
+{
+    std::string left_behind;
+    {
+        script_file script(script_path);
+        left_behind = "/etc/korvel/" + gateway.list_directory("/etc/korvel").at(0);
+    }
+    gateway.write_file(left_behind, std::string(5000, '#'));
+
+    script_file script(script_path);
+    script.print("new\n");
+    EXPECT_TRUE(script.commit());
+
+    EXPECT_EQ(gateway.file(script_path), "new\n");
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
+}
+
+TEST_F(os_test, missing_directories_are_made)
+{
+    script_file script("/etc/korvel/one/two/script");
+    ASSERT_TRUE(script);
+    script.print("text");
+    EXPECT_TRUE(script.commit());
+
+    EXPECT_EQ(gateway.file("/etc/korvel/one/two/script"), "text");
+}
+
+TEST_F(os_test, a_disk_without_room_keeps_the_old_script)
+{
+    gateway.write_file(script_path, "old");
+    small_disk disk("/etc/korvel");
+    disk.fill();
+    {
+        script_file script(script_path);
+        ASSERT_TRUE(script) << "an empty file can still be made";
+        script.print("%s", std::string(100000, 'x').c_str());
+        EXPECT_FALSE(script.commit());
+    }
+    disk.empty_again();
+
+    EXPECT_EQ(gateway.file(script_path), "old");
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
+    disk.make_read_only();
+    EXPECT_FALSE(script_file(script_path)) << "nowhere to write";
+}
+
+TEST_F(os_test, a_directory_under_a_scripts_name_fails_the_commit)
+{
+    gateway.write_file("/etc/korvel/script/file", "");
+    script_file script(script_path);
+    script.print("text");
+
+    EXPECT_FALSE(script.commit());
+
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
+}
+
+TEST_F(os_test, sleeping_takes_its_seconds)
+{
+    timespec before, after;
+    clock_gettime(CLOCK_MONOTONIC, &before);
+
+    sleep_seconds(1);
+
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    EXPECT_GE((after.tv_sec - before.tv_sec) * 1000000000L + after.tv_nsec - before.tv_nsec, 1000000000L);
+    sleep_seconds(0);
+}
+
+} // namespace
