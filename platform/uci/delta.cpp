@@ -177,7 +177,11 @@ int apply_delta(package *p, bytes source, size_t *applied)
         const change seen = {line.command, line.what.section, line.what.option, line.what.value};
         if (has_flag(p->ctx, UCI_FLAG_SAVED_DELTA) && !append_change(&p->saved_delta, seen))
             return UCI_ERR_MEM;
-        if (apply_line(p, line) == UCI_OK)
+        const int code = apply_line(p, line);
+        // A removal needs no memory; there this code means a value that is no index.
+        if (code == UCI_ERR_MEM && line.command != UCI_CMD_REMOVE)
+            return code;
+        if (code == UCI_OK)
             ++*applied;
     }
     return UCI_OK;

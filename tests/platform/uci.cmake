@@ -22,3 +22,6 @@ korvel_uci_test(uci_api_test)
 korvel_uci_test(uci_delta_test)
 korvel_uci_test(uci_commit_test)
 korvel_uci_test(uci_scale_test)
+korvel_uci_test(uci_memory_test)
+target_link_options(uci_memory_test PRIVATE
+    -Wl,--wrap=malloc -Wl,--wrap=calloc -Wl,--wrap=realloc -Wl,--wrap=strdup)

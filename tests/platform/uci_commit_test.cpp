@@ -211,7 +211,8 @@ TEST_F(uci_commit_test, a_save_that_cannot_write_leaves_the_delta_as_it_was)
     write_delta(before);
     expect_in_child([&] {
         limit_file_size();
-        uci_ptr ptr = named("n", "lan", "a", std::string(100, 'y').c_str());
+        const std::string value(100, 'y');
+        uci_ptr ptr = named("n", "lan", "a", value.c_str());
         EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK);
         EXPECT_EQ(uci_save(ctx, ptr.p), UCI_ERR_IO);
         EXPECT_FALSE(uci_list_empty(&ptr.p->delta));
