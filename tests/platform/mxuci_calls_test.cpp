@@ -253,6 +253,36 @@ TEST_F(mxuci_calls_test, missing_arguments_are_refused)
     EXPECT_EQ(stored(), base);
 }
 
+TEST_F(mxuci_calls_test, names_that_are_too_long_are_refused_and_not_cut)
+{
+    const std::string longest_config(115, 'c'); // with "/etc/config/" before it, 127 characters
+    gateway.set_config(longest_config, base);
+    gateway.set_config(longest_config + "c", base);
+    EXPECT_EQ(mxuci_set(longest_config.c_str(), "g", "one", "2"), 0);
+    EXPECT_EQ(gateway.uci_get(longest_config + ".g.one"), "2");
+    EXPECT_NE(mxuci_set((longest_config + "c").c_str(), "g", "one", "2"), 0);
+    EXPECT_EQ(gateway.config(longest_config + "c"), base);
+
+    const std::string longest_option(511 - strlen("t.g."), 'o');
+    EXPECT_EQ(mxuci_set("t", "g", longest_option.c_str(), "2"), 0);
+    EXPECT_EQ(read("g", longest_option.c_str()), "2");
+    EXPECT_NE(mxuci_set("t", "g", (longest_option + "o").c_str(), "3"), 0);
+    EXPECT_EQ(read("g", longest_option.c_str()), "2");
+}
+
+TEST_F(mxuci_calls_test, a_sections_type_is_made_of_visible_characters)
+{
+    for (const char *type : {"two words", "tab\t", "line\n", "del\x7f", "\xc3\xbc"}) {
+        SCOPED_TRACE(type);
+        char name[16] = "";
+        EXPECT_NE(mxuci_add_section("t", type, name), 0);
+        EXPECT_STREQ(name, "");
+    }
+    EXPECT_EQ(stored(), base);
+    char name[16] = "";
+    EXPECT_EQ(mxuci_add_section("t", "!~", name), 0);
+}
+
 TEST_F(mxuci_calls_test, sections_are_added_at_the_end_under_a_generated_or_a_given_name)
 {
     char generated[16] = "";
