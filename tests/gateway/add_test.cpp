@@ -1,9 +1,6 @@
 // WANs of every kind, added over the bus and read back while the network daemon runs them.
 #include "support/daemon_test.h"
 
-#include <algorithm>
-#include <cstring>
-
 namespace {
 
 // A reply of `get` without a WAN behind it.

@@ -95,7 +95,7 @@ TEST_F(query_test, a_dual_stack_wan_without_its_ipv6_interface_reports_ipv4)
     EXPECT_EQ(text_lines{"Failed to parse netifd data_v6 json"}, gateway.log_texts(LOG_ERR));
 }
 
-TEST_F(query_test, a_wan_of_another_kind_of_reply_is_still_listed)
+TEST_F(query_test, one_malformed_status_leaves_the_other_wans_alone)
 {
     gateway.store_wan(routed_dhcp(1, {.vid = 100}));
     gateway.store_wan(routed_dhcp(2, {.vid = 200}));

@@ -15,8 +15,9 @@ class startup_test : public daemon_test {
 protected:
     void expect_stop_message(int number)
     {
-        EXPECT_EQ(text_lines{"Receive stop signal: " + std::to_string(number)},
-                  gateway.log_texts(LOG_WARNING));
+        EXPECT_EQ((std::vector<log_entry>{
+                      {LOG_WARNING, "korvel", "Receive stop signal: " + std::to_string(number)}}),
+                  gateway.log());
     }
 };
 
@@ -168,9 +169,6 @@ TEST_F(startup_test, each_stop_signal_ends_an_idle_daemon)
         EXPECT_EQ(0, gateway.stop_korvel(number));
 
         expect_stop_message(number);
-        EXPECT_EQ((std::vector<log_entry>{
-                      {LOG_WARNING, "korvel", "Receive stop signal: " + std::to_string(number)}}),
-                  gateway.log());
         EXPECT_TRUE(gateway.commands().empty());
     }
 }

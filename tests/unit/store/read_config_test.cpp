@@ -177,7 +177,8 @@ TEST_F(read_config_test, the_priority_is_the_third_character_of_a_mapping_of_0)
     constexpr struct {
         const char *mapping;
         uint8_t prio;
-    } cases[] = {{"0:5", 5}, {"0:7", 7}, {"0:0", 0}, {"3:5", 0}, {"05", 0}, {"0:12", 1}, {"0:5 1:3", 5}};
+    } cases[] = {{"0:5", 5}, {"0:7", 7},  {"0:0", 0},     {"3:5", 0},
+                 {"05", 0},  {"0:12", 1}, {"0:5 1:3", 5}, {"0:", 208}};
     store(bridged_wan(1, "1000", {.vid = 100}));
     for (const auto &row : cases) {
         SCOPED_TRACE(row.mapping);
