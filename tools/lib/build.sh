@@ -2,7 +2,8 @@
 
 jobs=$(nproc)
 
-# Where a preset is built: build/PRESET, or a directory of one's own where that cannot be written.
+# Where a preset is built: build/PRESET, or a directory of one's own where that cannot be written. Not in /tmp, which is
+# empty in a fresh gateway.
 build_directory() {
     local preferred=$source_directory/build/$1 existing
     existing=$preferred
@@ -12,7 +13,7 @@ build_directory() {
     if [ -w "$existing" ]; then
         echo "$preferred"
     else
-        echo "${TMPDIR:-/tmp}/korvel-$(id -un)/$1"
+        echo "/var/tmp/korvel-$(id -un)/$1"
     fi
 }
 
