@@ -1,6 +1,9 @@
 #include "base/stop_signals.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <pthread.h>
+#include <unistd.h>
 
 stop_signal_mask::stop_signal_mask(action wanted)
 {
@@ -15,4 +18,36 @@ stop_signal_mask::stop_signal_mask(action wanted)
 stop_signal_mask::~stop_signal_mask()
 {
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+namespace {
+
+// How many stop_holds there are; `stopping` when the process is ending and there will be no more.
+constexpr int stopping = -1;
+constinit std::atomic<int> holds = 0;
+constinit std::atomic<bool> stop_wanted = false;
+
+} // namespace
+
+stop_hold::stop_hold()
+{
+    int present = holds;
+    do {
+        while (present == stopping) // another thread is ending the process
+            (void)pause();
+    } while (!holds.compare_exchange_weak(present, present + 1));
+}
+
+stop_hold::~stop_hold()
+{
+    if (holds.fetch_sub(1) == 1 && stop_wanted)
+        stop_process();
+}
+
+void stop_process()
+{
+    stop_wanted = true;
+    int nobody = 0;
+    if (holds.compare_exchange_strong(nobody, stopping))
+        exit(0);
 }

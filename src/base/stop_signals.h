@@ -18,3 +18,16 @@ public:
 private:
     sigset_t before_;
 };
+
+// Puts a stop off for its own lifetime: for work that would lose something if it were cut short half-way. Any
+// thread.
+class stop_hold {
+public:
+    stop_hold();
+    ~stop_hold(); // ends the process when a stop came meanwhile and nobody else holds it off
+    stop_hold(const stop_hold &) = delete;
+    stop_hold &operator=(const stop_hold &) = delete;
+};
+
+// Ends the process with status 0: at once, or with the last stop_hold. Safe in a signal handler.
+void stop_process();

@@ -325,7 +325,7 @@ void write_bridged(creation &wan)
 
 } // namespace
 
-int wan_create(const wan_config *config, uint8_t fixed_id)
+int wan_write(const wan_config *config, uint8_t fixed_id)
 {
     if (fixed_id == 0) {
         const int conflict = wan_check_conflicts(config, nullptr);
@@ -350,6 +350,18 @@ int wan_create(const wan_config *config, uint8_t fixed_id)
         log_error("Error happened when writing wan_%u data: %d", id, wan.error);
 
     wan_write_mvlan_rule();
-    reload_services({"network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"});
     return 0;
+}
+
+void wan_reload_services()
+{
+    reload_services({"network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"});
+}
+
+int wan_create(const wan_config *config, uint8_t fixed_id)
+{
+    const int conflict = wan_write(config, fixed_id);
+    if (conflict == conflict_none)
+        wan_reload_services();
+    return conflict;
 }

@@ -4,11 +4,17 @@
 #include "store/wan_config.h"
 
 // Writes a WAN: its device section, its interfaces (routed) or its place in the LAN bridge (bridged), its
-// entries in firewall, multicast proxy and UPnP, its scripts; then reloads the services. fixed_id 0 checks
-// for conflicts and takes a new identifier, any other value writes the WAN under that identifier without a
-// check. Arguments are not judged here.
+// entries in firewall, multicast proxy and UPnP, its scripts. fixed_id 0 checks for conflicts and takes a new
+// identifier, any other value writes the WAN under that identifier without a check. Arguments are not judged
+// here.
 //
 // Returns 0, or the conflict (conflicts.h, -2 to -4, logged) that refused the WAN before anything was
 // written. A write that fails is logged, the others are still made, and the result stays 0. Call with the
-// handler mutex held, or before the bus is connected. Waits for the reloads.
+// handler mutex held, or before the bus is connected.
+int wan_write(const wan_config *config, uint8_t fixed_id);
+
+// Has the services take up what wan_write() wrote, and waits for them.
+void wan_reload_services();
+
+// wan_write(), and the reload unless it was refused. Same locking.
 int wan_create(const wan_config *config, uint8_t fixed_id);

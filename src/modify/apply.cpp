@@ -1,6 +1,7 @@
 #include "modify/apply.h"
 
 #include "base/os.h"
+#include "base/stop_signals.h"
 #include "create/conflicts.h"
 #include "create/create.h"
 #include "remove/delete_wan.h"
@@ -14,6 +15,13 @@ int check_conflicts(const wan_config *config)
     char device[12] = {};
     (void)wan_find_device(config->wanId, section, device); // a WAN that does not exist excludes nothing
     return wan_check_conflicts(config, section);
+}
+
+int rewrite(const wan_config *config)
+{
+    const stop_hold hold; // in between the WAN is nowhere
+    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
+    return deleted != 0 ? deleted : wan_write(config, config->wanId);
 }
 
 void announce_update(uint8_t wan_id)
@@ -30,10 +38,10 @@ int wan_modify_apply(const wan_config *config)
     const int conflict = check_conflicts(config);
     if (wan_conflict_refuses(conflict, "modify", config))
         return conflict;
-    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
-    if (deleted != 0)
-        return deleted;
-    const int created = wan_create(config, config->wanId);
+    const int result = rewrite(config);
+    if (result != 0)
+        return result;
+    wan_reload_services();
     announce_update(config->wanId);
-    return created;
+    return 0;
 }

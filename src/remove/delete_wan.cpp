@@ -167,6 +167,11 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     wan.mvid = static_cast<uint16_t>(device_number(wan, "mvid"));
 
     wan.error |= config_del_list("network", "korvel", "wanList", wan.names.id);
+    if (wan.error != 0 && keep_ids) {
+        // Nobody would write the WAN again: better to leave it whole.
+        log_error("Failed to delete wan_%u: %d", wanId, wan.error);
+        return wan.error;
+    }
     // That write also committed what others had left pending, and may so have renamed the section.
     (void)wan_find_device(wanId, wan.device_section, wan.device);
     wan.error |= config_del_section("network", wan.device_section);

@@ -1,7 +1,6 @@
 // The process: command line, start-up in order, event loop, stop.
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "base/bus_headers.h"
@@ -25,7 +24,7 @@ void handle_stop_signal(int number)
         return;
     }
     log_warning("Receive stop signal: %d", number);
-    exit(0);
+    stop_process();
 }
 
 // Without this an idle client of a bus daemon that went away would run on, deaf. The supervisor starts the

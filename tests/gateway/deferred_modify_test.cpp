@@ -508,6 +508,27 @@ INSTANTIATE_TEST_SUITE_P(services, stopped_apply_test,
                          testing::Values("network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"),
                          [](const auto &service) { return std::string(service.param); });
 
+TEST_F(deferred_modify_test, a_stop_between_deletion_and_rewriting_waits_until_the_wan_is_written)
+{
+    add(routed_dhcp(1, {.vid = 101, .ip_protocol = ip_protocol_v4 | ip_protocol_v6}));
+    gateway.clear_log();
+    expect_queued(1, R"("mtu":1400)", 1);
+    held_service held(gateway, "network"); // the deletion of a DHCPv6 interface reloads the network
+    ASSERT_TRUE(held.entered());
+    ASSERT_FALSE(gateway.device_section(1).has_value());
+
+    ASSERT_EQ(0, kill(gateway.korvel_pid(), SIGTERM));
+    ASSERT_TRUE(wait_until([this] { return !gateway.log_texts(LOG_WARNING).empty(); }));
+    EXPECT_TRUE(gateway.korvel_running());
+    held.let_go();
+
+    ASSERT_TRUE(wait_until([this] { return !gateway.korvel_running(); }));
+    EXPECT_EQ(text_lines{"Receive stop signal: 15"}, gateway.log_texts(LOG_WARNING));
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("1", gateway.uci_get("network.korvel.wanList"));
+    expect_whole_files();
+}
+
 // Gives the daemon no more address space than it has, so that no thread finds room for its stack.
 class address_space_limit {
 public:

@@ -1,5 +1,6 @@
 // Modifications that are applied at once: what a request without a wait does, refuses and answers.
 #include "support/daemon_test.h"
+#include "support/small_disk.h"
 
 #include <algorithm>
 #include <cstring>
@@ -264,6 +265,26 @@ TEST_F(modify_test, a_deletion_that_fails_halfway_is_answered_ok_and_nothing_is_
     EXPECT_EQ(text_lines{}, applied_updates());
     ASSERT_EQ(1U, gateway.log_texts(LOG_ERR).size());
     EXPECT_TRUE(gateway.log_texts(LOG_ERR)[0].starts_with("Failed to delete wan_1: "));
+}
+
+TEST_F(modify_test, a_deletion_that_cannot_begin_leaves_the_wan_whole)
+{
+    start_with({routed_dhcp(1, {.vid = 100}), bridged_wan(2, "10000000", {.vid = 101})});
+    const std::string before = all_configurations();
+    {
+        small_disk disk("/etc/config");
+        disk.make_read_only();
+        EXPECT_EQ(result_reply(0, 0, modified), modify(routed_dhcp(1, {.vid = 200})));
+        EXPECT_EQ(result_reply(0, 0, modified), modify(bridged_wan(2, "01000000", {.vid = 101})));
+        EXPECT_EQ(before, all_configurations());
+    }
+
+    EXPECT_EQ(text_lines{}, applied_updates());
+    EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_1"));
+    EXPECT_TRUE(gateway.exists("/etc/korvel/rule_wan_2.sh"));
+    ASSERT_EQ(2U, gateway.log_texts(LOG_ERR).size());
+    EXPECT_TRUE(gateway.log_texts(LOG_ERR)[0].starts_with("Failed to delete wan_1: "));
+    EXPECT_TRUE(gateway.log_texts(LOG_ERR)[1].starts_with("Failed to delete wan_2: "));
 }
 
 TEST_F(modify_test, a_routed_wan_becomes_a_bridged_one_and_back)

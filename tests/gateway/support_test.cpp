@@ -44,7 +44,8 @@ TEST_F(support_test, a_new_gateway_is_as_shipped)
 
     class gateway fresh;
 
-    EXPECT_EQ(fresh.list_directory("/tmp"), text_lines{});
+    EXPECT_FALSE(fresh.exists("/tmp/left"));
+    EXPECT_FALSE(fresh.exists("/tmp/.uci"));
     EXPECT_EQ(fresh.list_directory("/etc/korvel"), text_lines{});
     EXPECT_EQ(fresh.list_directory("/etc/hotplug.d/iface"), text_lines{});
     EXPECT_EQ(fresh.list_directory("/etc/config"),
