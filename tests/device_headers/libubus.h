@@ -15,8 +15,8 @@ struct ubus_context;
 struct ubus_object;
 struct ubus_request_data;
 
-typedef int (*ubus_handler_t)(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
-                              const char *method, struct blob_attr *msg);
+typedef int (*ubus_handler_t)(struct ubus_context *ctx, struct ubus_object *obj,
+                              struct ubus_request_data *req, const char *method, struct blob_attr *msg);
 typedef void (*ubus_state_handler_t)(struct ubus_context *ctx, struct ubus_object *obj);
 
 struct ubus_method {
@@ -33,7 +33,10 @@ struct ubus_method {
         .name = method_name, .handler = method_handler, .policy = method_policy,                             \
         .n_policy = ARRAY_SIZE(method_policy)                                                                \
     }
-#define UBUS_METHOD_NOARG(method_name, method_handler) {.name = method_name, .handler = method_handler}
+#define UBUS_METHOD_NOARG(method_name, method_handler)                                                       \
+    {                                                                                                        \
+        .name = method_name, .handler = method_handler                                                       \
+    }
 
 struct ubus_object_type {
     const char *name;

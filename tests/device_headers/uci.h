@@ -39,7 +39,12 @@ enum uci_type {
     UCI_TYPE_HOOK = 8
 };
 enum uci_option_type { UCI_TYPE_STRING = 0, UCI_TYPE_LIST = 1 };
-enum uci_flags { UCI_FLAG_STRICT = 1, UCI_FLAG_PERROR = 2, UCI_FLAG_EXPORT_NAME = 4, UCI_FLAG_SAVED_DELTA = 8 };
+enum uci_flags {
+    UCI_FLAG_STRICT = 1,
+    UCI_FLAG_PERROR = 2,
+    UCI_FLAG_EXPORT_NAME = 4,
+    UCI_FLAG_SAVED_DELTA = 8
+};
 
 struct uci_list {
     struct uci_list *next;
@@ -125,7 +130,8 @@ int uci_set(struct uci_context *ctx, struct uci_ptr *ptr);
 int uci_add_list(struct uci_context *ctx, struct uci_ptr *ptr);
 int uci_del_list(struct uci_context *ctx, struct uci_ptr *ptr);
 int uci_delete(struct uci_context *ctx, struct uci_ptr *ptr);
-int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *type, struct uci_section **res);
+int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *type,
+                    struct uci_section **res);
 int uci_save(struct uci_context *ctx, struct uci_package *p);
 int uci_commit(struct uci_context *ctx, struct uci_package **p, bool overwrite);
 int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *package, bool header);

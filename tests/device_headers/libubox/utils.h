@@ -1,5 +1,5 @@
-/* Declarations that every release of the device's library has, and no more. As on the device, without C linkage of their
- * own, and with the macros that leak. */
+/* Declarations that every release of the device's library has, and no more. As on the device, without C
+ * linkage of their own, and with the macros that leak. */
 #ifndef DEVICE_LIBUBOX_UTILS_H
 #define DEVICE_LIBUBOX_UTILS_H
 
@@ -20,9 +20,21 @@
         const __typeof__(((type *)NULL)->member) *inner = (pointer);                                         \
         (type *)((char *)inner - offsetof(type, member));                                                    \
     })
-#define cpu_to_be16(value) ({ uint16_t word = (value); __builtin_bswap16(word); })
-#define cpu_to_be32(value) ({ uint32_t word = (value); __builtin_bswap32(word); })
-#define cpu_to_be64(value) ({ uint64_t word = (value); __builtin_bswap64(word); })
+#define cpu_to_be16(value)                                                                                   \
+    ({                                                                                                       \
+        uint16_t word = (value);                                                                             \
+        __builtin_bswap16(word);                                                                             \
+    })
+#define cpu_to_be32(value)                                                                                   \
+    ({                                                                                                       \
+        uint32_t word = (value);                                                                             \
+        __builtin_bswap32(word);                                                                             \
+    })
+#define cpu_to_be64(value)                                                                                   \
+    ({                                                                                                       \
+        uint64_t word = (value);                                                                             \
+        __builtin_bswap64(word);                                                                             \
+    })
 #define be16_to_cpu(value) cpu_to_be16(value)
 #define be32_to_cpu(value) cpu_to_be32(value)
 #define be64_to_cpu(value) cpu_to_be64(value)
