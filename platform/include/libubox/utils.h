@@ -1,5 +1,5 @@
-/* What the other headers of this folder, and programs that include them, rely on: byte order, array lengths, the way
- * from a member back to its structure, and compiler annotations. */
+/* What the other headers of this folder, and programs that include them, rely on: byte order, array lengths,
+ * the way from a member back to its structure, and compiler annotations. */
 #ifndef LIBUBOX_UTILS_H
 #define LIBUBOX_UTILS_H
 
