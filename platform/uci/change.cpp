@@ -97,7 +97,7 @@ int set_option_value(uci_ptr *ptr)
     if (!ptr->s)
         return UCI_ERR_INVAL;
     if (!*ptr->value)
-        return ptr->o ? delete_option(ptr) : UCI_OK;
+        return was_found(ptr) ? delete_option(ptr) : UCI_OK;
     const char *const name = option_name(ptr);
     const int code = set_option(ptr->s, name, ptr->value);
     if (code != UCI_OK)
@@ -110,7 +110,7 @@ int set_option_value(uci_ptr *ptr)
 int set_type(uci_ptr *ptr)
 {
     if (!*ptr->value)
-        return ptr->s ? delete_section(ptr) : UCI_OK;
+        return was_found(ptr) ? delete_section(ptr) : UCI_OK;
     if (!valid_type(ptr->value))
         return UCI_ERR_INVAL;
     if (ptr->s)
@@ -200,7 +200,7 @@ int apply_del_list(uci_ptr *ptr)
 
 int apply_delete(uci_ptr *ptr)
 {
-    if (!is_complete(ptr))
+    if (!was_found(ptr))
         return UCI_ERR_NOTFOUND;
     if (!ptr->s)
         return UCI_ERR_INVAL;
@@ -213,7 +213,7 @@ int apply_delete(uci_ptr *ptr)
 
 int apply_rename(uci_ptr *ptr)
 {
-    if (!is_complete(ptr))
+    if (!was_found(ptr))
         return UCI_ERR_NOTFOUND;
     if (!ptr->s || !ptr->value)
         return UCI_ERR_INVAL;

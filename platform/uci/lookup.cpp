@@ -103,6 +103,12 @@ int find_or_load(context *ctx, const char *name, uci_package **out)
     return UCI_OK;
 }
 
+// Whether everything that ptr names is there.
+bool is_complete(const uci_ptr *ptr)
+{
+    return (ptr->s || !ptr->section) && (ptr->o || !ptr->option);
+}
+
 } // namespace
 
 int parse_tuple(uci_ptr *ptr, char *tuple)
@@ -125,9 +131,9 @@ int parse_tuple(uci_ptr *ptr, char *tuple)
     return UCI_OK;
 }
 
-bool is_complete(const uci_ptr *ptr)
+bool was_found(const uci_ptr *ptr)
 {
-    return (ptr->s || !ptr->section) && (ptr->o || !ptr->option);
+    return (ptr->flags & uci_ptr::UCI_LOOKUP_COMPLETE) && is_complete(ptr);
 }
 
 int resolve_in_package(uci_ptr *ptr)

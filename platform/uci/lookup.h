@@ -15,8 +15,10 @@ int resolve_in_package(uci_ptr *ptr);
 // The same after finding or loading the package.
 int resolve(context *ctx, uci_ptr *ptr);
 
-// Whether everything that ptr names is there.
-bool is_complete(const uci_ptr *ptr);
+// Whether the lookup of ptr found everything that it names, and nothing of that has been deleted through ptr.
+// What was made through ptr after the lookup does not count: callers know such a ptr as one that found
+// nothing.
+bool was_found(const uci_ptr *ptr);
 
 // The body of an interface function that acts on a ptr, which is resolved unless the caller did that before.
 template <typename Action> int run_on_resolved(uci_context *ctx, uci_ptr *ptr, Action action)

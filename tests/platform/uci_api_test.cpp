@@ -441,6 +441,27 @@ TEST_F(uci_api_test, a_commit_needs_a_loaded_package)
     EXPECT_TRUE(uci_list_empty(&ctx->root));
 }
 
+TEST_F(uci_api_test, a_ptr_that_made_an_element_does_not_find_it)
+{
+    uci_ptr ptr = named("n", "lan", "made", "1");
+    ASSERT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_NOTFOUND);
+    EXPECT_EQ(uci_rename(ctx, &ptr), UCI_ERR_NOTFOUND);
+    ptr.value = "";
+    EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    EXPECT_STREQ(uci_lookup_option_string(ctx, section(ptr.p, "lan"), "made"), "1");
+
+    ptr = named("n", "made", nullptr, "t");
+    ASSERT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_NOTFOUND);
+    ptr.value = "";
+    EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    EXPECT_NE(section(ptr.p, "made"), nullptr);
+
+    ptr = named("n", "made");
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_OK) << "a fresh one finds it";
+}
+
 TEST_F(uci_api_test, set_judges_place_and_value)
 {
     EXPECT_EQ(set("lan", "proto", nullptr), UCI_ERR_INVAL);
