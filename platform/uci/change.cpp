@@ -188,7 +188,7 @@ int apply_add_list(uci_ptr *ptr)
 
 int apply_del_list(uci_ptr *ptr)
 {
-    if (!ptr->s || !ptr->value || !names_option(ptr))
+    if (!ptr->s || !ptr->value)
         return UCI_ERR_INVAL;
     if (is_missing_or_plain(ptr->o))
         return UCI_OK;

@@ -218,6 +218,8 @@ TEST_F(uci_api_test, a_load_tells_why_it_fails)
         EXPECT_EQ(p == &marker, code != UCI_OK);
     }
 }
+        {"loop", UCI_ERR_NOTFOUND},
+        {longer_than_any_file.c_str(), UCI_ERR_NOTFOUND},
 
 TEST_F(uci_api_test, a_broken_file_is_not_kept_in_the_context)
 {

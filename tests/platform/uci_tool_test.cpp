@@ -92,7 +92,7 @@ TEST_F(uci_tool_test, set_is_pending_until_a_commit)
 
 TEST_F(uci_tool_test, what_changes_nothing_is_not_saved)
 {
-    quietly({"set n.lan.proto=static", "set n.lan.nope=", "del_list n.lan.proto=static"});
+    quietly({"set n.lan.proto=static", "set n.lan.nope=", "del_list n.lan.proto=static", "del_list n.lan=x"});
 
     EXPECT_EQ(delta(), std::nullopt);
     EXPECT_EQ(config(), base_config);
@@ -120,6 +120,7 @@ TEST_F(uci_tool_test, changes_need_their_section_and_a_value)
     expect_failure("set n.lan", 1, invalid_argument);
     expect_failure("set n=x", 1, invalid_argument);
     expect_failure("add_list n.lan=1", 1, invalid_argument);
+    expect_failure("del_list n=1", 1, invalid_argument);
     EXPECT_EQ(delta(), std::nullopt);
 }
 
