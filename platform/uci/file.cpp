@@ -39,7 +39,8 @@ int open_file(const char *path, locking lock, when_missing missing, mode_t mode,
     const int flags = common_flags | (lock == locking::exclusive ? O_RDWR | O_APPEND : O_RDONLY);
     for (;;) {
         struct stat status;
-        if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+        const bool found = stat(path, &status) == 0;
+        if (found ? !S_ISREG(status.st_mode) : missing == when_missing::fail)
             return UCI_ERR_NOTFOUND;
         out->file.reset(open(path, flags));
         if (out->file || errno != ENOENT || missing == when_missing::fail)

@@ -1,6 +1,7 @@
 // The library's functions: results, what they leave in memory, and what they leave in files.
 #include "uci_fixture.h"
 
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -201,14 +202,24 @@ TEST_F(uci_api_test, a_load_tells_why_it_fails)
     fs::create_directory(config_path("dir"));
     fs::create_symlink("n", config_path("link"));
     fs::create_symlink("nowhere", config_path("dangling"));
+    fs::create_symlink("loop", config_path("loop"));
+    const std::string longer_than_any_file(NAME_MAX + 1, 'n');
     const std::pair<const char *, int> cases[] = {
-        {"nope", UCI_ERR_NOTFOUND},      {"", UCI_ERR_INVAL},
-        {"a b", UCI_ERR_INVAL},          {"../n", UCI_ERR_NOTFOUND},
-        {".n", UCI_ERR_NOTFOUND},        {"dir", UCI_ERR_NOTFOUND},
-        {"dangling", UCI_ERR_NOTFOUND},  {"\x80", UCI_ERR_INVAL},
-        {"./nope", UCI_ERR_NOTFOUND},    {"/", UCI_ERR_INVAL},
-        {"n/x", UCI_ERR_NOTFOUND},       {"link", UCI_OK},
+        {"nope", UCI_ERR_NOTFOUND},
+        {"", UCI_ERR_INVAL},
+        {"a b", UCI_ERR_INVAL},
+        {"../n", UCI_ERR_NOTFOUND},
+        {".n", UCI_ERR_NOTFOUND},
+        {"dir", UCI_ERR_NOTFOUND},
+        {"dangling", UCI_ERR_NOTFOUND},
+        {"\x80", UCI_ERR_INVAL},
+        {"./nope", UCI_ERR_NOTFOUND},
+        {"/", UCI_ERR_INVAL},
+        {"n/x", UCI_ERR_NOTFOUND},
+        {"link", UCI_OK},
         {"/dev/null", UCI_ERR_NOTFOUND},
+        {"loop", UCI_ERR_NOTFOUND},
+        {longer_than_any_file.c_str(), UCI_ERR_NOTFOUND},
     };
     for (const auto &[name, code] : cases) {
         SCOPED_TRACE(name);
@@ -218,8 +229,6 @@ TEST_F(uci_api_test, a_load_tells_why_it_fails)
         EXPECT_EQ(p == &marker, code != UCI_OK);
     }
 }
-        {"loop", UCI_ERR_NOTFOUND},
-        {longer_than_any_file.c_str(), UCI_ERR_NOTFOUND},
 
 TEST_F(uci_api_test, a_broken_file_is_not_kept_in_the_context)
 {
@@ -432,17 +441,6 @@ TEST_F(uci_api_test, a_ptr_looked_up_can_append_several_values)
     EXPECT_EQ(values_of(ctx, ptr.s, "ports"), (strings{"a", "b", "c", "d"}));
 }
 
-TEST_F(uci_api_test, a_commit_needs_a_loaded_package)
-{
-    uci_ptr ptr = named("n", "lan", "proto", "x");
-    EXPECT_EQ(uci_commit(ctx, &ptr.p, false), UCI_ERR_INVAL);
-    EXPECT_EQ(uci_commit(ctx, nullptr, false), UCI_ERR_INVAL);
-
-    EXPECT_EQ(config(), base_config);
-    EXPECT_EQ(delta(), std::nullopt);
-    EXPECT_TRUE(uci_list_empty(&ctx->root));
-}
-
 TEST_F(uci_api_test, a_ptr_that_made_an_element_does_not_find_it)
 {
     uci_ptr ptr = named("n", "lan", "made", "1");
@@ -462,6 +460,17 @@ TEST_F(uci_api_test, a_ptr_that_made_an_element_does_not_find_it)
 
     ptr = named("n", "made");
     EXPECT_EQ(uci_delete(ctx, &ptr), UCI_OK) << "a fresh one finds it";
+}
+
+TEST_F(uci_api_test, a_commit_needs_a_loaded_package)
+{
+    uci_ptr ptr = named("n", "lan", "proto", "x");
+    EXPECT_EQ(uci_commit(ctx, &ptr.p, false), UCI_ERR_INVAL);
+    EXPECT_EQ(uci_commit(ctx, nullptr, false), UCI_ERR_INVAL);
+
+    EXPECT_EQ(config(), base_config);
+    EXPECT_EQ(delta(), std::nullopt);
+    EXPECT_TRUE(uci_list_empty(&ctx->root));
 }
 
 TEST_F(uci_api_test, set_judges_place_and_value)
@@ -538,6 +547,8 @@ TEST_F(uci_api_test, del_list_succeeds_when_there_is_nothing_to_remove)
     };
     EXPECT_EQ(del("cfg020f15", "name", "br-lan"), UCI_OK);
     EXPECT_EQ(del("cfg020f15", "zz", "x"), UCI_OK);
+    EXPECT_EQ(del("cfg020f15", nullptr, "x"), UCI_OK);
+    EXPECT_EQ(del(nullptr, nullptr, "x"), UCI_ERR_INVAL);
     EXPECT_EQ(del("zz", "ports", "x"), UCI_ERR_INVAL);
     EXPECT_EQ(del("cfg020f15", "ports", nullptr), UCI_ERR_INVAL);
     uci_package *p = uci_lookup_package(ctx, "n");
