@@ -411,6 +411,7 @@ TEST_F(uci_tool_test, an_input_that_cannot_be_opened_is_an_error)
     const program_result result = uci("-f " + root + "/nope batch");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors, "uci: " + root + "/nope: No such file or directory\n");
+    expect_failure("-q -f " + root + "/nope batch", 1, "");
 }
 
 // ---- output ----

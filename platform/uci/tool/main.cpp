@@ -58,7 +58,8 @@ option_result open_input(session &tool, const char *path)
     tool.input_file.reset(fopen(path, "re"));
     if (tool.input_file)
         return option_result::taken;
-    fprintf(stderr, "%s: %s: %s\n", tool.program.c_str(), path, strerror(errno));
+    if (!tool.quiet)
+        fprintf(stderr, "%s: %s: %s\n", tool.program.c_str(), path, strerror(errno));
     return option_result::failed;
 }
 
