@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -259,18 +260,37 @@ TEST_F(netd_test, an_interface_is_pending_before_it_is_up)
 
 TEST_F(netd_test, settling_ends_when_what_was_pending_is_gone)
 {
+    const struct {
+        const char *trace;
+        std::function<void()> end_pending;
+    } cases[] = {
+        {"no longer configured",
+         [this] {
+             gateway.uci_delete("network.wan_2");
+             gateway.reload_netd();
+         }},
+        {"taken down", [this] { (void)gateway.call_object("network.interface.wan_2", "down"); }},
+    };
     gateway.start_bus();
-    gateway.store_wan(routed_pppoe(2));
     for (const char *interface : {"loopback", "lan"})
         gateway.uci_set("network." + std::string(interface) + ".auto", "0");
-    const child_process slow_daemon({"gateway-netd", "--no-links", "--no-hotplug", "--pending", "60000"});
-    ASSERT_TRUE(wait_until([this] { return gateway.object_exists("network"); }));
-    background_call settled("gateway-netd", "settle", "{}");
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.trace);
+        gateway.store_wan(routed_pppoe(2));
+        const child_process slow_daemon({"gateway-netd", "--no-links", "--no-hotplug", "--pending", "60000"});
+        ASSERT_TRUE(wait_until([this] { return gateway.object_exists("network"); }));
+        // A reply that is laid down unannounced is found when the request to settle is there.
+        gateway.write_file("/gateway/netd/found", "silent\n");
+        child_process settled({"ubus", "-t", "60", "call", "gateway-netd", "settle"});
+        ASSERT_TRUE(wait_until([this] { return gateway.object_exists("network.interface.found"); }));
+        ASSERT_EQ(status("wan_2").at("pending"), true);
+        EXPECT_TRUE(settled.running());
 
-    gateway.uci_delete("network.wan_2");
-    gateway.reload_netd();
+        row.end_pending();
 
-    EXPECT_EQ(settled.wait().status, 0);
+        EXPECT_EQ(settled.wait(), 0);
+        gateway.remove("/gateway/netd/found");
+    }
 }
 
 TEST_F(netd_test, uptime_counts_seconds)
