@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <functional>
 #include <stdexcept>
 
 namespace {
@@ -20,12 +21,21 @@ protected:
     // Stores bridged WANs 1 to count in one write.
     void store_bridged(unsigned count)
     {
+        store_all(count, [](uint8_t id) {
+            return bridged_wan(id, "10000000", {.vid = static_cast<uint16_t>(100 + id)});
+        });
+    }
+
+    // The same with WANs of any kind, made from their identifiers.
+    template <typename maker> void store_all(unsigned count, const maker &make)
+    {
         std::string text = "config korvel 'korvel'\n\toption maxWanId '255'\n\toption pon_adapt 'pon'\n";
         for (unsigned id = 1; id <= count; id++)
             text += "\tlist wanList '" + std::to_string(id) + "'\n";
-        for (unsigned id = 1; id <= count; id++)
-            text += uci_device_section(
-                bridged_wan(static_cast<uint8_t>(id), "10000000", {.vid = static_cast<uint16_t>(100 + id)}));
+        for (unsigned id = 1; id <= count; id++) {
+            const wan_config wan = make(static_cast<uint8_t>(id));
+            text += uci_device_section(wan) + uci_interface_sections(wan);
+        }
         gateway.set_config("network", text);
     }
 };
@@ -178,6 +188,18 @@ std::chrono::nanoseconds computing_time(pid_t process)
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+// The least time that a process computes for one of several calls.
+template <typename caller> std::chrono::nanoseconds least_computing_time(pid_t process, const caller &call)
+{
+    auto least = std::chrono::nanoseconds::max();
+    for (int i = 0; i < 5; i++) {
+        const auto start = computing_time(process);
+        call();
+        least = std::min(least, computing_time(process) - start);
+    }
+    return least;
+}
+
 TEST_F(query_test, the_time_of_all_grows_with_the_wans_in_a_straight_line)
 {
     constexpr unsigned few = 50;
@@ -187,14 +209,8 @@ TEST_F(query_test, the_time_of_all_grows_with_the_wans_in_a_straight_line)
     gateway.start_korvel();
     const auto time_of = [this](unsigned count) {
         store_bridged(count);
-        auto shortest = std::chrono::nanoseconds::max();
-        for (int i = 0; i < 5; i++) {
-            const auto start = computing_time(gateway.korvel_pid());
-            const bus_reply answer = gateway.call("all");
-            shortest = std::min(shortest, computing_time(gateway.korvel_pid()) - start);
-            EXPECT_EQ(count, answer.json().size());
-        }
-        return shortest;
+        return least_computing_time(gateway.korvel_pid(),
+                                    [&] { EXPECT_EQ(count, gateway.call("all").json().size()); });
     };
 
     const auto short_time = time_of(few);
@@ -202,6 +218,40 @@ TEST_F(query_test, the_time_of_all_grows_with_the_wans_in_a_straight_line)
 
     // Five times the WANs: a square would take 25 times as long.
     EXPECT_LT(long_time, 12 * short_time) << short_time.count() << " ns, then " << long_time.count() << " ns";
+}
+
+TEST_F(query_test, the_time_of_queries_grows_with_routed_wans_in_a_straight_line)
+{
+    constexpr unsigned few = 16;
+    constexpr unsigned many = 80;
+    gateway.start_netd();
+    gateway.uci_set("network.korvel.maxWanId", "255");
+    gateway.start_korvel();
+    const struct {
+        const char *method;
+        std::function<void(unsigned)> call; // among that many WANs
+    } cases[] = {
+        {"all", [this](unsigned count) { EXPECT_EQ(count, gateway.call("all").json().size()); }},
+        {"get", [this](unsigned count) { EXPECT_EQ(true, get(count).at("status")); }},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.method);
+        const auto time_of = [&](unsigned count) {
+            store_all(count, [](uint8_t id) {
+                return routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id), .ip_protocol = 3});
+            });
+            gateway.reload_netd();
+            gateway.settle_netd();
+            return least_computing_time(gateway.korvel_pid(), [&] { row.call(count); });
+        };
+
+        const auto short_time = time_of(few);
+        const auto long_time = time_of(many);
+
+        // Five times the WANs, as above.
+        EXPECT_LT(long_time, 12 * short_time)
+            << short_time.count() << " ns, then " << long_time.count() << " ns";
+    }
 }
 
 TEST_F(query_test, a_network_of_1000_sections_works_like_a_small_one)
