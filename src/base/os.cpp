@@ -45,6 +45,12 @@ bool remove_file(const char *path)
     return remove(path) == 0;
 }
 
+void make_directory(const char *path)
+{
+    if (mkdir(path, 0755) != 0 && errno != EEXIST)
+        log_error("Failed to make directory: %s", path);
+}
+
 long read_file(const char *path, text_ref content)
 {
     content.clear();
@@ -72,20 +78,6 @@ void sleep_seconds(unsigned seconds)
 
 namespace {
 
-// Makes the directories on the way to a file that do not exist yet.
-void make_parent_directories(const char *path)
-{
-    char partial[96];
-    for (const char *slash = strchr(path + 1, '/'); slash; slash = strchr(slash + 1, '/')) {
-        const size_t length = static_cast<size_t>(slash - path);
-        if (length >= sizeof(partial))
-            return;
-        memcpy(partial, path, length);
-        partial[length] = '\0';
-        (void)mkdir(partial, 0755);
-    }
-}
-
 void sync_parent_directory(const char *path)
 {
     char directory[96];
@@ -106,10 +98,6 @@ script_file::script_file(const char *path) : path_(path), stream_(nullptr)
     if (!text_ref(temporary_).format("%.*s.%s.new", static_cast<int>(name - path), path, name))
         return;
     stream_ = fopen(temporary_, "we");
-    if (!stream_ && errno == ENOENT) {
-        make_parent_directories(path);
-        stream_ = fopen(temporary_, "we");
-    }
 }
 
 script_file::~script_file()

@@ -18,6 +18,9 @@ bool file_exists(const char *path);
 // Removes a file; false when that failed.
 bool remove_file(const char *path);
 
+// Makes a directory unless something of that name is there; a failure is logged.
+void make_directory(const char *path);
+
 // Reads at most content.size - 1 bytes of a regular file and terminates them. Returns the number of bytes, or
 // -1 when the file cannot be opened or read.
 long read_file(const char *path, text_ref content);
@@ -25,7 +28,7 @@ long read_file(const char *path, text_ref content);
 void sleep_seconds(unsigned seconds);
 
 // An executable script that appears under its path whole or not at all: it is written beside it under a
-// hidden name, synced and renamed by commit(). Missing directories are made. Without a successful commit()
+// hidden name, synced and renamed by commit(). Its directory must be there. Without a successful commit()
 // nothing is left behind and an older script stays as it was.
 class script_file {
 public:

@@ -14,6 +14,9 @@
 
 namespace {
 
+// The directories of all scripts, outer ones first.
+constexpr const char *script_directories[] = {"/etc/korvel", "/etc/hotplug.d", "/etc/hotplug.d/iface"};
+
 void regenerate_route_rule(const wan_rule_ctx &wan, unsigned bound_ports)
 {
     const script_path path = route_rule_path(wan.wanId);
@@ -63,6 +66,8 @@ void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
 
 void wan_regen_missing_rules()
 {
+    for (const char *const directory : script_directories)
+        make_directory(directory);
     const uci_loaded network("network");
     uci_list *const entries = network ? network.list(network.section("korvel"), "wanList") : nullptr;
     if (!entries)

@@ -2,7 +2,8 @@
 // restored.
 #pragma once
 
-// For every WAN on the list whose script is missing, writes it from the configuration (for a bridged one also
-// the isolation script), then rebuilds the multicast-VLAN script. Present scripts stay, none is run. Outcomes
-// are logged. Main thread, before the bus is connected.
+// Makes the directories of the scripts where they are missing too. For every WAN on the list whose script is
+// missing, writes it from the configuration (for a bridged one also the isolation script), then rebuilds the
+// multicast-VLAN script. Present scripts stay, none is run. Outcomes are logged. Main thread, before the bus
+// is connected.
 void wan_regen_missing_rules();

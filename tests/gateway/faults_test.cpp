@@ -452,6 +452,24 @@ TEST_F(faults_test, scripts_that_cannot_be_written_leave_no_piece_and_the_wan_is
     }
 }
 
+TEST_F(faults_test, without_their_directories_scripts_are_not_written_and_the_wans_are_made)
+{
+    start_with({});
+    gateway.remove("/etc/korvel");
+    gateway.remove("/etc/hotplug.d/iface");
+
+    EXPECT_EQ(added, gateway.call("add", add_request(bridged_wan(1, "1000", {.vid = 100}))));
+    EXPECT_EQ(added, gateway.call("add", add_request(routed_dhcp(2, {.vid = 200, .mvid = 201}))));
+
+    EXPECT_EQ((text_lines{"Failed to generate wan_1 bridge rule: /etc/korvel/rule_wan_1.sh",
+                          "Failed to generate wan_2 route rule: /etc/hotplug.d/iface/99-wan_2",
+                          "Failed to generate mvlan rule: /etc/korvel/rule_mvlan.sh"}),
+              gateway.log_texts(LOG_ERR));
+    EXPECT_FALSE(gateway.exists("/etc/korvel"));
+    EXPECT_FALSE(gateway.exists("/etc/hotplug.d/iface"));
+    EXPECT_EQ("1 2", gateway.uci_get("network.korvel.wanList"));
+}
+
 TEST_F(faults_test, services_that_fail_or_are_missing_fail_no_request)
 {
     start_with({});

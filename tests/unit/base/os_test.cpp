@@ -133,14 +133,30 @@ TEST_F(os_test, what_a_crash_left_of_a_script_does_not_disturb_the_next_one)
     EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
 }
 
-TEST_F(os_test, missing_directories_are_made)
+TEST_F(os_test, without_its_directory_a_script_cannot_be_opened)
 {
-    script_file script("/etc/korvel/one/two/script");
-    ASSERT_TRUE(script);
-    script.print("text");
-    EXPECT_TRUE(script.commit());
+    gateway.remove("/etc/korvel");
 
-    EXPECT_EQ(gateway.file("/etc/korvel/one/two/script"), "text");
+    EXPECT_FALSE(script_file(script_path));
+
+    EXPECT_FALSE(gateway.exists("/etc/korvel"));
+}
+
+TEST_F(os_test, a_directory_is_made_unless_it_is_there)
+{
+    gateway.remove("/etc/korvel");
+
+    make_directory("/etc/korvel");
+    gateway.write_file("/etc/korvel/script", "text");
+    make_directory("/etc/korvel");
+
+    EXPECT_EQ(gateway.mode("/etc/korvel"), 0755U);
+    EXPECT_EQ(gateway.file("/etc/korvel/script"), "text");
+    EXPECT_TRUE(gateway.log().empty());
+
+    make_directory("/etc/korvel/script/directory");
+    EXPECT_EQ(gateway.log_texts(LOG_ERR),
+              text_lines{"Failed to make directory: /etc/korvel/script/directory"});
 }
 
 TEST_F(os_test, a_disk_without_room_keeps_the_old_script)

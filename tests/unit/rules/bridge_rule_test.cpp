@@ -109,15 +109,6 @@ TEST_F(bridge_rule_test, a_new_script_replaces_the_old_one_whole)
     EXPECT_EQ(gateway.mode(wan_3_path), 0755U);
 }
 
-TEST_F(bridge_rule_test, a_missing_directory_is_made)
-{
-    gateway.remove("/etc/korvel");
-
-    write(bridged_wan(3, "1010", {.vid = 100}));
-
-    EXPECT_EQ(gateway.file(wan_3_path), golden("bridge_rule/tagged_two_of_four.sh"));
-}
-
 TEST_F(bridge_rule_test, a_script_that_cannot_be_written_is_logged)
 {
     const text_lines complaint = {"Failed to generate wan_3 bridge rule: /etc/korvel/rule_wan_3.sh"};

@@ -179,6 +179,20 @@ TEST_F(regenerate_test, an_empty_list_still_rebuilds_the_multicast_script)
     EXPECT_EQ(gateway.commands(), text_lines{"/userfs/bin/xponigmpcmd clearAll"});
 }
 
+TEST_F(regenerate_test, directories_that_were_wiped_are_made_again)
+{
+    gateway.store_wan(bridged_wan(3, "1010", {.vid = 100}));
+    gateway.store_wan(routed_dhcp(4, {.vid = 200}));
+    gateway.remove("/etc/korvel");
+    gateway.remove("/etc/hotplug.d");
+
+    wan_regen_missing_rules();
+
+    EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"rule_wan_3.sh"});
+    EXPECT_EQ(gateway.list_directory("/etc/hotplug.d/iface"), text_lines{"99-wan_4"});
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{});
+}
+
 TEST_F(regenerate_test, without_a_list_nothing_is_touched)
 {
     const std::string device = "config device\n\toption name 'pon.1'\n\toption lkname '1_INTERNET_R_VID_1'\n";
