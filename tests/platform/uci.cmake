@@ -16,11 +16,20 @@ function(korvel_uci_test name)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
 
+# Sends a test program's calls on files to file_calls.cpp.
+function(korvel_wrap_file_calls name)
+    target_sources(${name} PRIVATE ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/file_calls.cpp)
+    target_link_options(${name} PRIVATE
+        -Wl,--wrap=flock -Wl,--wrap=write -Wl,--wrap=fsync -Wl,--wrap=rename -Wl,--wrap=ftruncate)
+endfunction()
+
 korvel_uci_test(uci_format_test)
 korvel_uci_test(uci_tool_test)
 korvel_uci_test(uci_api_test)
 korvel_uci_test(uci_delta_test)
 korvel_uci_test(uci_commit_test)
+korvel_uci_test(uci_files_test)
+korvel_wrap_file_calls(uci_files_test)
 korvel_uci_test(uci_scale_test)
 korvel_uci_test(uci_memory_test)
 target_link_options(uci_memory_test PRIVATE
