@@ -127,4 +127,38 @@ TEST_F(modify_race_test, what_was_accepted_is_what_is_configured_in_the_end)
     EXPECT_EQ(0, gateway.stop_korvel());
 }
 
+// What the bus thread touches between two uses of the table's lock meets the end of a change only when
+// nothing else is asked until that end: each further lock would order the two.
+TEST_F(modify_race_test, what_comes_while_a_change_is_applied_does_not_race_with_its_end)
+{
+    const struct {
+        const char *trace;
+        unsigned id;
+        const char *arguments;
+        bus_reply reply;
+    } cases[] = {
+        {"refused", 1, R"("service":9,"wait":1)", result_reply(0, -1, "korvel modify ERR! Invalid SERVICE.")},
+        {"queued", 2, R"("mtu":1300,"wait":1)", result_reply(0, 0, "korvel modify OK.")},
+    };
+    gateway.start_netd();
+    gateway.start_korvel();
+    silence_services();
+    for (const uint8_t id : {uint8_t{1}, uint8_t{2}})
+        ASSERT_EQ(0, gateway.call("add", add_request(routed_dhcp(0, {.vid = id}))).at("status").integer());
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.trace);
+        held_service last_reload(gateway, "omcproxy");
+        EXPECT_EQ(result_reply(0, 0, "korvel modify OK."), change(1, R"("mtu":1400,"wait":1)"));
+        ASSERT_TRUE(last_reload.entered());
+
+        EXPECT_EQ(row.reply, change(row.id, row.arguments));
+
+        last_reload.let_go();
+        ASSERT_TRUE(wait_until([this] { return waiting_changes() == 0; }, std::chrono::seconds(30)));
+    }
+    EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
+    EXPECT_EQ("1300", gateway.device_option(2, "mtu"));
+    EXPECT_EQ(0, gateway.stop_korvel());
+}
+
 } // namespace
