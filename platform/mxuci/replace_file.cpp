@@ -32,6 +32,8 @@ bool write_all(int descriptor, const char *content, size_t size)
 {
     while (size > 0) {
         const ssize_t count = write(descriptor, content, size);
+        if (count < 0 && errno == EINTR)
+            continue;
         if (count <= 0)
             return false;
         content += count;
