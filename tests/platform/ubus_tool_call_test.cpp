@@ -187,6 +187,15 @@ TEST_F(ubus_tool_call_test, no_timeout_waits_for_the_slow_method)
     EXPECT_GE(steady_clock::now() - begin, milliseconds(2000));
 }
 
+TEST_F(ubus_tool_call_test, time_beyond_what_can_be_counted_does_not_wrap_round)
+{
+    // In 32 bits these are 704 milliseconds and one second.
+    for (const char *seconds : {"4294968", "8589934593"}) {
+        SCOPED_TRACE(seconds);
+        expect_result({0, ok_compact, ""}, run({"-t", seconds, "-S", "call", "t", "slow"}));
+    }
+}
+
 TEST_F(ubus_tool_call_test, error_line_comes_before_the_data_on_a_shared_pipe)
 {
     const program_result result =

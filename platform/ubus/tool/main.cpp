@@ -1,4 +1,6 @@
 // ubus: the message bus from the command line. Options, choice of the command, exit code.
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,6 +46,13 @@ void print_usage(const char *program)
     fprintf(stderr, usage_text, program);
 }
 
+// Later the time is counted in milliseconds, in an int; more than that holds is cut to it.
+int seconds_in(const char *text)
+{
+    constexpr long greatest = INT_MAX / 1000;
+    return static_cast<int>(std::clamp(strtol(text, nullptr, 10), 0L, greatest));
+}
+
 bool read_options(int argc, char **argv, tool_options &options)
 {
     int option;
@@ -53,7 +62,7 @@ bool read_options(int argc, char **argv, tool_options &options)
             options.socket = optarg;
             break;
         case 't':
-            options.timeout = atoi(optarg);
+            options.timeout = seconds_in(optarg);
             options.timeout_given = true;
             break;
         case 'S':
