@@ -250,6 +250,21 @@ TEST_F(libubus_loss_test, freeing_a_connection_forgets_its_open_calls)
     ubus_abort_request(nullptr, &req);
 }
 
+TEST_F(libubus_loss_test, freeing_a_connection_sends_nothing)
+{
+    fake_bus bus;
+    ubus_context *const mortal = bus.connect_client();
+    ASSERT_NE(mortal, nullptr);
+    test_object object("t", {});
+    bus.say(message(msg_data, 1, 0, number_field(field_object, 0x2000)) + status_message(1, 0, 0));
+    ASSERT_EQ(ubus_add_object(mortal, &object), 0);
+    ASSERT_NE(bus.heard(), "nothing");
+
+    ubus_free(mortal);
+
+    EXPECT_EQ(bus.heard(), "nothing");
+}
+
 TEST_F(libubus_loss_test, reconnecting_adds_the_objects_again)
 {
     test_object one("one", {{"get", [](received_call &call) { return call.reply(R"({"n":1})"); }}});

@@ -1,6 +1,8 @@
 // The serving side: what a handler may do while it runs, and how its answers reach the caller.
 #include "libubus_support.h"
 
+#include <fcntl.h>
+
 namespace {
 
 class libubus_service_test : public running_ubusd_test {
@@ -159,6 +161,33 @@ TEST_F(libubus_nested_test, a_handler_may_call_another_connections_object)
     EXPECT_EQ(inner.status, 9);
     EXPECT_EQ(inner.replies, std::vector<std::string>{R"({"n":7})"});
     EXPECT_EQ(record, "ask asked ");
+}
+
+TEST_F(libubus_nested_test, a_waiting_call_serves_neither_timers_nor_other_descriptors)
+{
+    static bool disturbed;
+    disturbed = false;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    uloop_fd readable = {};
+    readable.fd = ends[0];
+    readable.cb = [](uloop_fd *, unsigned) { disturbed = true; };
+    uloop_timeout due = {};
+    due.cb = [](uloop_timeout *) { disturbed = true; };
+    ubus_add_uloop(ctx);
+    ASSERT_EQ(uloop_fd_add(&readable, ULOOP_READ), 0);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    uloop_timeout_set(&due, 0);
+
+    EXPECT_EQ(call_method(ctx, back_id, "get", nullptr, 50).status, UBUS_STATUS_TIMEOUT);
+
+    EXPECT_FALSE(disturbed);
+    EXPECT_TRUE(due.pending);
+    uloop_timeout_cancel(&due);
+    uloop_fd_delete(&readable);
+    uloop_fd_delete(&ctx->sock);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST_F(libubus_nested_test, calls_that_arrive_during_a_handlers_own_call_wait_for_the_handlers_end)

@@ -181,6 +181,22 @@ TEST(blob_buf_test, a_container_that_could_not_be_opened_is_not_closed)
     EXPECT_EQ(m.wire(), before);
 }
 
+TEST(blob_buf_test, a_callers_own_way_of_growing_is_kept)
+{
+    static int asked;
+    asked = 0;
+    blob_buf buf = {};
+    buf.grow = [](blob_buf *, int minlen) {
+        asked = minlen;
+        return false;
+    };
+
+    EXPECT_EQ(blob_buf_init(&buf, 0), -ENOMEM);
+
+    EXPECT_EQ(asked, 4);
+    blob_buf_free(&buf);
+}
+
 TEST(blob_attr_test, an_attribute_shorter_than_its_word_has_no_payload)
 {
     for (size_t raw = 0; raw < 4; raw++) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <functional>
+#include <set>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -389,6 +390,35 @@ TEST_F(uloop_test, descriptors_that_cannot_be_watched_are_refused)
     close(file);
 }
 
+std::set<int> open_descriptors()
+{
+    std::set<int> fds;
+    for (int fd = 0; fd < 1024; fd++) {
+        if (fcntl(fd, F_GETFD) >= 0)
+            fds.insert(fd);
+    }
+    return fds;
+}
+
+TEST_F(uloop_test, the_loops_own_descriptors_do_not_reach_a_started_program)
+{
+    uloop_done();
+    const std::set<int> before = open_descriptors();
+    ASSERT_EQ(uloop_init(), 0);
+
+    int own = 0;
+    for (const int fd : open_descriptors()) {
+        if (before.contains(fd))
+            continue;
+        own++;
+        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd;
+    }
+    EXPECT_EQ(own, 3) << "the waiting place and both ends of a pipe";
+
+    uloop_done();
+    EXPECT_EQ(open_descriptors(), before);
+}
+
 TEST_F(uloop_test, nothing_can_be_watched_before_init)
 {
     socket_pair pair;
@@ -594,6 +624,35 @@ TEST_F(uloop_test, a_childs_end_is_called_back_with_its_wait_status)
         EXPECT_EQ(status, c.status);
         EXPECT_EQ(uloop_process_delete(&child), -1);
     }
+}
+
+TEST_F(uloop_test, each_child_is_reported_to_its_own_record)
+{
+    // The record of the child that ends second is the first in line.
+    int release[2];
+    ASSERT_EQ(pipe2(release, O_CLOEXEC), 0);
+    std::string order;
+    test_process late(start_child([&release] {
+                          char byte;
+                          _exit(read(release[0], &byte, 1) == 1 ? 2 : 127);
+                      }),
+                      [&](int status) {
+                          order += "late " + std::to_string(WEXITSTATUS(status));
+                          uloop_end();
+                      });
+    test_process early(start_child([] { _exit(1); }), [&](int status) {
+        order += "early " + std::to_string(WEXITSTATUS(status)) + ", ";
+        EXPECT_TRUE(late.pending);
+        EXPECT_EQ(write(release[1], "x", 1), 1);
+    });
+    uloop_process_add(&late);
+    uloop_process_add(&early);
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_EQ(order, "early 1, late 2");
+    close(release[0]);
+    close(release[1]);
 }
 
 TEST_F(uloop_test, every_child_is_reaped_also_one_that_nobody_waits_for)

@@ -196,6 +196,20 @@ TEST_F(ubus_tool_call_test, time_beyond_what_can_be_counted_does_not_wrap_round)
     }
 }
 
+TEST_F(ubus_tool_call_test, without_an_option_the_tool_gives_up_after_thirty_seconds)
+{
+    raw_client owner = connect();
+    ASSERT_NE(0u, owner.add_object("mute"));
+    const auto begin = steady_clock::now();
+    child_process call(command({"-S", "call", "mute", "get"}));
+    child_process wait(command({"-S", "wait_for", "nosuch"}));
+
+    for (child_process *const tool : {&call, &wait}) {
+        EXPECT_EQ(7, tool->wait(milliseconds(40000)));
+        EXPECT_GE(steady_clock::now() - begin, milliseconds(30000));
+    }
+}
+
 TEST_F(ubus_tool_call_test, error_line_comes_before_the_data_on_a_shared_pipe)
 {
     const program_result result =
