@@ -154,6 +154,18 @@ bool delta_reader::read_line(line *out)
     return is_well_formed(form, out->what);
 }
 
+size_t finished_size(bytes source)
+{
+    word_reader words(source.data.get(), source.size);
+    while (words.next_line()) {
+        char *word;
+        if (words.next_word(&word) && words.end() == word_end::data)
+            return words.line_start();
+        words.skip_line();
+    }
+    return source.size;
+}
+
 void write_change(FILE *stream, const char *package_name, const uci_delta *delta)
 {
     const char sign = form_of_command(delta->cmd).sign;

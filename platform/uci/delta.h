@@ -34,6 +34,10 @@ private:
     word_reader words_;
 };
 
+// How much of a delta text is made of finished lines. A line whose quotes are still open at the end of the
+// text is what a stopped writer leaves; it can never be read and would draw in all that is appended.
+size_t finished_size(bytes source);
+
 void write_change(FILE *stream, const char *package_name, const uci_delta *delta);
 
 // Applies the lines of a delta file to a package, counts those that could be applied, and keeps the

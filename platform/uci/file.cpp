@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <string_view>
 
 #include <fcntl.h>
 #include <libgen.h>
@@ -124,10 +125,15 @@ template <typename Read> int read_all(Read read_some, bytes *out)
     return UCI_OK;
 }
 
-bool ends_in_newline(int fd, off_t size)
+// What ends the last line of a file, if it lacks its newline.
+std::string_view missing_line_end(int fd, off_t size)
 {
     char last = '\n';
-    return size == 0 || (pread(fd, &last, 1, size - 1) == 1 && last == '\n');
+    if (size > 0 && pread(fd, &last, 1, size - 1) != 1)
+        return "\n";
+    if (last == '\\')
+        return "\n\n"; // the first is joined to the line
+    return last == '\n' ? "" : "\n";
 }
 
 bool sync_directory_of(char *path)
@@ -214,15 +220,16 @@ int read_stream(FILE *stream, bytes *out)
         out);
 }
 
-int append_whole(int fd, const char *data, size_t size)
+int append_whole(int fd, size_t kept, const char *data, size_t size)
 {
     struct stat before;
-    if (fstat(fd, &before) != 0)
+    const auto begin = static_cast<off_t>(kept);
+    if (fstat(fd, &before) != 0 || (before.st_size != begin && ftruncate(fd, begin) != 0))
         return UCI_ERR_IO;
-    const bool separated = ends_in_newline(fd, before.st_size) || write_whole(fd, "\n", 1);
-    if (separated && write_whole(fd, data, size))
+    const std::string_view separator = missing_line_end(fd, begin);
+    if (write_whole(fd, separator.data(), separator.size()) && write_whole(fd, data, size))
         return UCI_OK;
-    (void)!ftruncate(fd, before.st_size); // the write has failed already, and that is what the caller hears
+    (void)!ftruncate(fd, begin); // the write has failed already, and that is what the caller hears
     return UCI_ERR_IO;
 }
 

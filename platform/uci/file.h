@@ -50,8 +50,9 @@ int open_locked(const char *path, locking lock, when_missing missing, mode_t mod
 int read_file(int fd, bytes *out);
 int read_stream(FILE *stream, bytes *out);
 
-// Appends to an open file, all of the text or nothing, on a line of its own.
-int append_whole(int fd, const char *data, size_t size);
+// Appends to the first `kept` bytes of an open file, all of the text or nothing, on a line of its own. What
+// was behind these bytes is dropped.
+int append_whole(int fd, size_t kept, const char *data, size_t size);
 
 // Puts a new file in place of the one at path, or of the one a link there points to. At any moment the path
 // names the old contents or the new ones, complete, and on success the new ones are on the disk. The old file

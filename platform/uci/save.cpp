@@ -56,8 +56,12 @@ int append_to_delta(const package *p, const bytes &lines)
     locked_file delta;
     code = open_locked(path.get(), locking::exclusive, when_missing::create, mode_of(p->path, UCI_FILEMODE),
                        &delta);
+    bytes present;
     if (code == UCI_OK)
-        code = append_whole(delta.file.get(), lines.data.get(), lines.size);
+        code = read_file(delta.file.get(), &present);
+    if (code == UCI_OK)
+        code =
+            append_whole(delta.file.get(), finished_size(std::move(present)), lines.data.get(), lines.size);
     if (code == UCI_OK && !delta.file.close_checked())
         code = UCI_ERR_IO;
     // Here a missing or unfitting place to write to is no missing entry of the configuration.

@@ -271,6 +271,33 @@ TEST_F(uci_delta_test, a_torn_last_line_does_not_take_the_next_one_along)
     EXPECT_EQ(delta(), "n.lan.b=to\nn.lan.a='1'\n");
 }
 
+TEST_F(uci_delta_test, a_line_cut_off_within_its_quotes_does_not_take_later_ones_along)
+{
+    const std::string whole = "n.g.u='2'\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"n.lan.b='to", ""},
+        {"n.lan.b='to\nn.lan.c=2\n", ""},
+        {"n.lan.b=\"to", ""},
+        {"n.lan.b=\"to\\", ""},
+        {"n.lan.b='it'\\''", ""},
+        {"n.lan.b='it'\\", "n.lan.b='it'\\\n\n"},
+        {"n.lan.b='it'", "n.lan.b='it'\n"},
+        {std::string("n.lan.b='to\0\0", 13), std::string("n.lan.b='to\0\0\n", 14)},
+    };
+    for (const auto &[torn, left] : cases) {
+        SCOPED_TRACE(torn);
+        write_config(base_config);
+        write_delta(whole + torn);
+
+        quietly({"set n.lan.a=1", "set n.lan.d=3"});
+
+        EXPECT_EQ(delta(), whole + left + "n.lan.a='1'\nn.lan.d='3'\n");
+        quietly({"commit"});
+        EXPECT_EQ(output_of("get n.g.u") + output_of("get n.lan.a") + output_of("get n.lan.d"), "2\n1\n3\n");
+        EXPECT_EQ(uci("get n.lan.b").output, left.starts_with("n.lan.b='it'") ? "it\n" : "");
+    }
+}
+
 TEST_F(uci_delta_test, what_the_format_cannot_hold_is_lost_at_the_commit)
 {
     uci_ptr ptr = named("n", "lan", "bad-name", "1");
