@@ -157,7 +157,7 @@ TEST_F(delete_all_test, a_wan_that_cannot_be_deleted_leads_to_the_sweep)
 {
     store(routed_dhcp(1, {.vid = 100}));
     store(bridged_wan(2, "0100", {.vid = 200}));
-    gateway.uci_add_list("network.korvel.wanList", "7"); // has no device
+    set_ids({1, 7, 2}); // 7 has no device
     leave_script("/etc/hotplug.d/iface/99-wan_7");
     gateway.uci_set("network.globals2", "globals");
 
