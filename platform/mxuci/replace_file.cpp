@@ -1,5 +1,7 @@
 #include "replace_file.h"
 
+#include <leftovers.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -118,8 +120,9 @@ bool replace_content(const char *path, const locked_file &present, const char *c
         return false;
     char *const name = strrchr(target, '/');
     char temporary[PATH_MAX + 16];
-    (void)snprintf(temporary, sizeof(temporary), "%.*s/.%s.uci-XXXXXX", static_cast<int>(name - target),
-                   target, name + 1);
+    (void)snprintf(temporary, sizeof(temporary), "%.*s/.%s%s", static_cast<int>(name - target), target,
+                   name + 1, temporary_suffix);
+    remove_leftovers(target);
     const int descriptor = mkstemp(temporary);
     if (descriptor < 0)
         return false;

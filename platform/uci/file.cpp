@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <leftovers.h>
 #include <uci.h>
 
 namespace uci {
@@ -143,12 +144,13 @@ bool sync_directory_of(char *path)
     return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
 }
 
-// "DIRECTORY/.NAME.uci-XXXXXX" for the file at an absolute path.
+// The temporary file's name, as mkstemp takes it, for the file at an absolute path.
 text temporary_pattern(const char *path)
 {
     const char *const name = strrchr(path, '/') + 1;
     char *pattern = nullptr;
-    const int length = asprintf(&pattern, "%.*s.%s.uci-XXXXXX", static_cast<int>(name - path), path, name);
+    const int length =
+        asprintf(&pattern, "%.*s.%s%s", static_cast<int>(name - path), path, name, temporary_suffix);
     return text(length < 0 ? nullptr : pattern);
 }
 
@@ -241,6 +243,7 @@ int replace_file(const char *path, mode_t mode, const char *data, size_t size)
     const text temporary = temporary_pattern(target.get());
     if (!temporary)
         return UCI_ERR_MEM;
+    remove_leftovers(target.get());
     descriptor file(mkostemp(temporary.get(), O_CLOEXEC));
     if (!file)
         return UCI_ERR_IO;

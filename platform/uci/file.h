@@ -56,7 +56,7 @@ int append_whole(int fd, size_t kept, const char *data, size_t size);
 
 // Puts a new file in place of the one at path, or of the one a link there points to. At any moment the path
 // names the old contents or the new ones, complete, and on success the new ones are on the disk. The old file
-// must exist.
+// must exist, and its exclusive lock be held. Temporary files that stopped writers left are removed.
 int replace_file(const char *path, mode_t mode, const char *data, size_t size);
 
 // The permission bits of a file, or fallback when it cannot be told.

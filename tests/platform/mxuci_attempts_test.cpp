@@ -5,6 +5,7 @@
 #include "support/gateway.h"
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <uci.h>
@@ -198,6 +199,19 @@ TEST_F(mxuci_attempts_test, short_and_interrupted_calls_go_on)
     EXPECT_EQ(mxuci_set("t", "g", "more", "2"), 0);
 
     EXPECT_EQ(stored(), "\nconfig globals 'g'\n\toption one '1'\n\toption ours '1'\n\toption more '2'\n\n");
+}
+
+TEST_F(mxuci_attempts_test, a_change_removes_what_a_stopped_writer_left)
+{
+    const std::string old = "/etc/config/.t.uci-aB3dE9", young = "/etc/config/.t.uci-aB3dE8";
+    gateway.write_file(old, "half a configur");
+    gateway.write_file(young, "half a configur");
+    fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+
+    EXPECT_EQ(mxuci_set("t", "g", "ours", "1"), 0);
+
+    EXPECT_FALSE(gateway.exists(old));
+    EXPECT_TRUE(gateway.exists(young)) << "its writer may be at work";
 }
 
 // The last lock of a change without pending ones is that of the file to be replaced.

@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
 
 #include "file_calls.h"
 
@@ -159,6 +163,69 @@ TEST_F(uci_files_test, what_cannot_be_locked_is_neither_read_nor_written)
 
     EXPECT_EQ(uci_commit(ctx, &p, false), UCI_OK) << "the change is still in memory";
     EXPECT_NE(config()->find("\toption a '1'\n"), std::string::npos);
+}
+
+// ---- temporary files of writers that were stopped ----
+
+void make_file_aged(const std::string &path, std::chrono::seconds age)
+{
+    std::ofstream(path) << "half a configur";
+    fs::last_write_time(path, fs::file_time_type::clock::now() - age);
+}
+
+TEST_F(uci_files_test, a_commit_removes_what_a_stopped_writer_left)
+{
+    expect_in_child([this] {
+        uci_package *p = changed();
+        calls.at_next("rename", []() -> int { _exit(0); });
+        uci_commit(ctx, &p, false);
+        ADD_FAILURE() << "the writer was not stopped";
+    });
+    ASSERT_EQ(files().size(), 2U);
+    for (const fs::directory_entry &entry : fs::directory_iterator(config_dir))
+        fs::last_write_time(entry, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    uci_package *p = changed();
+
+    EXPECT_EQ(uci_commit(ctx, &p, false), UCI_OK);
+
+    EXPECT_EQ(files(), strings{"n"});
+}
+
+TEST_F(uci_files_test, a_commit_removes_nothing_but_old_temporary_files_of_its_own_file)
+{
+    const strings kept = {
+        ".n.uci-youngX", ".n.uci-aB3dE",  ".n.uci-aB3dE9x",
+        ".n.uci-aB3d-9", ".m.uci-aB3dE9", ".nn.uci-aB3dE9",
+        ".n.bak-aB3dE9", "n.uci-aB3dE9",  ".n",
+        ".n.uci-direct",
+    };
+    for (const std::string &name : kept)
+        make_file_aged(config_path(name), std::chrono::seconds(name == ".n.uci-youngX" ? 40 : 80));
+    fs::remove(config_path(".n.uci-direct"));
+    fs::create_directory(config_path(".n.uci-direct"));
+    fs::last_write_time(config_path(".n.uci-direct"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(1));
+    make_file_aged(config_path(".n.uci-aB3dE9"), std::chrono::seconds(80));
+    uci_package *p = changed();
+
+    EXPECT_EQ(uci_commit(ctx, &p, false), UCI_OK);
+
+    EXPECT_FALSE(fs::exists(config_path(".n.uci-aB3dE9")));
+    for (const std::string &name : kept)
+        EXPECT_TRUE(fs::exists(config_path(name))) << name;
+}
+
+TEST_F(uci_files_test, temporary_files_are_beside_what_a_link_points_to)
+{
+    fs::create_directory(root + "/elsewhere");
+    fs::rename(config_path(), root + "/elsewhere/real");
+    fs::create_symlink("../elsewhere/real", config_path());
+    make_file_aged(root + "/elsewhere/.real.uci-aB3dE9", std::chrono::minutes(2));
+    uci_package *p = changed();
+
+    EXPECT_EQ(uci_commit(ctx, &p, false), UCI_OK);
+
+    EXPECT_FALSE(fs::exists(root + "/elsewhere/.real.uci-aB3dE9"));
 }
 
 // Whoever waits for a lock may get it on a file that has been replaced meanwhile.
