@@ -270,6 +270,22 @@ TEST_F(delete_all_test, the_sweep_of_nothing_counts_nothing_but_lets_identifiers
     EXPECT_TRUE(gateway.log().empty());
 }
 
+TEST_F(delete_all_test, what_the_sweep_cannot_write_is_logged)
+{
+    store(routed_dhcp(1, {.vid = 100}));
+    const std::string device = *gateway.device_section(1);
+    const std::string before = gateway.config("network");
+    small_disk disk("/etc/config");
+    disk.make_read_only();
+
+    EXPECT_EQ(wan_force_clear(), 3U) << "the list's entry, the interface, the device";
+
+    EXPECT_EQ(gateway.config("network"), before);
+    EXPECT_EQ(gateway.log_texts(LOG_ERR),
+              (text_lines{"Failed to reset maxWanId", "Failed to delete section wan_1",
+                          "Failed to delete section " + device}));
+}
+
 // What another program has left pending is committed by the first write, which may rename unnamed sections.
 TEST_F(delete_all_test, pending_changes_of_others_do_not_lead_the_sweep_astray)
 {
