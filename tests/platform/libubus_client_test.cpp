@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/un.h>
 
 namespace {
@@ -69,6 +70,30 @@ TEST_F(libubus_connect_test, fails_where_nobody_listens)
     EXPECT_EQ(ubus_connect(nullptr), nullptr);
     EXPECT_EQ(ubus_connect(std::string(sizeof(sockaddr_un::sun_path), 'x').c_str()), nullptr);
     ubus_free(nullptr);
+}
+
+TEST_F(libubus_connect_test, fails_where_descriptors_have_run_out)
+{
+    start();
+    rlimit usual;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    for (const bool loop_is_ready : {false, true}) {
+        SCOPED_TRACE(loop_is_ready);
+        uloop_done();
+        if (loop_is_ready) {
+            ASSERT_EQ(uloop_init(), 0);
+        }
+        const int lowest_free = fcntl(0, F_DUPFD_CLOEXEC, 0);
+        close(lowest_free);
+        rlimit tight = usual;
+        tight.rlim_cur = static_cast<rlim_t>(lowest_free);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+
+        ubus_context *const ctx = ubus_connect(socket_path.c_str());
+
+        setrlimit(RLIMIT_NOFILE, &usual);
+        EXPECT_EQ(ctx, nullptr);
+    }
 }
 
 TEST_F(libubus_connect_test, without_a_path_connects_to_the_default_socket)
@@ -163,6 +188,37 @@ TEST_F(libubus_client_test, an_object_without_name_or_type_is_anonymous)
 
     EXPECT_NE(without_name.id, 0u);
     EXPECT_NE(without_type.id, 0u);
+    EXPECT_EQ(found_paths(ctx, nullptr), "");
+}
+
+TEST_F(libubus_client_test, what_does_not_fit_a_message_is_refused_unsent)
+{
+    const auto handler = [](ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *) {
+        return 0;
+    };
+    const std::string long_name(65536, 'n');
+    const std::string long_text(1 << 24, 'x');
+    const blobmsg_policy long_argument[] = {{long_name.c_str(), BLOBMSG_TYPE_INT32}};
+    const ubus_method rows[] = {UBUS_METHOD_NOARG(long_name.c_str(), handler),
+                                UBUS_METHOD("get", handler, long_argument)};
+    for (const ubus_method &row : rows) {
+        ubus_object_type type = {.name = "t", .id = 0, .methods = &row, .n_methods = 1};
+        ubus_object object = {};
+        object.name = "t";
+        object.type = &type;
+        EXPECT_EQ(ubus_add_object(ctx, &object), UBUS_STATUS_INVALID_ARGUMENT);
+        EXPECT_EQ(object.id, 0u);
+    }
+    test_object named_too_long = empty_object(long_text.c_str());
+    ubus_event_handler ev = {};
+
+    EXPECT_EQ(ubus_add_object(ctx, &named_too_long), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(ubus_lookup(ctx, long_text.c_str(), nullptr, nullptr), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(call_method(ctx, UBUS_OBJECT_EVENT, long_text.c_str()).status, UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(ubus_send_event(ctx, long_text.c_str(), nullptr), UBUS_STATUS_NO_MEMORY);
+    EXPECT_EQ(ubus_register_event_handler(ctx, &ev, long_text.c_str()), UBUS_STATUS_NO_MEMORY);
+
+    EXPECT_EQ(ctx->request_seq, 1) << "the object of the event handler was the one thing sent";
     EXPECT_EQ(found_paths(ctx, nullptr), "");
 }
 
@@ -456,6 +512,19 @@ TEST_F(libubus_call_test, a_call_begun_asynchronously_can_be_waited_for)
 
     EXPECT_EQ(call.seen, R"({"status":0,"info":"x y"} =0)");
     EXPECT_EQ(ubus_complete_request(ctx, &call.req, 10000), 0) << "it is complete already";
+}
+
+TEST_F(libubus_call_test, a_call_left_to_the_loop_can_still_be_waited_for)
+{
+    serve();
+    async_call call;
+    call.prepare(ctx, object.id, "ok");
+    ubus_complete_request_async(ctx, &call.req);
+
+    EXPECT_EQ(ubus_complete_request(ctx, &call.req, 10000), 0);
+
+    EXPECT_EQ(call.seen, R"({"status":0,"info":"x y"} =0)");
+    EXPECT_FALSE(call.req.pending);
 }
 
 TEST_F(libubus_call_test, other_calls_are_completed_while_one_is_waited_for)

@@ -55,6 +55,9 @@ TEST_F(libubus_loss_test, a_waiting_call_fails_when_the_bus_dies)
     EXPECT_EQ(counter.losses, 1);
     EXPECT_EQ(call_method(ctx, id, "get", nullptr, 0).status, UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(ubus_lookup(ctx, nullptr, nullptr, nullptr), UBUS_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(ubus_send_event(ctx, "x", nullptr), UBUS_STATUS_INVALID_ARGUMENT);
+    ubus_event_handler ev = {};
+    EXPECT_EQ(ubus_register_event_handler(ctx, &ev, "x"), UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(counter.losses, 1);
 }
 
@@ -250,6 +253,25 @@ TEST_F(libubus_loss_test, freeing_a_connection_forgets_its_open_calls)
     ubus_abort_request(nullptr, &req);
 }
 
+TEST_F(libubus_loss_test, freeing_a_connection_forgets_the_calls_it_has_not_served)
+{
+    int calls = 0;
+    test_object object("t", {{"get", [&](received_call &) { return calls++; }}});
+    ubus_context *const mortal = ubus_connect(socket_path.c_str());
+    ASSERT_NE(mortal, nullptr);
+    ASSERT_EQ(ubus_add_object(mortal, &object), 0);
+    raw_client caller = connect();
+    caller.send(call_of(object.id, "get") + call_of(object.id, "get"));
+    ASSERT_EQ(caller.call(message(msg_ping, 99, 0)), 0);
+    // The calls have arrived before the answer to this lookup, and wait for the loop.
+    EXPECT_EQ(find_object(mortal, "t"), object.id);
+
+    ubus_free(mortal);
+    uloop_run_timeout(0);
+
+    EXPECT_EQ(calls, 0);
+}
+
 TEST_F(libubus_loss_test, freeing_a_connection_sends_nothing)
 {
     fake_bus bus;
@@ -274,6 +296,7 @@ TEST_F(libubus_loss_test, reconnecting_adds_the_objects_again)
     ASSERT_EQ(ubus_add_object(ctx, &two), 0);
     daemon.stop(SIGKILL);
     EXPECT_EQ(ubus_reconnect(ctx, socket_path.c_str()), UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_EQ(ctx->local_id, 0u);
 
     start();
     ASSERT_EQ(ubus_reconnect(ctx, socket_path.c_str()), 0);
@@ -283,6 +306,23 @@ TEST_F(libubus_loss_test, reconnecting_adds_the_objects_again)
     EXPECT_EQ(find_object(other, "two"), two.id);
     served server(ctx);
     EXPECT_EQ(call_method(other, one.id, "get").replies, std::vector<std::string>{R"({"n":1})"});
+}
+
+TEST_F(libubus_loss_test, reconnecting_fails_the_calls_of_the_old_connection)
+{
+    raw_client owner = connect();
+    const uint32_t id = owner.add_object("slow");
+    static int result;
+    result = -1;
+    ubus_request req;
+    ASSERT_EQ(ubus_invoke_async(ctx, id, "get", nullptr, &req), 0);
+    req.complete_cb = [](ubus_request *, int status) { result = status; };
+    ubus_complete_request_async(ctx, &req);
+
+    EXPECT_EQ(ubus_reconnect(ctx, socket_path.c_str()), 0);
+
+    EXPECT_EQ(result, UBUS_STATUS_TIMEOUT);
+    EXPECT_FALSE(req.pending);
 }
 
 TEST_F(libubus_loss_test, an_object_that_cannot_be_added_again_is_tried_the_next_time)

@@ -141,11 +141,12 @@ fake_bus::~fake_bus()
     std::filesystem::remove_all(directory_);
 }
 
-ubus_context *fake_bus::connect_client(const bytes &greeting)
+ubus_context *fake_bus::connect_client(const bytes &greeting, int pause)
 {
     hang_up();
     std::thread bus([&] {
         end_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause));
         say(greeting);
         // Nothing follows a greeting that is not whole.
         if (greeting.size() < prefix_size)

@@ -92,8 +92,9 @@ public:
     fake_bus &operator=(const fake_bus &) = delete;
     ~fake_bus();
 
-    // Connects a client and greets it with these bytes. NULL if the client does not accept the greeting.
-    ubus_context *connect_client(const bytes &greeting = message(msg_hello, 0, 0x1001));
+    // Connects a client and greets it with these bytes, after `pause` milliseconds. NULL if the client does
+    // not accept the greeting.
+    ubus_context *connect_client(const bytes &greeting = message(msg_hello, 0, 0x1001), int pause = 0);
     void say(const bytes &data) const;
     // The next message of the client in words; "nothing" at the deadline and at the end of the stream.
     std::string heard() const;

@@ -2,6 +2,9 @@
 // is the test itself.
 #include "libubus_support.h"
 
+#include <csignal>
+#include <unistd.h>
+
 namespace {
 
 constexpr uint32_t object_id = 0x11223344;
@@ -219,6 +222,38 @@ TEST_F(libubus_wire_test, an_added_object_without_an_id_is_an_error)
     bus.say(status_message(1, 0, 0));
 
     EXPECT_EQ(ubus_add_object(ctx, &object), UBUS_STATUS_NO_DATA);
+}
+
+TEST_F(libubus_wire_test, removing_clears_only_the_ids_that_the_bus_names)
+{
+    add_object();
+    bus.say(message(msg_data, 2, 0) + status_message(2, 0, 0));
+
+    EXPECT_EQ(ubus_remove_object(ctx, &object), 0);
+
+    EXPECT_EQ(object.id, object_id);
+    EXPECT_EQ(object.own_type.id, 0x99u);
+}
+
+TEST_F(libubus_wire_test, a_greeting_is_waited_for_through_signals)
+{
+    struct sigaction ours = {}, before;
+    ours.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &ours, &before), 0);
+    fake_bus other;
+    const pthread_t waiting = pthread_self();
+    std::thread disturber([waiting] {
+        for (int i = 0; i < 20; i++) {
+            pthread_kill(waiting, SIGUSR1);
+            usleep(1000);
+        }
+    });
+
+    const connection client(other.connect_client(message(msg_hello, 0, 0x2002), 50));
+    disturber.join();
+
+    EXPECT_NE(static_cast<ubus_context *>(client), nullptr);
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(libubus_wire_test, an_object_found_without_path_id_or_type_is_not_reported)

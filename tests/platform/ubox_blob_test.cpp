@@ -165,6 +165,26 @@ TEST(blob_buf_test, stops_growing_before_a_length_no_longer_fits_its_24_bits)
     EXPECT_NE(blob_put_u32(m.buf(), 1, 1), nullptr);
 }
 
+TEST(blob_buf_test, the_greatest_attribute_leaves_room_for_a_whole_step_of_growth)
+{
+    // Root and attribute take 4 bytes each. Growth always adds more than is missing, so that the last word
+    // before 0xffff00 is out of reach for a single attribute.
+    const struct {
+        unsigned payload;
+        bool fits;
+    } cases[] = {{0xfffefc - 8, true}, {0xfffefc - 7, false}, {0xffffff - 8, false}};
+    const std::string data(0xffffff, 'x');
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.payload);
+        blob_message m;
+
+        EXPECT_EQ(blob_put(m.buf(), 1, data.data(), c.payload) != nullptr, c.fits);
+
+        EXPECT_LE(m.buf()->buflen, 0xffff00);
+        EXPECT_EQ(blob_raw_len(m.head()), c.fits ? 8u + c.payload : 4u);
+    }
+}
+
 TEST(blob_buf_test, a_container_that_could_not_be_opened_is_not_closed)
 {
     blob_message m;
@@ -372,6 +392,17 @@ TEST(blob_parse_test, untrusted_bytes_must_hold_the_whole_attribute)
 
     EXPECT_EQ(blob_parse_untrusted(m.head(), length, found, field_rules, field_count), 1);
     EXPECT_EQ(blob_get_u32(found[1]), 7u);
+}
+
+TEST(blob_parse_test, an_untrusted_attribute_may_be_empty)
+{
+    blob_message m;
+    blob_attr *found[field_count];
+    std::fill(std::begin(found), std::end(found), m.head());
+
+    EXPECT_EQ(blob_parse_untrusted(m.head(), sizeof(blob_attr), found, field_rules, field_count), 0);
+
+    EXPECT_EQ(found[1], nullptr) << "it was read, and holds nothing";
 }
 
 TEST(blob_for_each_attr_test, visits_children_in_order_and_nothing_of_null)

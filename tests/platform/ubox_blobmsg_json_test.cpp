@@ -162,6 +162,19 @@ TEST(json_to_blobmsg_test, says_when_the_buffer_cannot_grow)
     EXPECT_FALSE(blob_is_extended(m.head())) << "the containers must be closed again";
 }
 
+TEST(json_to_blobmsg_test, a_name_must_fit_its_length_field)
+{
+    const std::string name(65536, 'n');
+    for (const char *value : {"1", "[]", "{}"}) {
+        SCOPED_TRACE(value);
+        blob_message m;
+
+        EXPECT_FALSE(blobmsg_add_json_from_string(m.buf(), (R"({")" + name + R"(":)" + value + "}").c_str()));
+
+        EXPECT_EQ(m.wire(), "00000004");
+    }
+}
+
 TEST(json_to_blobmsg_test, reads_files)
 {
     char path[] = "/tmp/ubox-json-XXXXXX";
@@ -238,6 +251,18 @@ TEST(blobmsg_to_json_test, escapes_what_json_demands_and_leaves_the_rest)
     blobmsg_add_string(m.buf(), "s", "\x08\x0a\x09\x0d\x22\x5c\x0c\x01\x2f\x7f\xc3\xa9");
 
     EXPECT_EQ(m.json(), "{\"s\":\"\\b\\n\\t\\r\\\"\\\\\\u000c\\u0001/\x7f\xc3\xa9\"}");
+}
+
+TEST(blobmsg_to_json_test, a_text_of_any_length_has_room)
+{
+    for (size_t length = 0; length < 2000; length++) {
+        SCOPED_TRACE(length);
+        const std::string text(length, 'x');
+        blob_message m;
+        blobmsg_add_string(m.buf(), "", text.c_str());
+
+        ASSERT_EQ(m.json(), "{\"" + text + "\"}");
+    }
 }
 
 TEST(blobmsg_to_json_test, names_are_escaped_too)

@@ -118,6 +118,16 @@ TEST(blobmsg_add_test, a_name_must_fit_its_length_field)
     EXPECT_TRUE(blobmsg_check_attr(static_cast<blob_attr *>(m.payload()), true));
 }
 
+TEST(blobmsg_add_test, a_text_that_cannot_be_printed_is_not_added)
+{
+    blob_message m;
+    const wchar_t no_character[] = {0xd800, 0};
+
+    EXPECT_EQ(blobmsg_printf(m.buf(), "n", "%ls", no_character), -1);
+
+    EXPECT_EQ(m.wire(), "00000004");
+}
+
 TEST(blobmsg_add_test, a_string_without_its_end_is_stored_and_spoils_the_message)
 {
     blob_message m;
@@ -332,6 +342,25 @@ TEST(blobmsg_parse_array_test, goes_by_position_and_passes_over_other_types)
     EXPECT_EQ(blobmsg_get_u32(tb[1]), 8u);
 }
 
+TEST(blobmsg_parse_array_test, judges_as_by_name)
+{
+    constexpr blobmsg_policy policy[] = {{nullptr, BLOBMSG_TYPE_INT32}, {nullptr, BLOBMSG_TYPE_INT32}};
+    blob_message m(R"({"":7})");
+    blobmsg_add_field(m.buf(), BLOBMSG_TYPE_INT32, nullptr, "abc", 3);
+    blobmsg_add_u32(m.buf(), nullptr, 8);
+    blob_attr *tb[2] = {m.head(), m.head()};
+
+    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, m.payload(), 0), -EINVAL);
+    EXPECT_EQ(tb[0], nullptr);
+    EXPECT_EQ(tb[1], nullptr);
+    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, nullptr, 4), -EINVAL);
+
+    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, m.payload(), m.length()), -1);
+    ASSERT_NE(tb[0], nullptr);
+    EXPECT_EQ(blobmsg_get_u32(tb[0]), 7u);
+    EXPECT_EQ(tb[1], nullptr);
+}
+
 TEST(blobmsg_check_attr_test, judges_header_type_and_data)
 {
     const struct {
@@ -480,6 +509,20 @@ TEST(blobmsg_getter_test, casts_widen_any_integer)
     EXPECT_EQ(i, 4u);
 }
 
+TEST(blobmsg_getter_test, what_is_no_integer_is_cast_to_nothing)
+{
+    blob_message m(R"({"a":"7","b":7.0,"c":null,"d":[7]})");
+    blob_attr *pos;
+    size_t rem;
+
+    blobmsg_for_each_attr(pos, m.head(), rem)
+    {
+        SCOPED_TRACE(blobmsg_name(pos));
+        EXPECT_EQ(blobmsg_cast_u64(pos), 0u);
+        EXPECT_EQ(blobmsg_cast_s64(pos), 0);
+    }
+}
+
 TEST(blobmsg_getter_test, a_header_that_claims_too_much_leaves_no_data)
 {
     raw_attr attr = extended(2, "\xff\xff"
@@ -487,6 +530,9 @@ TEST(blobmsg_getter_test, a_header_that_claims_too_much_leaves_no_data)
 
     EXPECT_EQ(blobmsg_data_len(attr.attr()), 0u);
     EXPECT_EQ(static_cast<char *>(blobmsg_data(attr.attr())), attr.attr()->data + 4);
+
+    raw_attr half_a_length = extended(2, "\xff"s);
+    EXPECT_EQ(blobmsg_data_len(half_a_length.attr()), 0u);
 }
 
 TEST(blobmsg_for_each_attr_test, visits_members_and_nothing_of_null)

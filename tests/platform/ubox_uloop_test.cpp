@@ -6,12 +6,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <functional>
 #include <set>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
@@ -241,6 +243,23 @@ TEST_F(uloop_test, busy_descriptors_take_turns)
     EXPECT_EQ(calls_two, 5);
 }
 
+TEST_F(uloop_test, a_timer_months_away_leaves_the_wait_as_asked)
+{
+    test_timer timer([] { FAIL(); });
+    uloop_timeout_set(&timer, INT_MAX);
+    uloop_timeout_cancel(&timer);
+    timer.time.tv_sec += 10 * static_cast<time_t>(INT_MAX / 1000);
+    EXPECT_EQ(uloop_timeout_add(&timer), 0);
+    EXPECT_GT(uloop_timeout_remaining64(&timer), int64_t{10} * INT_MAX);
+    const auto start = steady::now();
+
+    uloop_run_timeout(30);
+
+    EXPECT_GE(steady::now() - start, 30ms);
+    EXPECT_LT(steady::now() - start, 1000ms);
+    EXPECT_TRUE(timer.pending);
+}
+
 TEST_F(uloop_test, setting_a_pending_timer_moves_it)
 {
     int fired = 0;
@@ -417,6 +436,29 @@ TEST_F(uloop_test, the_loops_own_descriptors_do_not_reach_a_started_program)
 
     uloop_done();
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(uloop_test, init_fails_where_descriptors_have_run_out)
+{
+    uloop_done();
+    const std::set<int> before = open_descriptors();
+    rlimit usual;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const int lowest_free = fcntl(0, F_DUPFD_CLOEXEC, 0);
+    close(lowest_free);
+    for (const int allowed : {0, 1, 2}) {
+        SCOPED_TRACE(allowed);
+        rlimit tight = usual;
+        tight.rlim_cur = static_cast<rlim_t>(lowest_free + allowed);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+
+        const int result = uloop_init();
+
+        setrlimit(RLIMIT_NOFILE, &usual);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(open_descriptors(), before) << "nothing is left behind";
+    }
+    EXPECT_EQ(uloop_init(), 0);
 }
 
 TEST_F(uloop_test, nothing_can_be_watched_before_init)
