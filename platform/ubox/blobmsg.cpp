@@ -28,11 +28,10 @@ blob_attr *append_named(blob_buf *buf, int type, const char *name, size_t data_l
     return attr;
 }
 
+// Of an extended attribute with room for its length field.
 size_t name_length(const blob_attr *attr)
 {
     uint16_t length_field;
-    if (!blob_is_extended(attr))
-        return 0;
     memcpy(&length_field, attr->data, sizeof(length_field));
     return be16_to_cpu(length_field);
 }
