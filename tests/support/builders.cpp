@@ -297,6 +297,7 @@ wan_rule_ctx rule_ctx(const wan_config &config)
     ctx.wanId = config.wanId;
     put(ctx.lkname, link_name(config));
     ctx.config = config;
+    ctx.config.wanId = 0; // a request to create a WAN does not know its identifier
     return ctx;
 }
 

@@ -120,6 +120,7 @@ TEST_F(conflicts_test, a_port_on_the_uplinks_own_vlan_cannot_be_bound)
         {"eth0.1", {.lan = 1}, "1", conflict_vlan},
         {"eth0.3x", {.lan = 4}, "0010", conflict_vlan}, // the number counts as far as it goes
         {"eth1.3", {.lan = 4}, "0010", conflict_none},
+        {"eth0-3", {.lan = 4}, "1111", conflict_none},
         {"eth0.", {.lan = 4}, "1111", conflict_none},
         {"pon", {.lan = 4}, "1111", conflict_none},
         {"eth0.17", {.lan = 20}, "00000000000000001", conflict_vlan},
@@ -223,6 +224,7 @@ TEST_F(neighbour_test, an_untagged_wan_shares_the_uplink_with_nobody_untagged)
         {"routed next to routed", routed_untagged, routed, conflict_none},
         {"bridged next to tagged", bridged_100, bridged, conflict_none},
         {"tagged next to untagged", bridged_untagged, bridged_wan(2, "", {.vid = 100}), conflict_none},
+        {"VLAN 0 is a VLAN", "\toption vid '0'\n", bridged, conflict_none},
         {"a list of VLANs counts as none", "\tlist vid '100'\n", bridged, conflict_vlan},
         {"and tagged with none of them", "\tlist vid '100'\n", bridged_wan(2, "", {.vid = 100}),
          conflict_none},
@@ -282,8 +284,10 @@ TEST_F(conflicts_test, the_lan_bridge_and_the_excluded_section_do_not_count)
     EXPECT_EQ(check(wan), conflict_none);
     store_devices({"\tlist type 'bridge'\n\toption vid '100'\n"});
     EXPECT_EQ(check(wan), conflict_vlan) << "a list of types counts as none";
-    store_devices({"\toption type '8021q'\n\toption vid '100'\n"});
-    EXPECT_EQ(check(wan), conflict_vlan);
+    for (const std::string type : {"8021q", "macvlan", "bridge2"}) {
+        store_devices({"\toption type '" + type + "'\n\toption vid '100'\n"});
+        EXPECT_EQ(check(wan), conflict_vlan) << type;
+    }
 
     store_devices({"\toption vid '7'\n", "\toption vid '100'\n\tlist port_binding '1'\n"});
     const std::string own = "cfg020f15";

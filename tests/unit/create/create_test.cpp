@@ -214,6 +214,14 @@ TEST_F(create_test, the_port_binding_has_as_many_entries_as_there_are_ports)
         EXPECT_EQ(gateway.uci_get("network.@device[1].port_binding"), row.stored);
     }
     start_over();
+    gateway.set_ports({.lan = 18});
+    wan_config full = routed_dhcp(0, {.vid = 100});
+    memset(full.bind, '1', sizeof(full.bind));
+    memset(full.device, '1', sizeof(full.device)); // what lies behind the binding in the record
+    EXPECT_EQ(wan_create(&full, 0), 0);
+    EXPECT_EQ(gateway.uci_get("network.@device[1].port_binding"), "1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 0");
+
+    start_over();
     gateway.set_ports({});
     const wan_config wan = routed_dhcp(0, {.bind = "1111"});
     EXPECT_EQ(wan_create(&wan, 0), 0);

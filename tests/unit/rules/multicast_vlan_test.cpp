@@ -95,6 +95,7 @@ TEST_F(multicast_vlan_test, a_configuration_without_sections_clears_the_mapping)
     wan_write_mvlan_rule();
 
     EXPECT_EQ(gateway.commands(), text_lines{"/userfs/bin/xponigmpcmd clearAll"});
+    EXPECT_TRUE(gateway.log().empty()) << "there was no script to delete";
 }
 
 TEST_F(multicast_vlan_test, without_a_configuration_nothing_changes)

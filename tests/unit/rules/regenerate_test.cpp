@@ -100,6 +100,18 @@ TEST_F(regenerate_test, a_routed_other_wan_without_a_port_needs_no_script)
     EXPECT_EQ(gateway.log().size(), 2U);
 }
 
+TEST_F(regenerate_test, any_mode_but_routed_counts_as_bridged)
+{
+    wan_config wan = bridged_wan(3, "1010", {.vid = 100});
+    wan.wanMode = 2;
+    gateway.store_wan(wan);
+
+    wan_regen_missing_rules();
+
+    EXPECT_EQ(gateway.file(bridge_3_path), golden("bridge_rule/tagged_two_of_four.sh"));
+    EXPECT_EQ(gateway.list_directory("/etc/hotplug.d/iface"), text_lines{});
+}
+
 TEST_F(regenerate_test, a_bridged_wan_without_a_port_has_the_isolation_rebuilt_at_every_start)
 {
     gateway.store_wan(bridged_wan(3, "0000", {.vid = 10}));
@@ -138,11 +150,12 @@ TEST_F(regenerate_test, wans_are_taken_in_the_order_of_the_list_and_one_without_
 TEST_F(regenerate_test, identifiers_are_cut_to_8_bits)
 {
     gateway.store_wan(routed_dhcp(3, {.bind = "1"}));
-    set_ids({256 + 3});
+    gateway.store_wan(routed_dhcp(255, {.bind = "1"}));
+    set_ids({256 + 3, 256 + 255});
 
     wan_regen_missing_rules();
 
-    EXPECT_TRUE(gateway.exists(route_3_path));
+    EXPECT_EQ(gateway.list_directory("/etc/hotplug.d/iface"), (text_lines{"99-wan_255", "99-wan_3"}));
 }
 
 TEST_F(regenerate_test, the_multicast_script_is_rebuilt_last)

@@ -9,12 +9,13 @@
 #include "support/open_count.h"
 #include "support/printed_replies.h"
 
+#include <functional>
 #include <unistd.h>
 
 namespace {
 
-// What the wrapped calls below do instead of what they are for.
-bool network_vanishes_after_counting = false;
+// What the wrapped calls below do beside or instead of what they are for.
+std::function<void()> after_counting = [] {};
 bool no_memory_for_records = false;
 
 } // namespace
@@ -27,8 +28,7 @@ int __wrap_mxuci_total_list(const char *config, const char *section, const char 
 {
     EXPECT_EQ(0, *count);
     const int result = __real_mxuci_total_list(config, section, option, count);
-    if (network_vanishes_after_counting)
-        unlink("/etc/config/network");
+    after_counting();
     return result;
 }
 
@@ -104,7 +104,7 @@ protected:
     query_test()
     {
         maxWanId = 255;
-        network_vanishes_after_counting = false;
+        after_counting = [] {};
         no_memory_for_records = false;
         bus.set_default(R"({"up":false})");
     }
@@ -371,7 +371,7 @@ TEST_F(all_test, a_configuration_that_vanishes_after_counting_gives_blank_tables
 {
     gateway.store_wan(routed_dhcp(3));
     gateway.store_wan(routed_dhcp(5));
-    network_vanishes_after_counting = true;
+    after_counting = [] { unlink("/etc/config/network"); };
 
     const handled outcome = all();
 
@@ -382,6 +382,19 @@ TEST_F(all_test, a_configuration_that_vanishes_after_counting_gives_blank_tables
         expect_blank(table, 0);
     }
     EXPECT_TRUE(gateway.log().empty());
+}
+
+TEST_F(all_test, a_list_that_grows_after_counting_is_answered_as_counted)
+{
+    gateway.store_wan(routed_dhcp(3));
+    gateway.store_wan(routed_dhcp(5));
+    after_counting = [this] { list_id("7"); };
+
+    const handled outcome = all();
+
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ((text_lines{"3", "5"}), outcome.reply.names());
+    EXPECT_TRUE(gateway.log().empty()) << "nobody asked for WAN 7";
 }
 
 TEST_F(all_test, a_plain_option_in_the_lists_place_gives_a_blank_table)

@@ -159,6 +159,31 @@ TEST_F(read_config_test, a_bridged_wan_has_no_interface)
     expect_no_errors();
 }
 
+TEST_F(read_config_test, any_mode_but_routed_has_no_interface)
+{
+    store(routed_pppoe(1, {.vid = 100, .ip_protocol = both_protocols}));
+    gateway.uci_set(device("wanMode"), "2");
+
+    const wan_config record = read(1);
+
+    EXPECT_EQ(2, record.wanMode);
+    EXPECT_EQ(1500, record.mtu);
+    EXPECT_EQ(0, record.ipMode);
+    EXPECT_STREQ("", record.pppUser);
+}
+
+TEST_F(read_config_test, a_vlan_of_0_is_a_vlan)
+{
+    store(bridged_wan(1, "1000", {.vid = 100, .mvid = 200}));
+    gateway.uci_set(device("vid"), "0");
+
+    const wan_config record = read(1);
+
+    EXPECT_EQ(1, record.vlanMode);
+    EXPECT_EQ(0, record.vid);
+    EXPECT_EQ(200, record.mvid);
+}
+
 TEST_F(read_config_test, an_untagged_wan_has_no_vlan)
 {
     store(bridged_wan(1, "1000"));
@@ -411,6 +436,7 @@ TEST_F(read_config_test, pppoe_texts_have_at_most_64_characters)
 TEST_F(read_config_test, missing_pppoe_credentials_are_missed_but_no_service_name)
 {
     store(routed_pppoe(1));
+    read(1);
     expect_no_errors();
     for (const char *option : {"username", "password"}) {
         SCOPED_TRACE(option);
@@ -421,6 +447,7 @@ TEST_F(read_config_test, missing_pppoe_credentials_are_missed_but_no_service_nam
 
         EXPECT_EQ(0, result);
         EXPECT_EQ(text_lines{error_text(missing_option())}, gateway.log_texts(LOG_ERR));
+        gateway.uci_set(interface(option), "text");
     }
 }
 
@@ -587,6 +614,13 @@ TEST_F(read_config_test, a_tunnel_end_point_makes_it_ds_lite)
         SCOPED_TRACE(length);
         gateway.uci_set("network.dslite_1.peeraddr", std::string(length, 'a'));
         EXPECT_EQ(std::string(length, 'a').substr(0, 64), text_view(read(1).ipv6AddrDsLite));
+    }
+
+    for (const char *protocol : {"static", "pppoe"}) {
+        SCOPED_TRACE(protocol);
+        gateway.set_config("network", gateway.config("network") + "\nconfig interface 'wan_1'\n");
+        gateway.uci_set("network.wan_1.proto", protocol);
+        EXPECT_EQ(1, read(1).ipv6DsLite);
     }
 
     gateway.uci_set(device("IpProtocolType"), "1");

@@ -79,13 +79,14 @@ TEST(wan_names, services_have_their_names_and_groups)
         const char *name;
         bool internet;
         bool binds_ports;
+        bool carries_calls;
     } cases[] = {
-        {0, "TR069_INTERNET", true, true}, {1, "INTERNET", true, true},
-        {2, "TR069", false, false},        {3, "OTHER", false, true},
-        {4, "VOIP", false, false},         {5, "TR069_VOIP", false, false},
-        {6, "VOIP_INTERNET", true, true},  {7, "TR069_VOIP_INTERNET", true, true},
-        {8, "OTHER", false, false},        {9, "OTHER", false, false},
-        {255, "OTHER", false, false},
+        {0, "TR069_INTERNET", true, true, false}, {1, "INTERNET", true, true, false},
+        {2, "TR069", false, false, false},        {3, "OTHER", false, true, false},
+        {4, "VOIP", false, false, true},          {5, "TR069_VOIP", false, false, true},
+        {6, "VOIP_INTERNET", true, true, true},   {7, "TR069_VOIP_INTERNET", true, true, true},
+        {8, "OTHER", false, false, false},        {9, "OTHER", false, false, false},
+        {255, "OTHER", false, false, false},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(static_cast<int>(row.code));
@@ -95,6 +96,7 @@ TEST(wan_names, services_have_their_names_and_groups)
         EXPECT_STREQ(row.name, service.name);
         EXPECT_EQ(row.internet, service.internet);
         EXPECT_EQ(row.binds_ports, service.binds_ports);
+        EXPECT_EQ(row.carries_calls, service.carries_calls);
     }
 }
 
@@ -104,6 +106,8 @@ TEST(wan_names, a_link_name_tells_identifier_service_mode_and_tag)
 
     wan_config untagged = tagged(2, 100);
     untagged.vlanMode = 0;
+    EXPECT_EQ("2_TR069_R_VID_", link_name(2, untagged));
+    untagged.vlanMode = 2; // any mode but 1 is untagged
     EXPECT_EQ("2_TR069_R_VID_", link_name(2, untagged));
 
     wan_config bridged = tagged(3, 4095);
@@ -126,6 +130,8 @@ TEST(wan_names, a_device_is_the_uplink_or_a_vlan_device_on_it)
     untagged.vlanMode = 0;
 
     EXPECT_EQ("pon.100", device_name("pon", "pon.", tagged(1, 100)));
+    EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
+    untagged.vlanMode = 2; // any mode but 1 is untagged
     EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
     EXPECT_EQ("abcdefghi", device_name("abcdefghi", "abcdefghi", untagged));
 }
