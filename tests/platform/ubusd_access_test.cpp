@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -173,11 +174,42 @@ TEST_F(ubusd_access_test, each_list_allows_its_own_kind)
 
 TEST_F(ubusd_access_test, rules_of_somebody_else_do_not_count)
 {
-    write_access_file(R"({"user": "daemon", "send": ["*"]})", "a.json");
-    write_access_file(R"({"group": "daemon", "send": ["*"]})", "b.json");
+    const std::string everything = R"("access": {"*": {"methods": ["*"]}}, "publish": ["*"], "send": ["*"])";
+    write_access_file(R"({"user": "daemon", )" + everything + "}", "a.json");
+    write_access_file(R"({"group": "daemon", )" + everything + "}", "b.json");
     reload();
+    raw_client owner = connect();
+    const uint32_t object = owner.add_object("t");
+    raw_client stranger = connect_as_nobody();
 
-    EXPECT_EQ(6, connect_as_nobody().send_event("x"));
+    EXPECT_EQ(6, stranger.send_event("x"));
+    EXPECT_EQ(6, stranger.call(invoke(object, "get")));
+    EXPECT_EQ(0u, stranger.add_object("mine"));
+    EXPECT_TRUE(found_paths(stranger, lookup()).empty());
+}
+
+// An empty file system in place of a directory of the system's, for as long as it lives.
+struct covered_directory {
+    explicit covered_directory(const char *directory) : path(directory)
+    {
+        EXPECT_EQ(0, mount("tmpfs", path, "tmpfs", 0, "mode=0755")) << strerror(errno);
+    }
+    ~covered_directory() { umount2(path, MNT_DETACH); }
+    const char *path;
+};
+
+TEST_F(ubusd_access_test, without_an_option_the_files_are_the_systems)
+{
+    const covered_directory share("/usr/share");
+    ASSERT_EQ(0, mkdir("/usr/share/acl.d", 0755));
+    std::ofstream("/usr/share/acl.d/nobody.json") << R"({"user": "nobody", "send": ["a"]})";
+    write_access_file(R"({"user": "nobody", "send": ["b"]})");
+    daemon.stop(SIGTERM);
+
+    start();
+
+    EXPECT_EQ(0, connect_as_nobody().send_event("a"));
+    EXPECT_EQ(6, connect_as_nobody().send_event("b"));
 }
 
 TEST_F(ubusd_access_test, several_files_add_up_and_a_reload_forgets_the_old_ones)
@@ -223,6 +255,17 @@ TEST_F(ubusd_access_test, file_that_others_could_have_written_is_left_out)
 
         EXPECT_EQ(row.used ? 0 : 6, stranger.send_event("a"));
     }
+}
+
+TEST_F(ubusd_access_test, name_that_is_no_file_is_left_out)
+{
+    ASSERT_EQ(0, mkdir((directory + "/acl/directory.json").c_str(), 0755));
+    ASSERT_EQ(0, symlink("nowhere", (directory + "/acl/link.json").c_str()));
+    write_access_file(R"({"user": "nobody", "send": ["a"]})");
+
+    reload();
+
+    EXPECT_EQ(0, connect_as_nobody().send_event("a"));
 }
 
 TEST_F(ubusd_access_test, file_with_other_contents_is_survived)

@@ -334,6 +334,54 @@ TEST_F(ubusd_call_test, descriptor_belongs_to_the_message_it_came_with)
     close(descriptors[1]);
 }
 
+// One whole message, and the descriptor that came with it or -1.
+bytes receive_message_with_fd(raw_client &client, int &fd_out)
+{
+    bytes message = receive_with_fd(client.socket(), 12, fd_out);
+    const size_t size = 8 + (static_cast<size_t>(message.at(9)) << 16 |
+                             static_cast<size_t>(message.at(10)) << 8 | message.at(11));
+    while (message.size() < size) {
+        int none = -1;
+        message = message + receive_with_fd(client.socket(), size - message.size(), none);
+        EXPECT_EQ(-1, none);
+    }
+    return message;
+}
+
+TEST_F(ubusd_call_test, descriptors_wait_with_their_calls_and_eight_at_most)
+{
+    // More than the kernel holds for a client that does not read, and less than the daemon queues.
+    constexpr int fillers = 4, with_descriptor = 10, kept = 8;
+    for (int i = 0; i < fillers; i++)
+        caller.send(invoke(object, call_fields(object, "fill") + attribute(field_data, bytes(200000)), 1));
+    pipe_probe probe;
+    for (uint16_t seq = 2; seq < 2 + with_descriptor; seq++) {
+        ASSERT_TRUE(send_with_fd(caller.socket(), invoke(object, call_fields(object, "take") + no_data, seq),
+                                 probe.ends[1]));
+    }
+    EXPECT_TRUE(caller.pending().empty());
+
+    int fd = -1;
+    for (int i = 0; i < fillers; i++) {
+        EXPECT_EQ(1, receive_message_with_fd(owner, fd).at(3));
+        EXPECT_EQ(-1, fd);
+    }
+    for (int i = 0; i < kept; i++) {
+        EXPECT_EQ(2 + i, receive_message_with_fd(owner, fd).at(3));
+        EXPECT_GE(fd, 0);
+        close(fd);
+    }
+    EXPECT_TRUE(owner.pending().empty()) << "the calls beyond were dropped";
+
+    ASSERT_TRUE(send_with_fd(caller.socket(), invoke(object, call_fields(object, "take") + no_data, 99),
+                             probe.ends[1]));
+    EXPECT_EQ(99, receive_message_with_fd(owner, fd).at(3));
+    EXPECT_GE(fd, 0);
+    close(fd);
+    probe.drop_writer();
+    EXPECT_TRUE(wait_until([&] { return probe.writer_is_gone(); })) << "the daemon kept none";
+}
+
 TEST_F(ubusd_call_test, descriptor_with_any_other_message_is_closed)
 {
     const bytes requests[] = {

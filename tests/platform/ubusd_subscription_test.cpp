@@ -100,6 +100,35 @@ TEST_F(ubusd_subscription_test, notification_reaches_the_subscribers_and_lists_t
               owner.receive());
 }
 
+TEST_F(ubusd_subscription_test, subscribing_again_doubles_nothing)
+{
+    ASSERT_EQ(0, subscribe());
+    ASSERT_EQ(0, subscribe());
+    owner.pending();
+
+    owner.send(message(msg_notify, 0x31, target, notify_fields()));
+
+    EXPECT_EQ(words(message(msg_status, 0x31, target,
+                            number_field(field_object, target) +
+                                attribute(field_subscribers, number_field(0, eye)) +
+                                number_field(field_status, 0))),
+              owner.receive());
+    EXPECT_EQ(1u, watcher.pending().size());
+}
+
+TEST_F(ubusd_subscription_test, subscription_comes_out_of_the_subscribers_storage)
+{
+    for (const std::string &pattern : {std::string(100000, 'p'), std::string("p")}) {
+        int status = 0;
+        for (int i = 0; status == 0 && i < 10000; i++)
+            status = watcher.listen(eye, pattern);
+        ASSERT_EQ(11, status);
+    }
+
+    EXPECT_EQ(11, subscribe());
+    EXPECT_TRUE(owner.pending().empty());
+}
+
 TEST_F(ubusd_subscription_test, notification_without_reply_says_so_first)
 {
     ASSERT_EQ(0, subscribe());
