@@ -112,7 +112,7 @@ public:
     exported_text(const exported_text &) = delete;
     exported_text &operator=(const exported_text &) = delete;
     explicit operator bool() const { return valid_; }
-    const char *data() const { return data_; }
+    char *data() const { return data_; }
     size_t size() const { return size_; }
 
 private:
@@ -286,28 +286,38 @@ bool is_type(const char *type)
     return true;
 }
 
-// The generated name of the section that was added last, as every later load will make it.
-int read_last_name(const char *config, char *name_out)
+using section_name = char[16];
+
+// The name that the last section of a package has for every later load. Read from what is about to be
+// written: what a later load finds may end in a neighbour's section.
+int name_last_section(const char *config, const exported_text &content, section_name &name_out)
 {
     const context_owner context;
     uci_package *package = nullptr;
-    const int result = context ? uci_load(context.get(), config, &package) : static_cast<int>(UCI_ERR_MEM);
+    FILE *const stream = context && content ? fmemopen(content.data(), content.size(), "r") : nullptr;
+    if (!stream)
+        return UCI_ERR_MEM;
+    const int result = uci_import(context.get(), stream, config, &package, true);
+    (void)fclose(stream);
     if (result != UCI_OK)
         return result;
     if (uci_list_empty(&package->sections))
         return UCI_ERR_NOTFOUND;
-    constexpr size_t name_size = 16;
-    (void)snprintf(name_out, name_size, "%s", list_to_element(package->sections.prev)->name);
+    (void)snprintf(name_out, sizeof(name_out), "%s", list_to_element(package->sections.prev)->name);
     return UCI_OK;
 }
 
 int add_anonymous(const char *config, const char *type, char *name_out)
 {
     const int result = apply(config, [&](uci_context *context, uci_package *package) {
+    section_name name = "";
         uci_section *section = nullptr;
-        return uci_add_section(context, package, type, &section);
+        const int added = uci_add_section(context, package, type, &section);
+        return added == UCI_OK ? name_last_section(config, exported_text(context, package), name) : added;
     });
-    return result == UCI_OK ? read_last_name(config, name_out) : result;
+    if (result == UCI_OK)
+        memcpy(name_out, name, strlen(name) + 1);
+    return result;
 }
 
 int add_named(const place &where, const char *type)

@@ -134,6 +134,8 @@ int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *
                     struct uci_section **res);
 int uci_save(struct uci_context *ctx, struct uci_package *p);
 int uci_commit(struct uci_context *ctx, struct uci_package **p, bool overwrite);
+int uci_import(struct uci_context *ctx, FILE *stream, const char *name, struct uci_package **package,
+               bool single);
 int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *package, bool header);
 
 #ifdef __cplusplus

@@ -106,6 +106,24 @@ TEST_F(mxuci_attempts_test, a_change_gives_up_after_a_hundred_attempts)
     expect_no_temporary_file();
 }
 
+// Directly behind the write, when the lock is about to be let go.
+TEST_F(mxuci_attempts_test, the_name_of_an_added_section_is_not_that_of_a_neighbours)
+{
+    calls.at_next("rename", [this] {
+        calls.at_next("fsync", [this] {
+            gateway.set_config("t", gateway.config("t") + "config device 'theirs'\n");
+            return 0;
+        });
+        return 0;
+    });
+    char name[16] = "";
+
+    EXPECT_EQ(mxuci_add_section("t", "device", name), 0);
+
+    EXPECT_STREQ(name, "cfg020f15");
+    EXPECT_EQ(stored(), base + "config device\n\nconfig device 'theirs'\n");
+}
+
 TEST_F(mxuci_attempts_test, a_file_that_vanishes_meanwhile_is_not_made_anew)
 {
     after_first_load([this] { gateway.remove("/etc/config/t"); });
