@@ -276,9 +276,10 @@ void print_option(const uci_option *option, bounded_text text)
     }
 }
 
+// A type is written without quotes, so what would not read back as itself is none.
 bool is_type(const char *type)
 {
-    if (!type || type[0] == '\0')
+    if (!type || type[0] == '\0' || strpbrk(type, "'\"#;\\"))
         return false;
     for (const char *at = type; *at; at++)
         if (*at < 33 || *at > 126)
@@ -293,10 +294,10 @@ using section_name = char[16];
 int name_last_section(const char *config, const exported_text &content, section_name &name_out)
 {
     const context_owner context;
-    uci_package *package = nullptr;
     FILE *const stream = context && content ? fmemopen(content.data(), content.size(), "r") : nullptr;
     if (!stream)
         return UCI_ERR_MEM;
+    uci_package *package = nullptr;
     const int result = uci_import(context.get(), stream, config, &package, true);
     (void)fclose(stream);
     if (result != UCI_OK)
@@ -309,8 +310,8 @@ int name_last_section(const char *config, const exported_text &content, section_
 
 int add_anonymous(const char *config, const char *type, char *name_out)
 {
-    const int result = apply(config, [&](uci_context *context, uci_package *package) {
     section_name name = "";
+    const int result = apply(config, [&](uci_context *context, uci_package *package) {
         uci_section *section = nullptr;
         const int added = uci_add_section(context, package, type, &section);
         return added == UCI_OK ? name_last_section(config, exported_text(context, package), name) : added;

@@ -46,8 +46,9 @@ int mxuci_del_list(const char *config, const char *section, const char *option, 
 int mxuci_total_list(const char *config, const char *section, const char *option, int *count);
 
 /*
- * Adds a section of a type. With an empty name_buffer it is anonymous and its generated name is written to
- * name_buffer, which must hold 16 bytes or more; otherwise name_buffer names it.
+ * Adds a section of a type, which is made of visible characters but no quote, '#', ';' or backslash. With an
+ * empty name_buffer it is anonymous and its generated name is written to name_buffer, which must hold 16
+ * bytes or more; otherwise name_buffer names it.
  */
 int mxuci_add_section(const char *config, const char *type, char *name_buffer);
 

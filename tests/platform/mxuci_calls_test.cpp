@@ -272,10 +272,13 @@ TEST_F(mxuci_calls_test, names_that_are_too_long_are_refused_and_not_cut)
 
 TEST_F(mxuci_calls_test, a_sections_type_is_made_of_visible_characters)
 {
-    for (const char *type : {"two words", "tab\t", "line\n", "del\x7f", "\xc3\xbc"}) {
+    for (const char *type :
+         {"two words", "tab\t", "line\n", "del\x7f", "\xc3\xbc", "a'b", "a\"b", "a#b", "a;b", "a\\b"}) {
         SCOPED_TRACE(type);
         char name[16] = "";
+        char given[16] = "given";
         EXPECT_NE(mxuci_add_section("t", type, name), 0);
+        EXPECT_NE(mxuci_add_section("t", type, given), 0);
         EXPECT_STREQ(name, "");
     }
     EXPECT_EQ(stored(), base);
