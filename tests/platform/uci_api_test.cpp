@@ -87,6 +87,11 @@ TEST_F(uci_api_test, null_arguments_are_refused)
     EXPECT_EQ(uci_set_confdir(ctx, nullptr), UCI_ERR_INVAL);
     EXPECT_EQ(uci_set_savedir(ctx, nullptr), UCI_ERR_INVAL);
     EXPECT_EQ(uci_set_conf2dir(ctx, nullptr), UCI_OK);
+    EXPECT_EQ(uci_add_delta_path(ctx, nullptr), UCI_ERR_INVAL);
+    EXPECT_EQ(uci_list_configs(ctx, nullptr), UCI_ERR_INVAL);
+    EXPECT_EQ(uci_parse_ptr(ctx, nullptr, nullptr), UCI_ERR_INVAL);
+    EXPECT_EQ(uci_lookup_ptr(ctx, nullptr, nullptr, true), UCI_ERR_INVAL);
+    EXPECT_EQ(uci_lookup_next(ctx, nullptr, &ctx->root, "n"), UCI_ERR_INVAL);
     EXPECT_EQ(uci_load(ctx, nullptr, nullptr), UCI_ERR_INVAL);
     EXPECT_EQ(uci_unload(ctx, nullptr), UCI_ERR_INVAL);
     EXPECT_EQ(uci_save(ctx, nullptr), UCI_ERR_INVAL);
@@ -381,6 +386,48 @@ TEST_F(uci_api_test, a_tuple_is_split_at_its_first_equals_sign)
     EXPECT_STREQ(ptr.value, "");
     EXPECT_EQ(ptr.section, nullptr);
     EXPECT_EQ(uci_parse_ptr(ctx, &ptr, nullptr), UCI_ERR_INVAL);
+}
+
+TEST_F(uci_api_test, an_element_filled_in_stands_for_what_it_is_in)
+{
+    uci_package *const p = load();
+    uci_section *const lan = section(p, "lan");
+
+    uci_ptr ptr = {};
+    ptr.s = lan;
+    EXPECT_EQ(uci_lookup_ptr(ctx, &ptr, nullptr, false), UCI_OK);
+    EXPECT_TRUE(is_complete(ptr));
+    EXPECT_EQ(ptr.p, p);
+    EXPECT_EQ(ptr.last, &lan->e);
+
+    ptr = {};
+    ptr.o = uci_lookup_option(ctx, lan, "proto");
+    ptr.value = "dhcp";
+    EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(ptr.s, lan);
+    EXPECT_STREQ(uci_lookup_option_string(ctx, lan, "proto"), "dhcp");
+}
+
+// The names in a ptr may be those of the elements that go away.
+TEST_F(uci_api_test, names_borrowed_from_elements_are_not_used_after_their_end)
+{
+    uci_package *p = load();
+    uci_section *lan = section(p, "lan");
+    uci_ptr ptr = named(p->e.name, lan->e.name, uci_lookup_option(ctx, lan, "proto")->e.name);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_NOTFOUND);
+
+    ptr = named(p->e.name, lan->e.name);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_NOTFOUND);
+    EXPECT_EQ(uci_save(ctx, p), UCI_OK);
+    EXPECT_EQ(delta(), "-n.lan.proto\n-n.lan\n");
+
+    ptr = named(p->e.name, section(p, "g")->e.name);
+    EXPECT_EQ(uci_revert(ctx, &ptr), UCI_OK);
+    EXPECT_EQ(ptr.package, nullptr);
+    EXPECT_EQ(ptr.section, nullptr);
+    EXPECT_EQ(ptr.last, &ptr.p->e);
 }
 
 TEST_F(uci_api_test, names_filled_in_are_taken_literally_unless_marked_as_references)

@@ -8,11 +8,13 @@
 #include <functional>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -165,6 +167,50 @@ TEST_F(uci_commit_test, modes_and_links_are_kept)
     EXPECT_EQ(fs::status(root + "/elsewhere/real").permissions(), fs::perms(0640));
     EXPECT_NE(read(root + "/elsewhere/real")->find("\toption a '1'\n"), std::string::npos);
     EXPECT_EQ(files(), std::vector<std::string>{"n"});
+}
+
+TEST_F(uci_commit_test, a_link_to_a_file_that_is_to_be_made_stays_one)
+{
+    fs::create_directory(root + "/elsewhere");
+    fs::create_symlink("../elsewhere/real", config_path("new"));
+    write(root + "/input", "config t x\n");
+
+    quietly({"-f " + root + "/input import new"});
+
+    EXPECT_TRUE(fs::is_symlink(config_path("new")));
+    EXPECT_EQ(read(root + "/elsewhere/real"), "\nconfig t 'x'\n\n");
+    EXPECT_EQ(fs::status(root + "/elsewhere/real").permissions(), fs::perms(0600));
+}
+
+// From now on the permissions of files hold for root, too.
+void give_up_privileges()
+{
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+    ASSERT_EQ(syscall(SYS_capset, &header, none), 0);
+}
+
+TEST_F(uci_commit_test, what_may_not_be_opened_is_an_io_error)
+{
+    expect_in_child([this] {
+        const std::string others = root + "/others";
+        fs::create_directory(others);
+        write(others + "/n", "n.lan.proto='theirs'\n");
+        fs::permissions(others + "/n", fs::perms::none);
+        give_up_privileges();
+        EXPECT_EQ(uci_add_delta_path(ctx, others.c_str()), UCI_OK);
+        uci_ptr ptr = named("n", "lan", "a", "1");
+        EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK) << "someone else's changes are passed over";
+        EXPECT_STREQ(uci_lookup_option_string(ctx, ptr.s, "proto"), "static");
+
+        fs::permissions(config_path(), fs::perms(0400));
+        EXPECT_EQ(uci_commit(ctx, &ptr.p, false), UCI_ERR_IO);
+        EXPECT_EQ(delta(), std::nullopt) << "not even saved";
+        fs::permissions(config_path(), fs::perms::none);
+        EXPECT_EQ(uci_load(new_context().get(), "n", nullptr), UCI_ERR_IO);
+        fs::permissions(config_path(), fs::perms(0600));
+        EXPECT_EQ(config(), base_config);
+    });
 }
 
 TEST_F(uci_commit_test, generated_names_are_written_on_demand)

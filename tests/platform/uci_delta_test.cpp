@@ -262,6 +262,24 @@ TEST_F(uci_delta_test, a_failed_save_keeps_the_changes_in_memory)
     EXPECT_EQ(delta(), "n.lan.a='1'\n");
 }
 
+TEST_F(uci_delta_test, only_one_level_of_the_save_directory_is_made)
+{
+    const std::string deep = root + "/none/deep";
+    uci_ptr ptr = named("n", "lan", "a", "1");
+    ASSERT_EQ(uci_set(ctx, &ptr), UCI_OK);
+    ASSERT_EQ(uci_set_savedir(ctx, deep.c_str()), UCI_OK);
+
+    EXPECT_EQ(uci_save(ctx, ptr.p), UCI_ERR_IO);
+    EXPECT_FALSE(fs::exists(root + "/none"));
+
+    fs::create_directory(root + "/none");
+    fs::create_directories(deep + "/n"); // a directory in the delta file's place
+    EXPECT_EQ(uci_save(ctx, ptr.p), UCI_ERR_IO);
+    fs::remove_all(deep);
+    EXPECT_EQ(uci_save(ctx, ptr.p), UCI_OK);
+    EXPECT_EQ(read(deep + "/n"), "n.lan.a='1'\n");
+}
+
 TEST_F(uci_delta_test, a_torn_last_line_does_not_take_the_next_one_along)
 {
     write_delta("n.lan.b=to");

@@ -119,6 +119,9 @@ TEST_F(uci_tool_test, changes_need_their_section_and_a_value)
     expect_failure("add_list n.nosec.l=1", 1, invalid_argument);
     expect_failure("set n.lan", 1, invalid_argument);
     expect_failure("set n=x", 1, invalid_argument);
+    expect_failure("set n.foo-bar=x", 1, invalid_argument);
+    expect_failure("set n.lan.a-b=x", 1, "uci: Parse error\n");
+    expect_failure("set nope.lan.a=x", 1, unknown_entry);
     expect_failure("add_list n.lan=1", 1, invalid_argument);
     expect_failure("del_list n=1", 1, invalid_argument);
     EXPECT_EQ(delta(), std::nullopt);
@@ -232,6 +235,9 @@ TEST_F(uci_tool_test, renamed_and_moved_sections_are_committed_so)
                         "\nconfig device\n\toption name 'pon.1'\n\n");
     expect_failure("reorder n.nope=1", 1, unknown_entry);
     expect_failure("reorder n.l2", 1, unknown_entry);
+    expect_failure("reorder n=0", 1, unknown_entry);
+    expect_failure("reorder n.l2=first", 1, invalid_argument);
+    expect_failure("reorder n.l2.proto=0", 1, invalid_argument);
     expect_failure("rename n.nope=x", 1, unknown_entry);
 }
 
@@ -329,6 +335,10 @@ TEST_F(uci_tool_test, batch_goes_on_after_errors)
         {"a joined line", "get \\\nn.lan.proto\nget n.la\\\nn\n", "static\ninterface\n", ""},
         {"no newline at the end", "get n.lan", "interface\n", ""},
         {"an open quote at the end", "get n.lan\nset n.lan.v='1\n", "interface\n", "Parse error\n"},
+        {"an open quote and no newline at the end", "get n.lan\nset n.lan.v='1", "interface\n",
+         "Parse error\n"},
+        {"a byte that no value can hold", std::string("get n.\0\nget n.lan\n", 18), "interface\n",
+         "Parse error\n"},
         {"a batch within", "batch\nget n.lan\n", "interface\n", "Unknown command\n"},
         {"a committed package can be changed again",
          "set n.lan.k=1\ncommit n\nset n.lan.k=2\ncommit n\nget n.lan.k\n", "2\n", ""},
@@ -404,6 +414,7 @@ TEST_F(uci_tool_test, import_can_merge_into_the_delta)
     EXPECT_EQ(delta(),
               "n.lan.mtu='9'\n|n.lan.l='1'\n+n.cfg050f15='device'\nn.cfg050f15.name='new'\nn.w='t'\n");
     expect_failure("-m -f " + root + "/input import nope", 1, unknown_entry);
+    expect_failure("-m -f " + root + "/input import", 1, invalid_argument);
 }
 
 TEST_F(uci_tool_test, an_input_that_cannot_be_opened_is_an_error)
