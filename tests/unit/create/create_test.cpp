@@ -332,6 +332,22 @@ TEST_F(create_test, servers_of_a_protocol_that_is_off_are_not_written)
     }
 }
 
+TEST_F(create_test, flags_beyond_1_dial_always_and_learn_servers_and_prefixes)
+{
+    wan_config wan = routed_pppoe(0, {.vid = 100, .ip_protocol = 3});
+    wan.pppDialMode = 2; // provisioning files may say anything
+    wan.autoDns = 2;
+    wan.autoDnsV6 = 2;
+    wan.ipv6PrefixProxy = 2;
+    put(wan.priDns, "192.0.2.1");
+    put(wan.priDnsV6, "2001:db8::1");
+
+    EXPECT_EQ(wan_create(&wan, 0), 0);
+
+    for (const char *const option : {"demand", "peerdns", "dns", "delegate"})
+        EXPECT_EQ(gateway.uci_get(std::string("network.wan_1.") + option), std::nullopt) << option;
+}
+
 TEST_F(create_test, any_ip_mode_above_static_dials)
 {
     wan_config wan = routed_pppoe(0);
@@ -421,17 +437,19 @@ TEST_F(create_test, a_ds_lite_tunnel_is_made_for_ipv6_only)
         wan_config wan;
         const char *below; // null: no tunnel
         text_lines zone;
+        uint8_t flag = 1;
     } cases[] = {
         {routed_dhcp(0, {.ip_protocol = 2}), "wan_1_v6", {"wan_1_v6", "dslite_1"}},
         {routed_pppoe(0, {.ip_protocol = 2}), "wan_1", {"wan_1", "dslite_1"}},
         {routed_static(0, {.ip_protocol = 2}), "wan_1", {"wan_1", "dslite_1"}},
         {routed_dhcp(0, {.ip_protocol = 3}), nullptr, {"wan_1", "wan_1_v6"}},
         {routed_dhcp(0, {.ip_protocol = 1}), nullptr, {"wan_1"}},
+        {routed_dhcp(0, {.ip_protocol = 2}), nullptr, {"wan_1_v6"}, 2},
     };
     for (auto &row : cases) {
         SCOPED_TRACE(row.wan.ipMode * 10 + row.wan.ipProtocol);
         start_over();
-        row.wan.ipv6DsLite = 1;
+        row.wan.ipv6DsLite = row.flag;
         put(row.wan.ipv6AddrDsLite, "2001:db8::aaaa");
 
         const std::string section = interface_after(row.wan, "dslite_1");
@@ -448,9 +466,13 @@ TEST_F(create_test, a_ds_lite_tunnel_is_made_for_ipv6_only)
 
 TEST_F(create_test, the_ip_host_is_noted_on_the_main_interface)
 {
-    wan_config wan = routed_dhcp(0, {.vid = 1});
-    wan.iphostId = 2;
-    EXPECT_TRUE(interface_after(wan, "wan_1").ends_with(option("iphostId", "2")));
+    for (wan_config wan : {routed_dhcp(0, {.vid = 1}), routed_static(0, {.vid = 1, .ip_protocol = 2}),
+                           routed_pppoe(0, {.vid = 1, .ip_protocol = 2})}) {
+        SCOPED_TRACE(wan.ipMode);
+        start_over();
+        wan.iphostId = 2;
+        EXPECT_TRUE(interface_after(wan, "wan_1").ends_with(option("iphostId", "2")));
+    }
 
     EXPECT_EQ(interface_after(routed_dhcp(0, {.vid = 2}), "wan_2").find("iphostId"), std::string::npos);
 }
