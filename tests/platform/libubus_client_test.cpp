@@ -527,6 +527,24 @@ TEST_F(libubus_call_test, a_call_left_to_the_loop_can_still_be_waited_for)
     EXPECT_FALSE(call.req.pending);
 }
 
+TEST_F(libubus_call_test, a_raw_callback_gets_whole_answers_in_place_of_their_data)
+{
+    serve();
+    async_call call;
+    call.prepare(ctx, object.id, "twice");
+    call.req.raw_data_cb = [](ubus_request *r, int type, blob_attr *msg) {
+        EXPECT_EQ(type, UBUS_MSG_DATA);
+        EXPECT_EQ(blob_id(msg), 0u);
+        const blob_attr *const first = static_cast<blob_attr *>(blob_data(msg));
+        EXPECT_EQ(blob_id(first), static_cast<unsigned>(UBUS_ATTR_OBJID));
+        static_cast<async_call *>(r->priv)->seen += "raw ";
+    };
+
+    EXPECT_EQ(ubus_complete_request(ctx, &call.req, 10000), 0);
+
+    EXPECT_EQ(call.seen, "raw raw =0");
+}
+
 TEST_F(libubus_call_test, other_calls_are_completed_while_one_is_waited_for)
 {
     serve();

@@ -28,6 +28,8 @@ TEST_F(libubus_service_test, a_handler_knows_the_caller_and_the_object)
     test_object object("t", {{"who", [&](received_call &call) {
                                   known = std::string(call.req->acl.user) + " " + call.req->acl.group + " " +
                                           call.req->acl.object;
+                                  EXPECT_EQ(blob_id(call.msg), static_cast<unsigned>(UBUS_ATTR_DATA));
+                                  EXPECT_FALSE(blob_is_extended(call.msg));
                                   return 0;
                               }}});
     ASSERT_EQ(ubus_add_object(ctx, &object), 0);
