@@ -66,9 +66,9 @@ void choose_mac(creation &wan)
         const char *const name = network.plain(section, "name");
         if (strcmp(section->type, "device") != 0 || !name || strcmp(name, wan.device) != 0)
             continue;
-        char present[18] = {};
-        if (network.get(section, "macaddr", wan.mac) != 0 && wan_read_dev_mac(wan.device, present) == 0)
-            text_ref(wan.mac).set(present);
+        // Deliberate: what the system says takes the place of the first 8 characters, the derived rest stays.
+        if (network.get(section, "macaddr", wan.mac) != 0)
+            (void)wan_read_dev_mac(wan.device, wan.mac);
         return;
     }
 }

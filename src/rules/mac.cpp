@@ -57,11 +57,13 @@ int wan_read_dev_mac(const char *device, char (&mac_out)[18])
     char path[32];
     text_ref(path).format("/sys/class/net/%s/address", device);
     char text[8 + 1];
-    if (read_file(path, text) < 0) {
+    const long length = read_file(path, text);
+    if (length < 0) {
         log_error("Failed to read file: %s", path);
         return -1;
     }
-    text[strcspn(text, "\n")] = '\0';
-    memcpy(mac_out, text, strlen(text));
+    memcpy(mac_out, text, static_cast<size_t>(length));
+    if (char *const line_end = strchr(text, '\n'))
+        mac_out[line_end - text] = '\0';
     return 0;
 }

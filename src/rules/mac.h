@@ -8,6 +8,7 @@
 // parsed, logs that, returns -1 and leaves mac_out as it was.
 int wan_derive_mac(uint8_t wan_id, char (&mac_out)[18]);
 
-// Reads a network device's current address into a buffer of zeros. Returns 0, or -1 (logged) when there is no
-// such device. Deliberate: only the first 8 characters of the address are taken.
+// Reads a network device's current address. Returns 0, or -1 (logged) when there is no such device.
+// Deliberate: only the first 8 characters of the address are taken; what mac_out holds behind them stays. A
+// shorter address ends the text.
 int wan_read_dev_mac(const char *device, char (&mac_out)[18]);

@@ -663,7 +663,18 @@ TEST_F(create_test, a_configured_device_without_an_address_lends_what_the_system
 
     EXPECT_EQ(wan_create(&wan, 0), 0);
 
-    EXPECT_EQ(gateway.uci_get("network.@device[2].macaddr"), "02:aa:bb");
+    EXPECT_EQ(gateway.uci_get("network.@device[2].macaddr"), "02:aa:bb:33:44:56");
+}
+
+TEST_F(create_test, a_section_of_another_type_lends_no_address)
+{
+    gateway.set_config("network", gateway.config("network") + "\nconfig bridge-vlan\n" +
+                                      option("name", "pon.100") + option("macaddr", "02:00:00:00:00:01"));
+    const wan_config wan = routed_dhcp(0, {.vid = 100});
+
+    EXPECT_EQ(wan_create(&wan, 0), 0);
+
+    EXPECT_EQ(gateway.uci_get("network.@device[1].macaddr"), "00:11:22:33:44:56");
 }
 
 TEST_F(create_test, a_configured_device_that_does_not_exist_leaves_the_derived_address)

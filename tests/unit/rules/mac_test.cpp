@@ -1,6 +1,7 @@
 // MAC addresses: derived from the LAN bridge's, or read from a device.
 #include "rules/mac.h"
 
+#include "base/text.h"
 #include "support/code_test.h"
 
 #include <cerrno>
@@ -129,18 +130,25 @@ TEST_F(mac_test, only_eight_characters_of_a_devices_address_are_taken)
     char mac[18] = {};
 
     EXPECT_EQ(wan_read_dev_mac("pon", mac), 0);
-
     EXPECT_STREQ(mac, "02:aa:bb");
+
+    char present[18] = "00:11:22:33:44:55";
+    EXPECT_EQ(wan_read_dev_mac("pon", present), 0);
+    EXPECT_STREQ(present, "02:aa:bb:33:44:55") << "what is behind them stays";
 }
 
 TEST_F(mac_test, a_devices_address_ends_at_its_line)
 {
     const replaced_file address(gateway, "/sys/class/net/pon/address", "02:aa\n:bb:cc\n");
-    char mac[18] = {};
+    for (const char *const before : {"", "00:11:22:33:44:55"}) {
+        SCOPED_TRACE(before);
+        char mac[18] = {};
+        text_ref(mac).format("%s", before);
 
-    EXPECT_EQ(wan_read_dev_mac("pon", mac), 0);
+        EXPECT_EQ(wan_read_dev_mac("pon", mac), 0);
 
-    EXPECT_STREQ(mac, "02:aa");
+        EXPECT_STREQ(mac, "02:aa");
+    }
 }
 
 TEST_F(mac_test, a_missing_device_is_logged)
