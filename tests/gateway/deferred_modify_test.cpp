@@ -422,21 +422,37 @@ TEST_F(deferred_modify_test, queries_are_answered_in_the_middle_of_an_apply)
     EXPECT_EQ(text_lines{}, applied_updates());
 }
 
-TEST_F(deferred_modify_test, an_addition_that_comes_in_the_middle_of_an_apply_waits_for_its_end)
+TEST_F(deferred_modify_test, every_other_change_that_comes_in_the_middle_of_an_apply_waits_for_its_end)
 {
-    add(routed_dhcp(1, {.vid = 101}));
-    gateway.clear_commands();
-    expect_queued(1, R"("mtu":1400)", 1);
-    held_service network(gateway, "network");
-    ASSERT_TRUE(network.entered());
+    const struct {
+        const char *method;
+        std::string request;
+        bus_reply reply;
+        text_lines ids;
+    } cases[] = {
+        {"add", add_request(routed_dhcp(0, {.vid = 103})), result_reply(0, 0, queued), {"2", "1", "3"}},
+        {"modify", modify_request(routed_dhcp(2, {.vid = 104})), result_reply(0, 0, queued), {"1", "2"}},
+        {"del", R"({"wanId":2})", result_reply(0, 0, "korvel del OK."), {"1"}},
+        {"delAll", "{}", {0, ""}, {}},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.method);
+        (void)gateway.call("delAll");
+        add(routed_dhcp(1, {.vid = 101}));
+        add(routed_dhcp(2, {.vid = 102}));
+        expect_queued(1, R"("mtu":1400)", 1);
+        held_service network(gateway, "network");
+        ASSERT_TRUE(network.entered());
+        const std::string applied = gateway.config("network");
 
-    background_call addition("korvel", "add", add_request(routed_dhcp(2, {.vid = 102})));
-    EXPECT_FALSE(wait_until([this] { return gateway.uci_list("network.korvel.wanList") != text_lines{"1"}; },
-                            milliseconds(300)));
+        background_call call("korvel", row.method, row.request);
+        EXPECT_FALSE(wait_until([&] { return gateway.config("network") != applied; }, milliseconds(500)));
 
-    network.let_go();
-    EXPECT_EQ(result_reply(0, 0, queued), addition.wait());
-    EXPECT_EQ((text_lines{"1", "2"}), gateway.uci_list("network.korvel.wanList"));
+        network.let_go();
+        EXPECT_EQ(row.reply, call.wait());
+        EXPECT_EQ(row.ids, gateway.uci_list("network.korvel.wanList").value_or(text_lines{}));
+        ASSERT_TRUE(workers_end());
+    }
 }
 
 TEST_F(deferred_modify_test, a_change_that_falls_due_during_an_addition_waits_for_its_end)
