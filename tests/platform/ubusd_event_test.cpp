@@ -216,6 +216,23 @@ TEST_F(ubusd_event_test, listener_that_does_not_read_holds_up_nobody_and_recover
     EXPECT_EQ(1u, listener.pending().size());
 }
 
+TEST_F(ubusd_event_test, listener_that_reads_a_little_and_stops_holds_up_nobody)
+{
+    raw_client listener = connect();
+    ASSERT_EQ(0, listener.listen(listener.add_anonymous(), "big"));
+    raw_client sender = connect();
+    for (int i = 0; i < 100; i++)
+        ASSERT_EQ(0, sender.send_event("big", named_text("filler", std::string(10000, 'f'))));
+
+    // Each piece that is read lets the daemon send some of what it has queued, and not the rest.
+    for (int i = 0; i < 50; i++) {
+        ASSERT_FALSE(listener.receive_bytes().empty());
+        ASSERT_EQ(0, sender.call(message(msg_ping, 1, 0)));
+    }
+
+    EXPECT_EQ(50u, listener.pending().size());
+}
+
 TEST_F(ubusd_event_test, answers_to_a_client_that_does_not_read_are_bounded)
 {
     raw_client silent = connect();
