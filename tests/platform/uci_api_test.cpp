@@ -1,4 +1,5 @@
 // The library's functions: results, what they leave in memory, and what they leave in files.
+#include "uci_c_caller.h"
 #include "uci_fixture.h"
 
 #include <climits>
@@ -330,6 +331,8 @@ TEST_F(uci_api_test, a_reference_becomes_the_name_of_its_section)
         {"n.@device[-1]", "cfg040f15"},
         {"n.@device[-2]", "cfg020f15"},
         {"n.@device[]", "cfg020f15"},
+        {"n.@device[01]", "cfg040f15"},
+        {"n.@[ +3]", "cfg040f15"},
         {"n.@interface[0]", "lan"},
         {"n.@[0]", "g"},
         {"n.@[-1]", "cfg040f15"},
@@ -349,14 +352,31 @@ TEST_F(uci_api_test, a_reference_becomes_the_name_of_its_section)
     }
 }
 
+TEST_F(uci_api_test, a_ptr_looked_up_again_is_complete_only_if_all_is_found_again)
+{
+    uci_ptr ptr = named("n", "lan", "proto");
+    ASSERT_EQ(uci_lookup_ptr(ctx, &ptr, nullptr, false), UCI_OK);
+    ASSERT_TRUE(is_complete(ptr));
+
+    ptr.o = nullptr;
+    ptr.option = "zz";
+    EXPECT_EQ(uci_lookup_ptr(ctx, &ptr, nullptr, false), UCI_OK);
+
+    EXPECT_FALSE(is_complete(ptr));
+    EXPECT_EQ(ptr.last, &ptr.s->e);
+}
+
 TEST_F(uci_api_test, malformed_tuples_are_refused_and_leave_nothing)
 {
     const std::pair<const char *, int> cases[] = {
-        {"nope.a", UCI_ERR_NOTFOUND}, {"n.lan.", UCI_ERR_PARSE},       {"n.lan.a.b", UCI_ERR_PARSE},
-        {"", UCI_ERR_PARSE},          {"a b.c", UCI_ERR_PARSE},        {".lan", UCI_ERR_PARSE},
-        {"n.lan.a-b", UCI_ERR_PARSE}, {"n.lan.a=\x1b", UCI_ERR_PARSE}, {"n.@x", UCI_ERR_INVAL},
-        {"n.@x[a]", UCI_ERR_INVAL},   {"n.@x[0]y", UCI_ERR_INVAL},     {"n.foo-bar", UCI_ERR_INVAL},
-        {"n..a", UCI_ERR_INVAL},      {"n.", UCI_ERR_INVAL},           {"n.@[", UCI_ERR_INVAL},
+        {"nope.a", UCI_ERR_NOTFOUND}, {"n.lan.", UCI_ERR_PARSE},
+        {"n.lan.a.b", UCI_ERR_PARSE}, {"", UCI_ERR_PARSE},
+        {"a b.c", UCI_ERR_PARSE},     {".lan", UCI_ERR_PARSE},
+        {"n.lan.a-b", UCI_ERR_PARSE}, {"n.lan.a=\x1b", UCI_ERR_PARSE},
+        {"n.@x", UCI_ERR_INVAL},      {"n.@x[a]", UCI_ERR_INVAL},
+        {"n.@x[0]y", UCI_ERR_INVAL},  {"n.foo-bar", UCI_ERR_INVAL},
+        {"n..a", UCI_ERR_INVAL},      {"n.", UCI_ERR_INVAL},
+        {"n.@[", UCI_ERR_INVAL},      {"n.@device[0x1]", UCI_ERR_INVAL},
     };
     for (const auto &[tuple, code] : cases) {
         SCOPED_TRACE(tuple);
@@ -808,6 +828,23 @@ TEST_F(uci_api_test, sections_are_found_after_any_sequence_of_changes)
     EXPECT_EQ(found, expected);
 }
 
+// ---- the header in C ----
+
+TEST_F(uci_api_test, the_header_serves_c_as_well)
+{
+    uci_package *const p = load();
+    EXPECT_EQ(count_values_in_c(ctx, p, "cfg020f15", "ports"), 2U);
+    EXPECT_EQ(count_values_in_c(ctx, p, "cfg020f15", "name"), 1U);
+    EXPECT_EQ(count_values_in_c(ctx, p, "cfg020f15", "zz"), 0U);
+    EXPECT_EQ(count_values_in_c(ctx, p, "zz", "zz"), 0U);
+
+    char reference[] = "@device[1]";
+    EXPECT_TRUE(is_found_in_c(ctx, "n", reference));
+    EXPECT_EQ(delete_sections_in_c(ctx, uci_lookup_package(ctx, "n"), "device"), 2U);
+    EXPECT_EQ(exported(ctx, p), "\nconfig globals 'g'\n\toption u '1'\n"
+                                "\nconfig interface 'lan'\n\toption proto 'static'\n\n");
+}
+
 // ---- packages without delta ----
 
 class temporary_stream {
@@ -875,6 +912,18 @@ TEST_F(uci_api_test, a_file_loaded_by_path_is_rewritten_by_save)
     EXPECT_EQ(delta(), std::nullopt);
     uci_ptr ptr = named("n", nullptr);
     EXPECT_EQ(uci_revert(ctx, &ptr), UCI_ERR_INVAL);
+}
+
+TEST_F(uci_api_test, a_path_may_be_relative)
+{
+    expect_in_child([this] {
+        write(root + "/local", "config t x\n");
+        fs::current_path(root);
+        uci_package *p = nullptr;
+        ASSERT_EQ(uci_load(ctx, "./local", &p), UCI_OK);
+        EXPECT_STREQ(p->e.name, "local");
+        EXPECT_FALSE(p->has_delta);
+    });
 }
 
 TEST_F(uci_api_test, a_file_loaded_by_path_ignores_its_delta)

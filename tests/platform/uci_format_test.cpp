@@ -246,6 +246,10 @@ TEST_F(uci_format_test, the_lenient_tool_prints_each_skipped_error)
     EXPECT_EQ(result.output, "package n\n\nconfig t 'n'\n\n");
     EXPECT_EQ(result.errors, "Parse error (invalid command) at line 1, byte 0\n"
                              "Parse error (invalid character in name field) at line 3, byte 11\n");
+    EXPECT_EQ(uci("-q -S export n").errors, result.errors) << "not messages of the tool";
+    const program_result strict = uci("-S -s export n");
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_EQ(strict.errors, "uci: Parse error (invalid command) at line 1, byte 0\n");
 }
 
 // ---- generated names ----

@@ -55,6 +55,7 @@ TEST_F(uci_tool_test, misuse_is_answered_by_the_usage)
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(result.errors.substr(0, 10), "Usage: uci");
     }
+    EXPECT_EQ(uci("-q bogus").errors.substr(0, 10), "Usage: uci");
     for (const char *words : {"", "help", "-z", "-q help"}) {
         SCOPED_TRACE(words);
         const program_result result = uci(words);
@@ -70,6 +71,13 @@ TEST_F(uci_tool_test, show_prints_a_package_with_references)
                               "n.@device[1]=device\nn.@device[1].name='pon.1'\n";
     EXPECT_EQ(output_of("show n"), shown);
     EXPECT_EQ(output_of("SHOW n"), shown);
+}
+
+TEST_F(uci_tool_test, show_counts_named_sections_along)
+{
+    write_config("config t a\nconfig t\nconfig u\nconfig t b\nconfig t\n");
+
+    EXPECT_EQ(output_of("show n"), "n.a=t\nn.@t[1]=t\nn.@u[0]=u\nn.b=t\nn.@t[3]=t\n");
 }
 
 TEST_F(uci_tool_test, show_prints_a_section_with_its_generated_name)
@@ -183,6 +191,9 @@ TEST_F(uci_tool_test, deleting_with_a_commit_each_hits_every_other_section)
 TEST_F(uci_tool_test, missing_packages_and_elements_fail)
 {
     expect_failure("add nope t", 3, unknown_entry);
+    write(config_path("bad"), "foo\n");
+    expect_failure("add bad t", 5, "uci: Parse error (invalid command) at line 1, byte 0\n");
+    expect_failure("add .bad t", 3, unknown_entry);
     expect_failure("delete n.lan.nope", 1, unknown_entry);
     expect_failure("delete n", 1, invalid_argument);
     expect_failure("commit nope", 1, unknown_entry);
@@ -377,6 +388,7 @@ TEST_F(uci_tool_test, export_can_write_generated_names)
 TEST_F(uci_tool_test, import_replaces_a_package_and_leaves_its_delta)
 {
     quietly({"set n.lan.x=1"});
+    fs::permissions(config_path(), fs::perms(0640));
     write(root + "/input", "config interface 'lan'\n\toption mtu 9\n");
 
     quietly({"-f " + root + "/input import n", "-f " + root + "/input import new"});
@@ -384,6 +396,7 @@ TEST_F(uci_tool_test, import_replaces_a_package_and_leaves_its_delta)
     EXPECT_EQ(config(), "\nconfig interface 'lan'\n\toption mtu '9'\n\n");
     EXPECT_EQ(delta(), "n.lan.x='1'\n");
     EXPECT_EQ(fs::status(config_path("new")).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(config_path()).permissions(), fs::perms(0640));
 }
 
 TEST_F(uci_tool_test, import_without_a_name_needs_package_lines)
