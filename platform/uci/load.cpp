@@ -38,6 +38,8 @@ int locate(const context *ctx, const char *name, location *out)
         if (!valid_package(name))
             return UCI_ERR_INVAL;
         text override_path = ctx->conf2dir ? join_path(ctx->conf2dir, name) : nullptr;
+        if (ctx->conf2dir && !override_path)
+            return UCI_ERR_MEM;
         const bool overridden = override_path && exists(override_path.get());
         *out = {overridden ? std::move(override_path) : join_path(ctx->confdir, name), name, true};
     }

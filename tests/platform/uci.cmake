@@ -34,4 +34,5 @@ korvel_wrap_file_calls(uci_files_test)
 korvel_uci_test(uci_scale_test)
 korvel_uci_test(uci_memory_test)
 target_link_options(uci_memory_test PRIVATE
-    -Wl,--wrap=malloc -Wl,--wrap=calloc -Wl,--wrap=realloc -Wl,--wrap=strdup)
+    -Wl,--wrap=malloc -Wl,--wrap=calloc -Wl,--wrap=realloc -Wl,--wrap=strdup
+    -Wl,--wrap=asprintf -Wl,--wrap=open_memstream)

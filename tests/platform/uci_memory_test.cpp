@@ -2,6 +2,8 @@
 // is lost on disk, and nothing leaks or crashes.
 #include "uci_fixture.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -15,6 +17,9 @@ void *__wrap_malloc(size_t size);
 void *__wrap_calloc(size_t count, size_t size);
 void *__wrap_realloc(void *block, size_t size);
 char *__wrap_strdup(const char *text);
+FILE *__real_open_memstream(char **data, size_t *size);
+FILE *__wrap_open_memstream(char **data, size_t *size);
+int __wrap_asprintf(char **text, const char *pattern, ...) __attribute__((format(printf, 2, 3)));
 }
 
 namespace {
@@ -46,6 +51,22 @@ void *__wrap_realloc(void *block, size_t size)
 char *__wrap_strdup(const char *text)
 {
     return fails() ? nullptr : __real_strdup(text);
+}
+
+FILE *__wrap_open_memstream(char **data, size_t *size)
+{
+    return fails() ? nullptr : __real_open_memstream(data, size);
+}
+
+int __wrap_asprintf(char **text, const char *pattern, ...)
+{
+    if (fails())
+        return -1;
+    va_list arguments;
+    va_start(arguments, pattern);
+    const int length = vasprintf(text, pattern, arguments);
+    va_end(arguments);
+    return length;
 }
 
 namespace {
@@ -163,6 +184,41 @@ TEST_F(uci_memory_test, reverting)
         const int code = uci_set(own.get(), &ptr);
         ptr = named("n", "lan", "a");
         return code == UCI_OK ? uci_revert(own.get(), &ptr) : code;
+    });
+}
+
+TEST_F(uci_memory_test, an_override_is_not_passed_over)
+{
+    const std::string overrides = root + "/overrides";
+    std::filesystem::create_directory(overrides);
+    write(overrides + "/n", "config t over\n");
+    fail_each_allocation([&, this]() -> int {
+        const context_owner own = make_context(config_dir, save_dir);
+        if (!own || uci_set_conf2dir(own.get(), overrides.c_str()) != UCI_OK)
+            return UCI_ERR_MEM;
+        uci_package *p = nullptr;
+        const int code = uci_load(own.get(), "n", &p);
+        EXPECT_TRUE(!p || uci_lookup_section(own.get(), p, "over"));
+        return code;
+    });
+}
+
+TEST_F(uci_memory_test, writing_packages_without_delta)
+{
+    const std::string other = root + "/other", text = "config t n\n\toption o 1\n";
+    fail_each_allocation([&, this]() -> int {
+        const context_owner own = make_context(config_dir, save_dir);
+        if (!own)
+            return UCI_ERR_MEM;
+        write(other, text);
+        uci_ptr ptr = named("other", "n", "o", "2");
+        int code = uci_load(own.get(), other.c_str(), &ptr.p);
+        if (code == UCI_OK)
+            code = uci_set(own.get(), &ptr);
+        if (code == UCI_OK)
+            code = uci_save(own.get(), ptr.p);
+        EXPECT_EQ(read(other), code == UCI_OK ? "\nconfig t 'n'\n\toption o '2'\n\n" : text);
+        return code;
     });
 }
 
