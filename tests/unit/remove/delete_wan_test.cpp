@@ -7,7 +7,26 @@
 #include "support/small_disk.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
+
+namespace {
+
+int identifier_failure =
+    0; // what taking an identifier off the list results in, without doing it; 0: as usual
+
+} // namespace
+
+extern "C" {
+
+int __real_mxuci_del_list(const char *config, const char *section, const char *option, const char *value);
+int __wrap_mxuci_del_list(const char *config, const char *section, const char *option, const char *value)
+{
+    if (identifier_failure != 0 && strcmp(option, "wanList") == 0)
+        return identifier_failure;
+    return __real_mxuci_del_list(config, section, option, value);
+}
+}
 
 namespace {
 
@@ -25,6 +44,7 @@ text_lines joined(text_lines first, const text_lines &second)
 class delete_wan_test : public code_test {
 protected:
     delete_wan_test() { gateway.set_ports({.lan = 4}); }
+    ~delete_wan_test() override { identifier_failure = 0; }
 
     // Stores the WAN with scripts that note how they are run.
     void store(const wan_config &wan)
@@ -364,6 +384,31 @@ TEST_F(delete_wan_test, what_cannot_be_written_is_logged_and_returned_and_the_re
     EXPECT_EQ(gateway.device_section(1), std::nullopt);
     EXPECT_FALSE(gateway.exists("/etc/hotplug.d/iface/99-wan_1"));
     EXPECT_EQ(gateway.commands(), reloads);
+}
+
+TEST_F(delete_wan_test, a_failure_at_the_beginning_is_still_the_result_when_all_else_went_well)
+{
+    for (const wan_config &wan :
+         {routed_dhcp(1, {.vid = 100, .ip_protocol = 3}), bridged_wan(1, "1000", {.vid = 100})}) {
+        SCOPED_TRACE(wan.wanMode);
+        start_over();
+        const std::string before = whole_configuration();
+        store(wan);
+        const std::string stored = whole_configuration();
+        identifier_failure = 9;
+
+        EXPECT_EQ(wan_delete(1, with_reload, keeping_ids), 9);
+        EXPECT_EQ(whole_configuration(), stored) << "nobody would write the WAN again";
+
+        EXPECT_EQ(wan_delete(1, with_reload, dropping_ids), 9);
+        EXPECT_EQ(gateway.log_texts(LOG_ERR),
+                  (text_lines{"Failed to delete wan_1: 9", "Failed to delete wan_1: 9"}));
+        EXPECT_EQ(gateway.commands(), reloads);
+        identifier_failure = 0;
+        gateway.uci_delete("network.korvel.wanList");
+        gateway.uci_set("network.korvel.maxWanId", "0");
+        EXPECT_EQ(whole_configuration(), before);
+    }
 }
 
 TEST_F(delete_wan_test, a_read_only_configuration_stays_whole)
