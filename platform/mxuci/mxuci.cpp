@@ -121,18 +121,20 @@ private:
     bool valid_;
 };
 
-// Whether pending changes have any effect on the file, as against lines that cannot be applied and stay for
-// ever.
-bool delta_applies(const char *path, uci_context *loaded_with_delta, uci_package *package)
+// Whether two exports differ, as far as can be told.
+bool differ(const exported_text &one, const exported_text &other)
+{
+    return !one || !other || one.size() != other.size() || memcmp(one.data(), other.data(), one.size()) != 0;
+}
+
+// Whether pending changes make a configuration another than its file says.
+bool delta_applies(const char *path, const exported_text &with_delta)
 {
     const context_owner plain;
     uci_package *without = nullptr;
     if (!plain || uci_load(plain.get(), path, &without) != UCI_OK)
         return true;
-    const exported_text before(plain.get(), without);
-    const exported_text after(loaded_with_delta, package);
-    return !before || !after || before.size() != after.size() ||
-           memcmp(before.data(), after.data(), after.size()) != 0;
+    return differ(exported_text(plain.get(), without), with_delta);
 }
 
 enum class outcome { done, failed, again };
@@ -179,7 +181,7 @@ outcome attempt(const char *config, const change_type &change, int *result_out)
     *result_out = context ? uci_load(context.get(), config, &package) : UCI_ERR_MEM;
     if (*result_out != UCI_OK)
         return outcome::failed;
-    before.delta_counts = before.delta.size > 0 && delta_applies(before.paths.file, context.get(), package);
+    const exported_text loaded(context.get(), package);
     *result_out = change(context.get(), package);
     if (*result_out != UCI_OK)
         return outcome::failed;
@@ -188,6 +190,9 @@ outcome attempt(const char *config, const change_type &change, int *result_out)
     *result_out = content ? UCI_OK : UCI_ERR_MEM;
     if (!content)
         return outcome::failed;
+    // Also when the pending changes cancel each other out: left behind, they would undo this one.
+    before.delta_counts =
+        before.delta.size > 0 && (differ(loaded, content) || delta_applies(before.paths.file, loaded));
     const outcome stored = store(before, content);
     *result_out = stored == outcome::done ? UCI_OK : UCI_ERR_IO;
     return stored;

@@ -134,13 +134,36 @@ TEST_F(mxuci_attempts_test, a_file_that_vanishes_meanwhile_is_not_made_anew)
     expect_no_temporary_file();
 }
 
-TEST_F(mxuci_attempts_test, pending_changes_that_do_not_apply_stay)
+TEST_F(mxuci_attempts_test, pending_changes_that_do_not_apply_go_with_the_next_one_that_does)
 {
     gateway.write_file("/tmp/.uci/t", "t.none.a='1'\n");
 
-    EXPECT_EQ(mxuci_set("t", "g", "ours", "1"), 0);
-
+    EXPECT_EQ(mxuci_set("t", "g", "one", "1"), 0) << "no change";
     EXPECT_EQ(gateway.file("/tmp/.uci/t"), "t.none.a='1'\n");
+
+    EXPECT_EQ(mxuci_set("t", "g", "one", "2"), 0);
+    EXPECT_EQ(gateway.file("/tmp/.uci/t"), "");
+}
+
+TEST_F(mxuci_attempts_test, pending_changes_that_cancel_out_do_not_undo_a_later_one)
+{
+    ASSERT_EQ(run_program({"uci", "set", "t.g.one=2"}).status, 0);
+    ASSERT_EQ(run_program({"uci", "set", "t.g.one=1"}).status, 0);
+
+    EXPECT_EQ(mxuci_set("t", "g", "one", "3"), 0);
+
+    EXPECT_EQ(gateway.uci_get("t.g.one"), "3");
+    EXPECT_EQ(gateway.file("/tmp/.uci/t"), "");
+}
+
+TEST_F(mxuci_attempts_test, a_pending_change_that_is_taken_back_does_not_return)
+{
+    ASSERT_EQ(run_program({"uci", "set", "t.g.one=2"}).status, 0);
+
+    EXPECT_EQ(mxuci_set("t", "g", "one", "1"), 0);
+
+    EXPECT_EQ(stored(), base);
+    EXPECT_EQ(gateway.uci_get("t.g.one"), "1");
 }
 
 // Kept, they might be applied a second time.
