@@ -350,34 +350,33 @@ bytes receive_message_with_fd(raw_client &client, int &fd_out)
 
 TEST_F(ubusd_call_test, descriptors_wait_with_their_calls_and_eight_at_most)
 {
-    // More than the kernel holds for a client that does not read, and less than the daemon queues.
+    // The fillers are more than the kernel holds for a client that does not read, and less than the daemon
+    // queues. What has been read makes room again.
     constexpr int fillers = 4, with_descriptor = 10, kept = 8;
-    for (int i = 0; i < fillers; i++)
-        caller.send(invoke(object, call_fields(object, "fill") + attribute(field_data, bytes(200000)), 1));
     pipe_probe probe;
-    for (uint16_t seq = 2; seq < 2 + with_descriptor; seq++) {
-        ASSERT_TRUE(send_with_fd(caller.socket(), invoke(object, call_fields(object, "take") + no_data, seq),
-                                 probe.ends[1]));
-    }
-    EXPECT_TRUE(caller.pending().empty());
+    for (int round = 0; round < 2; round++) {
+        SCOPED_TRACE(round);
+        for (int i = 0; i < fillers; i++)
+            caller.send(
+                invoke(object, call_fields(object, "fill") + attribute(field_data, bytes(200000)), 1));
+        for (uint16_t seq = 2; seq < 2 + with_descriptor; seq++) {
+            ASSERT_TRUE(send_with_fd(
+                caller.socket(), invoke(object, call_fields(object, "take") + no_data, seq), probe.ends[1]));
+        }
+        EXPECT_TRUE(caller.pending().empty());
 
-    int fd = -1;
-    for (int i = 0; i < fillers; i++) {
-        EXPECT_EQ(1, receive_message_with_fd(owner, fd).at(3));
-        EXPECT_EQ(-1, fd);
+        int fd = -1;
+        for (int i = 0; i < fillers; i++) {
+            EXPECT_EQ(1, receive_message_with_fd(owner, fd).at(3));
+            EXPECT_EQ(-1, fd);
+        }
+        for (int i = 0; i < kept; i++) {
+            EXPECT_EQ(2 + i, receive_message_with_fd(owner, fd).at(3));
+            EXPECT_GE(fd, 0);
+            close(fd);
+        }
+        EXPECT_TRUE(owner.pending().empty()) << "the calls beyond were dropped";
     }
-    for (int i = 0; i < kept; i++) {
-        EXPECT_EQ(2 + i, receive_message_with_fd(owner, fd).at(3));
-        EXPECT_GE(fd, 0);
-        close(fd);
-    }
-    EXPECT_TRUE(owner.pending().empty()) << "the calls beyond were dropped";
-
-    ASSERT_TRUE(send_with_fd(caller.socket(), invoke(object, call_fields(object, "take") + no_data, 99),
-                             probe.ends[1]));
-    EXPECT_EQ(99, receive_message_with_fd(owner, fd).at(3));
-    EXPECT_GE(fd, 0);
-    close(fd);
     probe.drop_writer();
     EXPECT_TRUE(wait_until([&] { return probe.writer_is_gone(); })) << "the daemon kept none";
 }

@@ -233,6 +233,24 @@ TEST_F(ubusd_event_test, listener_that_reads_a_little_and_stops_holds_up_nobody)
     EXPECT_EQ(50u, listener.pending().size());
 }
 
+TEST_F(ubusd_event_test, what_a_slow_listener_has_read_makes_room_again)
+{
+    raw_client listener = connect();
+    ASSERT_EQ(0, listener.listen(listener.add_anonymous(), "big"));
+    raw_client sender = connect();
+    // Each round is more than the kernel takes and fits the queue; all rounds together would not.
+    constexpr size_t events = 80;
+    for (int round = 0; round < 5; round++) {
+        SCOPED_TRACE(round);
+        for (size_t i = 0; i < events; i++)
+            ASSERT_EQ(0, sender.send_event("big", named_text("filler", std::string(10000, 'f'))));
+
+        for (size_t i = 0; i < events; i++)
+            ASSERT_FALSE(listener.receive_bytes().empty());
+    }
+    EXPECT_TRUE(listener.pending().empty());
+}
+
 TEST_F(ubusd_event_test, answers_to_a_client_that_does_not_read_are_bounded)
 {
     raw_client silent = connect();

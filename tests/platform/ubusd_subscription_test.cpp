@@ -116,17 +116,38 @@ TEST_F(ubusd_subscription_test, subscribing_again_doubles_nothing)
     EXPECT_EQ(1u, watcher.pending().size());
 }
 
-TEST_F(ubusd_subscription_test, subscription_comes_out_of_the_subscribers_storage)
+// Leaves a client room in the daemon for what takes `rest` bytes at most, by patterns of its object.
+void use_up_storage(raw_client &client, uint32_t object, size_t rest)
 {
-    for (const std::string &pattern : {std::string(100000, 'p'), std::string("p")}) {
+    for (const size_t length : {size_t{100000}, rest}) {
         int status = 0;
         for (int i = 0; status == 0 && i < 10000; i++)
-            status = watcher.listen(eye, pattern);
+            status = client.listen(object, std::string(length, 'p'));
         ASSERT_EQ(11, status);
     }
+}
+
+TEST_F(ubusd_subscription_test, subscription_comes_out_of_the_subscribers_storage)
+{
+    use_up_storage(watcher, eye, 1);
 
     EXPECT_EQ(11, subscribe());
     EXPECT_TRUE(owner.pending().empty());
+}
+
+TEST_F(ubusd_subscription_test, storage_of_a_subscription_comes_back_with_its_end)
+{
+    use_up_storage(watcher, eye, 100);
+
+    // There is room for two or three at a time.
+    for (int round = 0; round < 5; round++) {
+        SCOPED_TRACE(round);
+        ASSERT_EQ(0, subscribe());
+        ASSERT_EQ(0, unsubscribe());
+        ASSERT_EQ(0, subscribe());
+        ASSERT_EQ(0, owner.call(message(msg_remove_object, 1, 0, number_field(field_object, target))));
+        target = owner.add_object("t");
+    }
 }
 
 TEST_F(ubusd_subscription_test, notification_without_reply_says_so_first)
