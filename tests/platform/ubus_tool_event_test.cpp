@@ -148,6 +148,23 @@ TEST_F(ubus_tool_event_test, waiting_for_what_never_comes_times_out)
     EXPECT_EQ("", run({"-S", "-t", "0", "wait_for", "nosuch"}).errors);
 }
 
+TEST_F(ubus_tool_event_test, waiting_is_not_ended_by_other_objects)
+{
+    raw_client owner = connect();
+    child_process tool(command({"-S", "-t", "1", "wait_for", "one", "two"}));
+
+    // They come at every stage of the tool's start, and while it waits.
+    for (int i = 0; tool.running(); i++) {
+        owner.add_object("one" + std::to_string(i));
+        const uint32_t first = owner.add_object("on");
+        owner.call(message(msg_remove_object, 1, 0, number_field(field_object, first)));
+        if (i == 0)
+            owner.add_object("two");
+    }
+
+    EXPECT_EQ(7, tool.wait());
+}
+
 TEST_F(ubus_tool_event_test, waiting_ends_when_the_last_object_comes)
 {
     // The objects come earlier and later in the tool's start from round to round: before it looks, in
