@@ -102,16 +102,21 @@ TEST_F(create_test, a_multicast_vlan_is_written_behind_the_wans_own)
 
 TEST_F(create_test, an_untagged_wan_is_on_the_uplink_itself)
 {
-    wan_config wan = routed_dhcp(0, {.mvid = 200, .prio = 5, .service = 2});
-    wan.vid = 100; // of no account
+    for (const uint8_t mode : {uint8_t{0}, uint8_t{2}}) { // any mode but 1
+        SCOPED_TRACE(mode);
+        start_over();
+        wan_config wan = routed_dhcp(0, {.mvid = 200, .prio = 5, .service = 2});
+        wan.vlanMode = mode;
+        wan.vid = 100; // of no account
 
-    const std::string device = device_of(wan);
+        const std::string device = device_of(wan);
 
-    EXPECT_TRUE(device.starts_with("\nconfig device\n" + option("name", "pon") + option("mtu", "1500")))
-        << device;
-    for (const char *absent : {"option type", "ifname", "vid", "egress_qos_mapping"})
-        EXPECT_EQ(device.find(absent), std::string::npos) << absent;
-    EXPECT_NE(device.find(option("lkname", "1_TR069_R_VID_")), std::string::npos) << device;
+        EXPECT_TRUE(device.starts_with("\nconfig device\n" + option("name", "pon") + option("mtu", "1500")))
+            << device;
+        for (const char *absent : {"option type", "ifname", "vid", "egress_qos_mapping"})
+            EXPECT_EQ(device.find(absent), std::string::npos) << absent;
+        EXPECT_NE(device.find(option("lkname", "1_TR069_R_VID_")), std::string::npos) << device;
+    }
 }
 
 TEST_F(create_test, device_names_are_cut_at_11_characters)

@@ -168,6 +168,15 @@ TEST_F(main_test, start_up_keeps_its_order)
     EXPECT_TRUE(gateway.log().empty());
 }
 
+TEST_F(main_test, the_loop_leaves_children_to_those_who_wait_for_them)
+{
+    uloop_handle_sigchld = true;
+
+    EXPECT_EQ(0, run({"-d"}));
+
+    EXPECT_FALSE(uloop_handle_sigchld);
+}
+
 TEST_F(main_test, without_a_bus_the_loop_runs_with_nothing_registered)
 {
     bus_is_there = false;

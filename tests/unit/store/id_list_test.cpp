@@ -78,6 +78,15 @@ TEST_F(id_list_test, a_new_identifier_is_the_highest_plus_one)
     expect_highest(5);
 }
 
+TEST_F(id_list_test, the_highest_identifier_is_written_as_a_signed_number)
+{
+    given({"1"}, INT32_MAX);
+
+    EXPECT_EQ(uint32_t{INT32_MAX} + 1, wan_id_alloc(0));
+
+    EXPECT_EQ("-2147483648", gateway.uci_get("network.korvel.maxWanId"));
+}
+
 TEST_F(id_list_test, gaps_are_left_alone_without_minimum_mode)
 {
     for (const char *use : {"", "0", "none"}) {

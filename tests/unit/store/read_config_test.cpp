@@ -416,6 +416,17 @@ TEST_F(read_config_test, on_demand_dialling_reads_back_in_8_bits)
     expect_no_errors();
 }
 
+TEST_F(read_config_test, a_list_is_read_as_its_values_with_blanks_between)
+{
+    store(routed_pppoe(1));
+    gateway.uci_delete(interface("username"));
+    gateway.uci_add_list(interface("username"), "alice");
+    gateway.uci_add_list(interface("username"), "bob");
+    gateway.uci_add_list(interface("username"), std::string(60, 'c'));
+
+    EXPECT_EQ("alice bob " + std::string(54, 'c'), text_view(read(1).pppUser));
+}
+
 TEST_F(read_config_test, pppoe_texts_have_at_most_64_characters)
 {
     store(routed_pppoe(1));
