@@ -234,22 +234,24 @@ TEST_F(ubusd_access_test, file_that_others_could_have_written_is_left_out)
 {
     const struct {
         const char *what;
-        unsigned owner;
+        unsigned owner, group;
         mode_t mode;
         bool used;
     } cases[] = {
-        {"ours", 0, 0644, true},
-        {"group-writable", 0, 0664, false},
-        {"writable by all", 0, 0646, false},
-        {"executable by all", 0, 0645, false},
-        {"executable by its owner", 0, 0744, true},
-        {"somebody else's", nobody, 0644, false},
+        {"ours", 0, 0, 0644, true},
+        {"group-writable", 0, 0, 0664, false},
+        {"writable by all", 0, 0, 0646, false},
+        {"executable by all", 0, 0, 0645, false},
+        {"executable by its owner", 0, 0, 0744, true},
+        {"somebody else's", nobody, nobody, 0644, false},
+        {"somebody else's in our group", nobody, 0, 0644, false},
+        {"ours in another group", 0, nobody, 0644, false},
     };
     raw_client stranger = connect_as_nobody();
     for (const auto &row : cases) {
         SCOPED_TRACE(row.what);
         const std::string path = write_access_file(R"({"user": "nobody", "send": ["a"]})");
-        ASSERT_EQ(0, chown(path.c_str(), row.owner, row.owner));
+        ASSERT_EQ(0, chown(path.c_str(), row.owner, row.group));
         ASSERT_EQ(0, chmod(path.c_str(), row.mode));
         reload();
 

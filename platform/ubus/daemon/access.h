@@ -26,9 +26,9 @@ bool matches(std::string_view pattern, std::string_view text);
 
 class access_rules {
 public:
-    // Reads <directory>/*.json in place of what was read before. A file that is not root's (or of the user
-    // this daemon runs as), that others may write or execute, or that is no valid rule file is reported on
-    // standard error and left out.
+    // Reads <directory>/*.json in place of what was read before. A file that does not belong to root and
+    // root's group (nor to the user this daemon runs as, when that is another), that others may write or
+    // execute, or that is no valid rule file is reported on standard error and left out.
     void load(const char *directory);
 
     bool may_call(const caller &who, std::string_view path, std::string_view method) const;
