@@ -277,6 +277,27 @@ TEST_F(ifstatus_test, the_last_prefix_with_an_address_wins)
     EXPECT_STREQ("2001:db8:2::/48", record.ipv6Prefix);
 }
 
+TEST_F(ifstatus_test, a_prefix_without_a_mask_takes_the_length_before_it)
+{
+    const struct {
+        const char *members, *prefix;
+    } cases[] = {
+        {R"("ipv6-prefix":[{"address":"2001:db8:1::"}])", "2001:db8:1::/0"},
+        {R"("ipv6-prefix":[{"mask":48},{"address":"2001:db8:1::"}])", "2001:db8:1::/48"},
+        {R"("ipv6-address":[{"address":"2001:db8::1","mask":64}],"ipv6-prefix":[{"address":"2001:db8:1::"}])",
+         "2001:db8:1::/64"},
+        {R"("ipv6-address":[{"mask":64},{"mask":128},{"mask":1}],"ipv6-prefix":[{"address":"2001:db8:1::"}])",
+         "2001:db8:1::/128"},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.members);
+
+        EXPECT_EQ(0, read_v6(up(row.members)));
+
+        EXPECT_STREQ(row.prefix, record.ipv6Prefix);
+    }
+}
+
 TEST_F(ifstatus_test, the_last_ipv6_next_hop_wins)
 {
     EXPECT_EQ(0, read_v6(up(R"("route":[{"nexthop":"fe80::1"},{"target":"::"},{"nexthop":"fe80::2"}],)"
