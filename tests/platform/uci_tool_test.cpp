@@ -2,6 +2,9 @@
 #include "uci_fixture.h"
 
 #include <filesystem>
+#include <fstream>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -325,6 +328,23 @@ TEST_F(uci_tool_test, batch_runs_lines_from_standard_input)
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, "x y\n");
     EXPECT_EQ(result.errors, "Unknown command\n");
+}
+
+TEST_F(uci_tool_test, batch_answers_each_line_before_the_next_one_is_written)
+{
+    const std::string input = root + "/input", output = root + "/output";
+    ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
+    child_process batch({"uci", "-c", config_dir, "-t", save_dir, "-C", "", "-f", input, "batch"}, {},
+                        output);
+    std::ofstream commands(input);
+
+    commands << "get n.lan\n" << std::flush;
+    EXPECT_TRUE(wait_until([&] { return read(output) == "interface\n"; }));
+    commands << "get n.g\n" << std::flush;
+    EXPECT_TRUE(wait_until([&] { return read(output) == "interface\nglobals\n"; }));
+
+    commands.close();
+    EXPECT_EQ(batch.wait(), 0);
 }
 
 struct batch_case {
