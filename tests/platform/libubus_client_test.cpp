@@ -66,10 +66,16 @@ TEST(ubus_strerror_test, every_status_has_its_text)
 
 TEST_F(libubus_connect_test, fails_where_nobody_listens)
 {
+    ASSERT_EQ(uloop_init(), 0);
+    const int lowest_free = fcntl(0, F_DUPFD_CLOEXEC, 0);
+    close(lowest_free);
+
     EXPECT_EQ(ubus_connect((directory + "/nobody").c_str()), nullptr);
     EXPECT_EQ(ubus_connect(nullptr), nullptr);
     EXPECT_EQ(ubus_connect(std::string(sizeof(sockaddr_un::sun_path), 'x').c_str()), nullptr);
     ubus_free(nullptr);
+
+    EXPECT_EQ(fcntl(lowest_free, F_GETFD), -1) << "a socket was left open";
 }
 
 TEST_F(libubus_connect_test, fails_where_descriptors_have_run_out)
@@ -383,6 +389,23 @@ TEST_F(libubus_call_test, a_call_that_nobody_serves_times_out_and_its_late_answe
 
     EXPECT_EQ(next.status, 0);
     EXPECT_EQ(next.replies, std::vector<std::string>{R"({"next":true})"});
+}
+
+// What this thread has computed up to now.
+std::chrono::nanoseconds computing_time()
+{
+    timespec used;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+TEST_F(libubus_call_test, waiting_for_an_answer_leaves_the_processor_to_others)
+{
+    const auto before = computing_time();
+
+    EXPECT_EQ(call_method(ctx, object.id, "ok", nullptr, 300).status, UBUS_STATUS_TIMEOUT);
+
+    EXPECT_LT(computing_time() - before, std::chrono::milliseconds(100));
 }
 
 TEST_F(libubus_call_test, requests_up_to_one_mebibyte_are_sent_and_larger_ones_refused_unsent)

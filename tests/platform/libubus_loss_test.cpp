@@ -148,6 +148,8 @@ TEST_F(libubus_loss_test, a_reply_that_cannot_be_sent_ends_the_loop)
     test_object object("t", {{"get", [&](received_call &call) {
                                   daemon.stop(SIGKILL);
                                   sent = call.reply("{}");
+                                  EXPECT_EQ(call_method(call.ctx, 7, "x").status,
+                                            UBUS_STATUS_INVALID_ARGUMENT);
                                   EXPECT_FALSE(uloop_cancelling()) << "only after the handler";
                                   return 0;
                               }}});
