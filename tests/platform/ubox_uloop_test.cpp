@@ -571,6 +571,23 @@ TEST_F(uloop_test, a_hang_up_deletes_the_descriptor_before_its_last_callback)
     EXPECT_EQ(calls, 1);
 }
 
+TEST_F(uloop_test, a_record_used_again_knows_nothing_of_its_last_descriptor)
+{
+    socket_pair first, second;
+    test_fd watched(first.near, [](unsigned) {});
+    uloop_fd_add(&watched, ULOOP_READ);
+    first.close_far();
+    uloop_run_timeout(1000);
+    ASSERT_TRUE(watched.eof && watched.error && !watched.registered);
+
+    watched.fd = second.near;
+    EXPECT_EQ(uloop_fd_add(&watched, ULOOP_READ), 0);
+
+    EXPECT_TRUE(watched.registered);
+    EXPECT_FALSE(watched.eof);
+    EXPECT_FALSE(watched.error);
+}
+
 TEST_F(uloop_test, a_bare_hang_up_is_called_back_with_no_event)
 {
     int fds[2];
@@ -695,6 +712,28 @@ TEST_F(uloop_test, each_child_is_reported_to_its_own_record)
     EXPECT_EQ(order, "early 1, late 2");
     close(release[0]);
     close(release[1]);
+}
+
+TEST_F(uloop_test, a_child_that_runs_on_holds_up_nothing)
+{
+    // The child that runs on would end by itself, much later, if the loop waited for it.
+    const pid_t runs_on = start_child([] { sleep(5); });
+    bool fired = false;
+    test_timer timer([&] {
+        fired = true;
+        EXPECT_EQ(kill(runs_on, 0), 0);
+        uloop_end();
+    });
+    test_process ended(start_child([] { _exit(0); }), [&](int) { uloop_timeout_set(&timer, 0); });
+    uloop_process_add(&ended);
+    const auto start = steady::now();
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_TRUE(fired);
+    EXPECT_LT(steady::now() - start, 4s);
+    kill(runs_on, SIGKILL);
+    waitpid(runs_on, nullptr, 0);
 }
 
 TEST_F(uloop_test, every_child_is_reaped_also_one_that_nobody_waits_for)
