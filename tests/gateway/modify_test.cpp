@@ -133,6 +133,18 @@ TEST_F(modify_test, services_are_reloaded_and_then_hotplug_is_told)
     }
 }
 
+TEST_F(modify_test, the_answer_does_not_wait_for_the_hotplug_scripts)
+{
+    start_with({routed_dhcp(1, {.vid = 100})});
+    gateway.write_file("/tmp/held", "");
+    gateway.fake_program("hotplug-call", ": >/tmp/entered\nwhile [ -e /tmp/held ]; do sleep 0.02; done");
+
+    EXPECT_EQ(result_reply(0, 0, modified), modify(routed_dhcp(1, {.vid = 200})));
+
+    EXPECT_TRUE(wait_until([this] { return gateway.exists("/tmp/entered"); }));
+    gateway.remove("/tmp/held");
+}
+
 TEST_F(modify_test, the_rebuilt_wan_keeps_its_identifier_and_stands_last_in_the_list)
 {
     start_with({routed_dhcp(1, {.vid = 100}), routed_dhcp(2, {.vid = 200}), routed_dhcp(3, {.vid = 300})});
