@@ -1,6 +1,7 @@
 // JSON to messages and back.
 #include "ubox_support.h"
 
+#include <algorithm>
 #include <fstream>
 #include <json-c/json.h>
 #include <unistd.h>
@@ -16,17 +17,6 @@ std::string types_of(blob_message &m)
     std::string types;
     blobmsg_for_each_attr(pos, m.head(), rem) types += std::to_string(blobmsg_type(pos)) + " ";
     return types;
-}
-
-size_t longest_run_of_tabs(const std::string &text)
-{
-    size_t longest = 0;
-    size_t run = 0;
-    for (const char c : text) {
-        run = c == '\t' ? run + 1 : 0;
-        longest = std::max(longest, run);
-    }
-    return longest;
 }
 
 // {"a":{"a":...{}...}} with this many braces.
@@ -231,10 +221,30 @@ TEST(blobmsg_to_json_test, empty_containers)
 
 TEST(blobmsg_to_json_test, indents_by_sixteen_tabs_at_most)
 {
-    blob_message m(nested_objects(21).c_str());
+    const struct {
+        int level, indent;
+    } cases[] = {{15, 0}, {16, 0}, {17, 0}, {18, 0}, {20, 0}, {2, 14}, {2, 15}, {2, 16}, {3, 40}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.level << " from " << c.indent);
+        // Tables in tables, the innermost empty.
+        blob_message m;
+        std::vector<void *> open;
+        for (int i = 1; i < c.level; i++)
+            open.push_back(blobmsg_open_table(m.buf(), "a"));
+        for (; !open.empty(); open.pop_back())
+            blobmsg_close_table(m.buf(), open.back());
+        const auto line = [&c](int level) {
+            return "\n" + std::string(static_cast<size_t>(std::min(c.indent + level, 16)), '\t');
+        };
+        std::string expected = "{";
+        for (int level = 1; level < c.level; level++)
+            expected += line(level) + "\"a\": {";
+        expected += line(c.level);
+        for (int level = c.level - 1; level >= 0; level--)
+            expected += line(level) + "}";
 
-    EXPECT_EQ(longest_run_of_tabs(m.pretty()), 16u);
-    EXPECT_EQ(longest_run_of_tabs(taken(blobmsg_format_json_indent(m.head(), true, 40))), 16u);
+        EXPECT_EQ(taken(blobmsg_format_json_indent(m.head(), true, c.indent)), expected);
+    }
 }
 
 TEST(blobmsg_to_json_test, an_indent_moves_all_lines_but_the_first)
