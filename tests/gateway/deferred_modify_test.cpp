@@ -110,17 +110,17 @@ TEST_F(deferred_modify_test, two_changes_of_one_wan_become_one_apply_with_the_ar
 
 TEST_F(deferred_modify_test, a_merged_change_keeps_the_stagger_of_its_slot)
 {
-    add_routed(2);
-    expect_queued(1, R"("mtu":1400)", long_wait);
-    expect_queued(2, R"("mtu":1400)", long_wait);
+    add_routed(4);
+    for (const unsigned id : {1U, 2U, 3U, 4U})
+        expect_queued(id, R"("mtu":1400)", long_wait);
     const auto merged = steady_clock::now();
 
-    expect_queued(2, R"("prio":3)", 1);
+    expect_queued(4, R"("prio":3)", 1);
 
-    ASSERT_TRUE(updates_reach(2, 1));
-    EXPECT_GE(steady_clock::now() - merged, milliseconds(1000)); // of the 1 + 1 seconds one may have begun
-    EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
-    EXPECT_EQ(text_lines{"wan_2"}, applied_updates());
+    ASSERT_TRUE(updates_reach(4, 1));
+    EXPECT_GE(steady_clock::now() - merged, milliseconds(3000)); // of the 1 + 3 seconds one may have begun
+    EXPECT_EQ("1400", gateway.device_option(4, "mtu"));
+    EXPECT_EQ(text_lines{"wan_4"}, applied_updates());
 }
 
 TEST_F(deferred_modify_test, a_refused_request_neither_cancels_the_waiting_change_nor_slips_into_it)
