@@ -1,6 +1,7 @@
 // The daemon as a program: command lines, start-up on a real configuration, and its end.
 #include "support/daemon_test.h"
 #include "support/printed_replies.h"
+#include "support/sanitizers.h"
 
 #include <csignal>
 #include <filesystem>
@@ -175,6 +176,8 @@ TEST_F(startup_test, each_stop_signal_ends_an_idle_daemon)
 
 TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_a_service)
 {
+    if (thread_sanitizer)
+        GTEST_SKIP() << "it holds signals back until system() returns";
     gateway.start_netd();
     for (const int number : {SIGHUP, SIGTERM}) {
         SCOPED_TRACE(number);

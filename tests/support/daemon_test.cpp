@@ -1,4 +1,5 @@
 #include "support/daemon_test.h"
+#include "support/sanitizers.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -9,11 +10,7 @@ namespace fs = std::filesystem;
 
 constexpr char held_path[] = "/gateway/held";
 constexpr char entered_path[] = "/gateway/entered";
-#ifdef __SANITIZE_THREAD__
-constexpr size_t idle_threads = 2; // the sanitizer has one of its own
-#else
-constexpr size_t idle_threads = 1;
-#endif
+constexpr size_t idle_threads = thread_sanitizer ? 2 : 1; // it has one of its own
 constexpr const char *service_names[] = {"network", "dnsmasq", "firewall", "miniupnpd", "omcproxy", "call"};
 
 std::string service_path(const std::string &name)

@@ -32,6 +32,25 @@ build() {
     cmake --build "$directory" -j "$jobs" ${1:+--target "$@"}
 }
 
+# The thread sanitizer does not cope with every layout of memory, so it gets a fixed one where that is allowed.
+with_fixed_layout() {
+    if setarch "$(uname -m)" -R true 2> /dev/null; then
+        setarch "$(uname -m)" -R "$@"
+    else
+        "$@"
+    fi
+}
+
+# run_tests PRESET [CTEST OPTION]...: of a preset that was built.
+run_tests() {
+    local run=(ctest --test-dir "$(build_directory "$1")" -j "$jobs" --output-on-failure --no-tests=error)
+    if [ "$1" = tsan ]; then
+        run=(with_fixed_layout "${run[@]}")
+    fi
+    shift
+    "${run[@]}" "$@"
+}
+
 # quietly COMMAND...: its output is shown only when it fails.
 quietly() {
     local output status=0

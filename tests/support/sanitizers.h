@@ -1,0 +1,8 @@
+// What a test has to know of the sanitizers that it is built with.
+#pragma once
+
+#ifdef __SANITIZE_THREAD__
+constexpr bool thread_sanitizer = true;
+#else
+constexpr bool thread_sanitizer = false;
+#endif
