@@ -21,6 +21,7 @@ add_dependencies(korvel_ubus_tool_fixture ubus ubus_test_service)
 
 function(korvel_ubus_test name)
     add_executable(${name} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}.cpp)
+    target_precompile_headers(${name} REUSE_FROM korvel_test_headers)
     target_link_libraries(${name} PRIVATE korvel_ubusd_fixture korvel_flags ${ARGN})
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()

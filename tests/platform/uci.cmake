@@ -1,6 +1,7 @@
 # Tests of the configuration library and of its command-line tool.
 add_library(korvel_uci_fixture STATIC
     ${CMAKE_CURRENT_LIST_DIR}/private_mounts.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/uci_c_caller.c
     ${CMAKE_CURRENT_LIST_DIR}/uci_fixture.cpp
     ${CMAKE_CURRENT_LIST_DIR}/uci_test_main.cpp
     ${CMAKE_CURRENT_LIST_DIR}/../support/process.cpp)
@@ -12,6 +13,7 @@ add_dependencies(korvel_uci_fixture uci)
 
 function(korvel_uci_test name)
     add_executable(${name} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}.cpp)
+    target_precompile_headers(${name} REUSE_FROM korvel_test_headers)
     target_link_libraries(${name} PRIVATE korvel_uci_fixture korvel_flags)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
@@ -26,7 +28,6 @@ endfunction()
 korvel_uci_test(uci_format_test)
 korvel_uci_test(uci_tool_test)
 korvel_uci_test(uci_api_test)
-target_sources(uci_api_test PRIVATE ${CMAKE_CURRENT_LIST_DIR}/uci_c_caller.c)
 korvel_uci_test(uci_delta_test)
 korvel_uci_test(uci_commit_test)
 korvel_uci_test(uci_files_test)
