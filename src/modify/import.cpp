@@ -6,6 +6,7 @@
 #include "remove/delete_all.h"
 #include "service/policies.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <iterator>
 
@@ -30,7 +31,7 @@ void remove_input(const char *path)
 // or -1 when there is no list.
 int read_list(definition_path (&paths_out)[most_definitions])
 {
-    FILE *const list = fopen(list_path, "re");
+    FILE *const list = open_input(list_path);
     if (!list)
         return -1;
     int count = 0;
@@ -94,10 +95,25 @@ bool is_usable(const char *text)
     return false;
 }
 
+// Reads the start of a definition into a buffer of zeros. A directory can be opened, but there is nothing to
+// read. False when there is no such file, or it stays unread, which is logged.
+bool read_definition(const char *path, char (&text_out)[definition_size + 1])
+{
+    FILE *const file = open_input(path);
+    if (!file)
+        return false;
+    (void)fread(text_out, 1, definition_size, file);
+    const bool failed = ferror(file) && errno != EISDIR;
+    (void)fclose(file);
+    if (failed)
+        log_error("Failed to read file: %s", path);
+    return !failed;
+}
+
 void import_definition(const char *path, bool is_first)
 {
     char text[definition_size + 1] = {};
-    if (read_file(path, text) < 0)
+    if (!read_definition(path, text))
         return;
     if (is_usable(text)) {
         wan_config config = {};

@@ -172,7 +172,11 @@ std::vector<useless_file> useless_files()
          },
          {incomplete},
          false},
-        {"directory", [](path_text path) { fs::create_directory(path); }, {}, true},
+        {"directory",
+         [](path_text path) { fs::create_directories(path + "/precious"); },
+         {"Failed to delete custom korvel config file: "},
+         true},
+        {"empty directory", [](path_text path) { fs::create_directory(path); }, {}, false},
         {"link to a useless file",
          [inside](path_text path) {
              write_text(inside, "wanMode=1\n");
@@ -182,9 +186,22 @@ std::vector<useless_file> useless_files()
          false},
         {"link to nothing", [](path_text path) { fs::create_symlink("nowhere", path); }, {}, true},
         {"link to itself", [](path_text path) { fs::create_symlink(path, path); }, {}, true},
-        {"link to a directory", [](path_text path) { fs::create_symlink("/etc/config", path); }, {}, true},
-        {"unreadable", [](path_text path) { fs::create_symlink("/proc/self/mem", path); }, {}, true},
+        {"link to a directory", [](path_text path) { fs::create_symlink("/etc/config", path); }, {}, false},
+        {"unreadable",
+         [](path_text path) { fs::create_symlink("/proc/self/mem", path); },
+         {"Failed to read file: "},
+         true},
     };
+}
+
+// What is logged of a useless file under this path.
+text_lines errors_of(const useless_file &file, const std::string &path)
+{
+    text_lines errors = file.errors;
+    for (std::string &text : errors)
+        if (text.ends_with(": "))
+            text += path;
+    return errors;
 }
 
 TEST_F(import_test, behind_a_useless_first_file_definitions_join_what_is_configured)
@@ -202,7 +219,7 @@ TEST_F(import_test, behind_a_useless_first_file_definitions_join_what_is_configu
 
         EXPECT_EQ((text_lines{"7", "8"}), ids());
         EXPECT_EQ("200", gateway.device_option(8, "vid"));
-        EXPECT_EQ(file.errors, gateway.log_texts(LOG_ERR));
+        EXPECT_EQ(errors_of(file, first), gateway.log_texts(LOG_ERR));
         EXPECT_EQ(file.stays, fs::exists(fs::symlink_status(first)));
         EXPECT_FALSE(gateway.exists(second));
         // Without what was added everything is as it was.
@@ -225,7 +242,8 @@ TEST_F(import_test, useless_files_alone_change_nothing)
             break;
         paths.push_back(path_of(std::to_string(paths.size())));
         file.make(paths.back());
-        errors.insert(errors.end(), file.errors.begin(), file.errors.end());
+        const text_lines more = errors_of(file, paths.back());
+        errors.insert(errors.end(), more.begin(), more.end());
     }
 
     start_with(paths);

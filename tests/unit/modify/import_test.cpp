@@ -480,6 +480,31 @@ TEST_F(import_test, a_directory_is_no_definition_and_keeps_what_is_in_it)
 
     EXPECT_EQ((text_lines{"1", "2"}), ids());
     EXPECT_TRUE(gateway.exists(directory + "inner/precious"));
+    EXPECT_EQ(text_lines{"Failed to delete custom korvel config file: " + directory + "inner"},
+              gateway.log_texts(LOG_ERR));
+}
+
+TEST_F(import_test, a_definition_whose_reading_fails_stays_and_is_logged)
+{
+    const std::string link = directory + "link";
+    const std::string usable = definition("usable", minimal);
+    ASSERT_EQ(0, symlink("/proc/self/mem", link.c_str()));
+
+    import({link, usable});
+
+    EXPECT_EQ(text_lines{"1"}, ids());
+    EXPECT_EQ(text_lines{"link"}, gateway.list_directory(directory));
+    EXPECT_EQ(text_lines{"Failed to read file: " + link}, gateway.log_texts(LOG_ERR));
+}
+
+TEST_F(import_test, a_pipe_in_place_of_the_list_does_not_hold_up_the_start)
+{
+    ASSERT_EQ(0, mkfifo(list_path, 0600));
+
+    wan_import_custom();
+
+    EXPECT_FALSE(gateway.exists(list_path));
+    EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_ERR));
 }
 
 TEST_F(import_test, a_list_that_cannot_be_removed_is_imported_all_the_same)
