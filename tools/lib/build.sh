@@ -41,9 +41,9 @@ with_fixed_layout() {
     fi
 }
 
-# run_tests PRESET [CTEST OPTION]...: of a preset that was built.
+# run_tests PRESET [CTEST OPTION]...: of a preset that was built. Most tests wait more than they compute.
 run_tests() {
-    local run=(ctest --test-dir "$(build_directory "$1")" -j "$jobs" --output-on-failure --no-tests=error)
+    local run=(ctest --test-dir "$(build_directory "$1")" -j $((2 * jobs)) --output-on-failure --no-tests=error)
     if [ "$1" = tsan ]; then
         run=(with_fixed_layout "${run[@]}")
     fi
