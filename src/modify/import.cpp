@@ -95,14 +95,14 @@ bool is_usable(const char *text)
     return false;
 }
 
-// Reads the start of a definition into a buffer of zeros. A directory can be opened, but there is nothing to
+// Reads the start of a definition and terminates it. A directory can be opened, but there is nothing to
 // read. False when there is no such file, or it stays unread, which is logged.
 bool read_definition(const char *path, char (&text_out)[definition_size + 1])
 {
     FILE *const file = open_input(path);
     if (!file)
         return false;
-    (void)fread(text_out, 1, definition_size, file);
+    text_out[fread(text_out, 1, definition_size, file)] = '\0';
     const bool failed = ferror(file) && errno != EISDIR;
     (void)fclose(file);
     if (failed)
@@ -112,7 +112,7 @@ bool read_definition(const char *path, char (&text_out)[definition_size + 1])
 
 void import_definition(const char *path, bool is_first)
 {
-    char text[definition_size + 1] = {};
+    char text[definition_size + 1];
     if (!read_definition(path, text))
         return;
     if (is_usable(text)) {

@@ -1,6 +1,6 @@
 # Builds the daemon as it is installed on a gateway: cmake -D SOURCE=... -D BUILD=... -D OPTIONS=... -P this file.
 foreach(step
-        "--preset;release;-B;${BUILD};-DKORVEL_TESTS=OFF;-DKORVEL_BENCH=OFF;${OPTIONS}"
+        "--preset;release;-B;${BUILD};-DKORVEL_BENCH=OFF;${OPTIONS}"
         "--build;${BUILD};--target;korvel")
     execute_process(COMMAND ${CMAKE_COMMAND} ${step} WORKING_DIRECTORY ${SOURCE} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
