@@ -16,13 +16,16 @@ constexpr const char *built_programs[] = {"korvel", "ubusd", "ubus", "uci", "gat
 constexpr const char *stood_in_programs[] = {"ebtables", "ip", "iptables"};
 constexpr char gateway_path[] = "/gateway/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
-// What the build does not make (the bus programs, when the system's are used) is found further down on PATH.
+// What the build does not make (the bus programs, when the system's are used) is taken from the machine's
+// PATH.
 void link_programs()
 {
     fs::create_directories(gateway_bin);
     for (const char *name : built_programs) {
-        const fs::path program = fs::path(KORVEL_BUILT_PROGRAMS) / name;
-        if (fs::exists(program))
+        fs::path program = fs::path(KORVEL_BUILT_PROGRAMS) / name;
+        if (!fs::exists(program))
+            program = find_program(name);
+        if (!program.empty())
             fs::create_symlink(program, fs::path(gateway_bin) / name);
     }
     for (const char *name : stood_in_programs)
