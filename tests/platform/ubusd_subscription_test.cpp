@@ -23,6 +23,18 @@ protected:
             message(msg_notify, 0, 0, number_field(field_object, target) + flag_field(field_active, active)));
     }
 
+    // The owner sends a notification and is told that the watcher alone gets it.
+    void notify_the_watcher()
+    {
+        owner.send(message(msg_notify, 0x31, target, notify_fields()));
+
+        EXPECT_EQ(words(message(msg_status, 0x31, target,
+                                number_field(field_object, target) +
+                                    attribute(field_subscribers, number_field(0, eye)) +
+                                    number_field(field_status, 0))),
+                  owner.receive());
+    }
+
     raw_client owner = connect();
     raw_client watcher = connect();
     uint32_t target = owner.add_object("t");
@@ -79,13 +91,8 @@ TEST_F(ubusd_subscription_test, notification_reaches_the_subscribers_and_lists_t
     ASSERT_EQ(0, subscribe());
     owner.pending();
 
-    owner.send(message(msg_notify, 0x31, target, notify_fields()));
+    notify_the_watcher();
 
-    EXPECT_EQ(words(message(msg_status, 0x31, target,
-                            number_field(field_object, target) +
-                                attribute(field_subscribers, number_field(0, eye)) +
-                                number_field(field_status, 0))),
-              owner.receive());
     EXPECT_EQ(words(message(msg_invoke, 0x31, owner.id(),
                             number_field(field_object, eye) + text_field(field_method, "news") +
                                 text_field(field_user, "root") + text_field(field_group, "root") +
@@ -106,13 +113,8 @@ TEST_F(ubusd_subscription_test, subscribing_again_doubles_nothing)
     ASSERT_EQ(0, subscribe());
     owner.pending();
 
-    owner.send(message(msg_notify, 0x31, target, notify_fields()));
+    notify_the_watcher();
 
-    EXPECT_EQ(words(message(msg_status, 0x31, target,
-                            number_field(field_object, target) +
-                                attribute(field_subscribers, number_field(0, eye)) +
-                                number_field(field_status, 0))),
-              owner.receive());
     EXPECT_EQ(1u, watcher.pending().size());
 }
 
