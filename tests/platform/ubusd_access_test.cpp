@@ -4,12 +4,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr unsigned nobody = 65534, unknown_user = 54321;
 
@@ -210,6 +213,49 @@ TEST_F(ubusd_access_test, without_an_option_the_files_are_the_systems)
 
     EXPECT_EQ(0, connect_as_nobody().send_event("a"));
     EXPECT_EQ(6, connect_as_nobody().send_event("b"));
+}
+
+// The directories of the real root in a root of its own, whose other entries are the test's. It is in the
+// private /run and not in the test's directory, which is removed with all that is in it.
+class copied_root {
+public:
+    copied_root()
+    {
+        const std::vector<fs::path> entries(fs::directory_iterator("/"), fs::directory_iterator());
+        fs::create_directory(path);
+        EXPECT_EQ(0, mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=0755")) << strerror(errno);
+        for (const fs::path &entry : entries) {
+            const fs::path copy = path + entry.string();
+            if (fs::is_symlink(entry)) {
+                fs::copy_symlink(entry, copy);
+            } else if (fs::is_directory(entry)) {
+                fs::create_directory(copy);
+                EXPECT_EQ(0, mount(entry.c_str(), copy.c_str(), nullptr, MS_BIND | MS_REC, nullptr))
+                    << entry << ": " << strerror(errno);
+            }
+        }
+    }
+    ~copied_root()
+    {
+        umount2(path.c_str(), MNT_DETACH);
+        rmdir(path.c_str());
+    }
+    const std::string path = "/run/ubusd-root";
+};
+
+TEST_F(ubusd_access_test, empty_option_means_the_files_in_the_root_directory)
+{
+    const copied_root root;
+    std::ofstream(root.path + "/nobody.json") << R"({"user": "nobody", "send": ["a"]})";
+    write_access_file(R"({"user": "nobody", "send": ["b"]})");
+    daemon.stop(SIGTERM);
+
+    start_below(root.path, {"-A", ""});
+
+    EXPECT_EQ(0, connect_as_nobody().send_event("a"));
+    EXPECT_EQ(6, connect_as_nobody().send_event("b"));
+    // While its root is there: a sanitizer looks into /proc at the end.
+    EXPECT_EQ(0, daemon.stop(SIGTERM));
 }
 
 TEST_F(ubusd_access_test, several_files_add_up_and_a_reload_forgets_the_old_ones)

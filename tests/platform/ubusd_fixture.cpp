@@ -386,9 +386,20 @@ ubusd_test::~ubusd_test()
 
 void ubusd_test::start(const std::vector<std::string> &options, const program_environment &variables)
 {
-    program_arguments args{UBUSD_PROGRAM, "-s", socket_path};
-    args.insert(args.end(), options.begin(), options.end());
-    daemon = child_process(args, variables);
+    start_command({UBUSD_PROGRAM}, options, variables);
+}
+
+void ubusd_test::start_below(const std::string &root, const std::vector<std::string> &options)
+{
+    start_command({"/usr/sbin/chroot", root, UBUSD_PROGRAM}, options, {});
+}
+
+void ubusd_test::start_command(program_arguments command, const std::vector<std::string> &options,
+                               const program_environment &variables)
+{
+    command.insert(command.end(), {"-s", socket_path});
+    command.insert(command.end(), options.begin(), options.end());
+    daemon = child_process(command, variables);
     const bool listening = wait_until([this] {
         const int probe = connect_socket(socket_path);
         if (probe >= 0)

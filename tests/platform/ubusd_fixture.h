@@ -127,11 +127,17 @@ protected:
 
     // Starts it with these options beside the socket, and waits until it listens.
     void start(const std::vector<std::string> &options = {}, const program_environment &variables = {});
+    // The same in another directory as root, in which the socket's directory is visible.
+    void start_below(const std::string &root, const std::vector<std::string> &options);
     raw_client connect() const { return raw_client(socket_path); }
 
     std::string directory;
     std::string socket_path;
     child_process daemon;
+
+private:
+    void start_command(program_arguments command, const std::vector<std::string> &options,
+                       const program_environment &variables);
 };
 
 // The same, with the daemon running and no access files.
