@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "service/board.h"
 #include "service/settings.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 // May a WAN be written next to those that are configured?
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // Results of operations on WANs; bus replies carry them as "status".
 enum : int {

@@ -5,7 +5,7 @@
 #include "create/conflicts.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
-#include "rules/mac.h"
+#include "store/mac.h"
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
 #include "service/board.h"
@@ -13,7 +13,7 @@
 #include "service/settings.h"
 #include "store/id_list.h"
 #include "store/read_config.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Turns a record into the gateway's configuration. The only writer of a WAN's configuration.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // Writes a WAN: its device section, its interfaces (routed) or its place in the LAN bridge (bridged), its
 // entries in firewall, multicast proxy and UPnP, its scripts. fixed_id 0 checks for conflicts and takes a new

@@ -3,7 +3,7 @@
 
 #include "base/bus_headers.h"
 #include "base/text.h"
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // `attributes` is the parsed request in policy order (entry 0 is not looked at); absent ones leave their
 // fields alone. Numbers are cut to their field's width before they are judged, so 256 is taken as 0 where 8

@@ -1,7 +1,7 @@
 // Changes a WAN: deletes its configuration and writes it again under the same identifier.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // Applies a record to the WAN that its wanId names, and tells the hotplug system. Returns 0; a conflict
 // (conflicts.h, -2 to -4, logged), upon which nothing was changed; or the deletion's result when that failed,

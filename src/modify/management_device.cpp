@@ -1,7 +1,7 @@
 #include "modify/management_device.h"
 
 #include "base/config.h"
-#include "rules/mac.h"
+#include "store/mac.h"
 #include "service/reply.h"
 #include "service/settings.h"
 #include "store/id_list.h"

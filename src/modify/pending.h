@@ -12,7 +12,7 @@
 
 #include "base/bus_headers.h"
 #include "base/text.h"
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 enum modify_later_result {
     modify_queued,

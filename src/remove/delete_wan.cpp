@@ -11,7 +11,7 @@
 #include "service/reply.h"
 #include "service/settings.h"
 #include "store/read_config.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

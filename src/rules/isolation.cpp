@@ -5,7 +5,7 @@
 #include "base/os.h"
 #include "rules/remove_script.h"
 #include "service/settings.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

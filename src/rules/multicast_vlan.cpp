@@ -3,7 +3,7 @@
 #include "base/config.h"
 #include "base/log.h"
 #include "base/os.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

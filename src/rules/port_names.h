@@ -1,7 +1,7 @@
 // The kernel interfaces behind the positions of a port binding.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 #include <cstddef>
 

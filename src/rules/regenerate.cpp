@@ -10,7 +10,7 @@
 #include "rules/rule_ctx.h"
 #include "service/settings.h"
 #include "store/read_config.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

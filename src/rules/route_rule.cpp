@@ -5,7 +5,7 @@
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
 #include "rules/remove_script.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // What the creation of a WAN hands to the writers of its scripts.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 struct wan_rule_ctx {
     uint8_t wanId;

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "base/bus_headers.h"
-#include "store/wan_fields.h"
+#include "wan/wan_fields.h"
 
 // One argument that is stored in the record. `field.name` is its name on the bus.
 struct arg_rule {

@@ -2,7 +2,6 @@
 
 #include "base/config.h"
 #include "base/log.h"
-#include "base/text.h"
 
 constinit std::atomic<uint32_t> maxWanId{0};
 constinit char uplink_name[12] = {};
@@ -24,6 +23,14 @@ int settings_load()
     }
     (void)text_ref(vlan_prefix).format("%s.", uplink_name);
     return 0;
+}
+
+void wan_device_name(const wan_config &config, text_ref name_out)
+{
+    if (config.vlanMode == 1)
+        name_out.format("%s%u", vlan_prefix, config.vid);
+    else
+        name_out.format("%s", uplink_name);
 }
 
 int uci_get_int(const char *section, const char *option, uint32_t *value_out)

@@ -1,6 +1,9 @@
 // The process-wide settings that the configuration holds, and the integer reader that they are read with.
 #pragma once
 
+#include "base/text.h"
+#include "wan/wan_config.h"
+
 #include <atomic>
 #include <cstdint>
 
@@ -16,6 +19,10 @@ extern char uplink_name[12];
 // Deliberate: an uplink name of 9 characters or more leaves no room for the point, and devices are named
 // accordingly.
 extern char vlan_prefix[10];
+
+// The network device of a WAN: the uplink's VLAN device when it is tagged, else the uplink itself. name_out
+// of 12 bytes; a longer name is cut.
+void wan_device_name(const wan_config &config, text_ref name_out);
 
 // Reads the settings. Returns 0, or -1 when `maxWanId` cannot be read; that and a missing uplink name are
 // logged.

@@ -1,7 +1,7 @@
 // The runtime state of a WAN's interfaces, as the network daemon reports it on the bus.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // Fills the runtime fields of a record whose wanId, wanMode, ipMode and ipProtocol are set: link states,
 // uptime, addresses, prefixes, gateways and DNS servers. What a reply does not name stays as it was. A

@@ -2,7 +2,7 @@
 
 #include "base/config.h"
 #include "service/settings.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 #include <cstdio>
 

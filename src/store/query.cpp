@@ -5,8 +5,8 @@
 #include "service/policies.h"
 #include "service/reply.h"
 #include "store/read_config.h"
-#include "store/wan_fields.h"
-#include "store/wan_names.h"
+#include "wan/wan_fields.h"
+#include "wan/wan_names.h"
 
 #include <iterator>
 #include <span>

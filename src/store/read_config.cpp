@@ -1,10 +1,10 @@
 #include "store/read_config.h"
 
 #include "base/log.h"
-#include "rules/mac.h"
+#include "store/mac.h"
 #include "service/settings.h"
 #include "status/ifstatus.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 #include <string_view>
 

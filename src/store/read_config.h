@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/config.h"
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 // Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any
 // length.

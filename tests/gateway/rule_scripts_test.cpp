@@ -3,7 +3,7 @@
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/route_rule.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 
 #include "support/code_test.h"
 

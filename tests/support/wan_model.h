@@ -5,7 +5,7 @@
 
 #include "support/config_text.h"
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 #include <map>
 #include <optional>

@@ -2,7 +2,7 @@
 #include "create/conflicts.h"
 
 #include "service/settings.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 #include "support/code_test.h"
 
 #include <cstring>

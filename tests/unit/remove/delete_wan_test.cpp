@@ -2,7 +2,7 @@
 #include "remove/delete_wan.h"
 
 #include "service/settings.h"
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 #include "support/code_test.h"
 #include "support/small_disk.h"
 

@@ -1,7 +1,7 @@
 // The script that keeps bridged WANs of one LAN bridge apart.
 #include "rules/isolation.h"
 
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 #include "support/code_test.h"
 #include "support/small_disk.h"
 

@@ -1,7 +1,7 @@
 // The script that maps multicast VLANs to the WANs' own.
 #include "rules/multicast_vlan.h"
 
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 #include "support/code_test.h"
 #include "support/small_disk.h"
 

@@ -1,7 +1,7 @@
 // What the start does about scripts that are missing.
 #include "rules/regenerate.h"
 
-#include "store/wan_names.h"
+#include "wan/wan_names.h"
 #include "support/code_test.h"
 
 namespace {

@@ -122,4 +122,41 @@ TEST_F(settings_test, a_long_uplink_name_is_cut_and_crowds_out_the_point)
     }
 }
 
+std::string device_name(const char *uplink, const char *prefix, const wan_config &config)
+{
+    text_ref(uplink_name).set(uplink);
+    text_ref(vlan_prefix).set(prefix);
+    char name[12];
+    wan_device_name(config, name);
+    return name;
+}
+
+wan_config tagged(uint16_t vid)
+{
+    wan_config config = {};
+    config.vlanMode = 1;
+    config.vid = vid;
+    return config;
+}
+
+TEST_F(settings_test, a_device_is_the_uplink_or_a_vlan_device_on_it)
+{
+    wan_config untagged = tagged(100);
+    untagged.vlanMode = 0;
+
+    EXPECT_EQ("pon.100", device_name("pon", "pon.", tagged(100)));
+    EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
+    untagged.vlanMode = 2; // any mode but 1 is untagged
+    EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
+    EXPECT_EQ("abcdefghi", device_name("abcdefghi", "abcdefghi", untagged));
+}
+
+TEST_F(settings_test, a_device_name_has_at_most_11_characters)
+{
+    EXPECT_EQ("abcdef.100", device_name("abcdef", "abcdef.", tagged(100)));
+    EXPECT_EQ("abcdef.4095", device_name("abcdef", "abcdef.", tagged(4095)));
+    EXPECT_EQ("abcdefg.409", device_name("abcdefg", "abcdefg.", tagged(4095)));
+    EXPECT_EQ("abcdefghi40", device_name("abcdefghijk", "abcdefghi", tagged(4095)));
+}
+
 } // namespace

@@ -4,7 +4,7 @@
 #include "base/text.h"
 #include "service/reply.h"
 #include "service/settings.h"
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 #include "support/handler_call.h"
 #include "support/open_count.h"
 #include "support/printed_replies.h"

@@ -9,7 +9,7 @@
 
 #include <csignal>
 
-// service/main.cpp is part of this program, its main() under another name.
+// main.cpp is part of this program, its main() under another name.
 int korvel_main(int argc, char *argv[]);
 
 namespace {

@@ -1,4 +1,4 @@
-#include "service/bus_object.h"
+#include "bus_object.h"
 
 #include "base/stop_signals.h"
 #include "create/add.h"

@@ -1,4 +1,4 @@
-#include "store/wan_fields.h"
+#include "wan/wan_fields.h"
 
 #include "base/text.h"
 

@@ -1,8 +1,9 @@
-// Every name that is made from a WAN's identifier or from its service, in one place.
+// Every name that is made from a WAN's identifier or from its service, in one place. The name of its network
+// device is made by the setting that it begins with (service/settings).
 #pragma once
 
 #include "base/text.h"
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 #include <string_view>
 
@@ -42,10 +43,6 @@ struct service_type {
     bool carries_calls; // the telephony service follows it
 };
 const service_type &service_of(uint8_t code);
-
-// The network device of a WAN: the uplink's VLAN device when it is tagged, else the uplink itself. name_out
-// of 12 bytes; a longer name is cut.
-void wan_device_name(const wan_config &config, text_ref name_out);
 
 // The link name, "<id>_<service>_<R|B>_VID_<vid>", kept as `lkname` of the device section and shown as
 // wanName. It is built in 34 bytes, one less than the field has.

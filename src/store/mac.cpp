@@ -1,4 +1,4 @@
-#include "rules/mac.h"
+#include "store/mac.h"
 
 #include "base/log.h"
 #include "base/os.h"

@@ -1,6 +1,4 @@
-#include "store/wan_names.h"
-
-#include "service/settings.h"
+#include "wan/wan_names.h"
 
 #include <iterator>
 
@@ -52,14 +50,6 @@ script_path route_rule_path(uint8_t wan_id)
 const service_type &service_of(uint8_t code)
 {
     return code < std::size(service_types) ? service_types[code] : unknown_service;
-}
-
-void wan_device_name(const wan_config &config, text_ref name_out)
-{
-    if (config.vlanMode == 1)
-        name_out.format("%s%u", vlan_prefix, config.vid);
-    else
-        name_out.format("%s", uplink_name);
 }
 
 void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35])

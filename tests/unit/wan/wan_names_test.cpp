@@ -1,7 +1,5 @@
 // The names that are made of identifiers and services.
-#include "store/wan_names.h"
-
-#include "service/settings.h"
+#include "wan/wan_names.h"
 
 #include <gtest/gtest.h>
 
@@ -22,15 +20,6 @@ std::string link_name(uint8_t id, const wan_config &config)
     char name[35];
     memset(name, 'x', sizeof(name));
     wan_link_name(id, config, name);
-    return name;
-}
-
-std::string device_name(const char *uplink, const char *prefix, const wan_config &config)
-{
-    text_ref(uplink_name).set(uplink);
-    text_ref(vlan_prefix).set(prefix);
-    char name[12];
-    wan_device_name(config, name);
     return name;
 }
 
@@ -122,26 +111,6 @@ TEST(wan_names, a_link_name_has_at_most_33_characters)
     EXPECT_EQ("25_TR069_VOIP_INTERNET_R_VID_100", link_name(25, tagged(7, 100)));    // 32
     EXPECT_EQ("25_TR069_VOIP_INTERNET_R_VID_4095", link_name(25, tagged(7, 4095)));  // 33
     EXPECT_EQ("255_TR069_VOIP_INTERNET_R_VID_409", link_name(255, tagged(7, 4095))); // of 34
-}
-
-TEST(wan_names, a_device_is_the_uplink_or_a_vlan_device_on_it)
-{
-    wan_config untagged = tagged(1, 100);
-    untagged.vlanMode = 0;
-
-    EXPECT_EQ("pon.100", device_name("pon", "pon.", tagged(1, 100)));
-    EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
-    untagged.vlanMode = 2; // any mode but 1 is untagged
-    EXPECT_EQ("pon", device_name("pon", "pon.", untagged));
-    EXPECT_EQ("abcdefghi", device_name("abcdefghi", "abcdefghi", untagged));
-}
-
-TEST(wan_names, a_device_name_has_at_most_11_characters)
-{
-    EXPECT_EQ("abcdef.100", device_name("abcdef", "abcdef.", tagged(1, 100)));
-    EXPECT_EQ("abcdef.4095", device_name("abcdef", "abcdef.", tagged(1, 4095)));
-    EXPECT_EQ("abcdefg.409", device_name("abcdefg", "abcdefg.", tagged(1, 4095)));
-    EXPECT_EQ("abcdefghi40", device_name("abcdefghijk", "abcdefghi", tagged(1, 4095)));
 }
 
 TEST(wan_names, scripts_are_named_after_the_identifier)

@@ -2,7 +2,7 @@
 // apart.
 #pragma once
 
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
 #include <cstddef>
 #include <type_traits>

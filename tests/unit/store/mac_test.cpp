@@ -1,5 +1,5 @@
 // MAC addresses: derived from the LAN bridge's, or read from a device.
-#include "rules/mac.h"
+#include "store/mac.h"
 
 #include "base/text.h"
 #include "support/code_test.h"

@@ -1,7 +1,7 @@
 // The record: its fields, in their order and with the widths that clients see.
-#include "store/wan_config.h"
+#include "wan/wan_config.h"
 
-#include "store/wan_fields.h"
+#include "wan/wan_fields.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,7 @@
 #include "modify/import.h"
 #include "rules/regenerate.h"
 #include "service/board.h"
-#include "service/bus_object.h"
+#include "bus_object.h"
 #include "service/settings.h"
 
 namespace {
