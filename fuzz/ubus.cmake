@@ -1,2 +1,0 @@
-# Fuzz target of the bus daemon's message handling.
-korvel_fuzz(ubusd korvel_ubusd_core)
