@@ -311,25 +311,20 @@ TEST_F(deferred_modify_test, an_immediate_change_meanwhile_is_overtaken_by_the_w
 
 TEST_F(deferred_modify_test, what_a_request_leaves_out_keeps_its_configured_value)
 {
-    wan_config on_demand = routed_pppoe(1, {.vid = 101, .prio = 5, .ip_protocol = 3, .bind = "10000000"});
+    wan_config on_demand =
+        with_own_servers(routed_pppoe(1, {.vid = 101, .prio = 5, .ip_protocol = 3, .bind = "10000000"}));
     on_demand.pppDialMode = 1;
-    on_demand.autoDns = 0;
-    on_demand.autoDnsV6 = 0;
     on_demand.ipv6PrefixProxy = 0;
     on_demand.iphostId = 2;
     on_demand.disableLanDhcp = 1;
     strcpy(on_demand.pppServName, "isp");
-    strcpy(on_demand.priDns, "192.0.2.1");
-    strcpy(on_demand.secDns, "192.0.2.2");
-    strcpy(on_demand.priDnsV6, "2001:db8::1");
-    strcpy(on_demand.secDnsV6, "2001:db8::2");
     wan_config tunnel = routed_dhcp(4, {.vid = 104, .ip_protocol = 2});
     tunnel.ipv6DsLite = 1;
     strcpy(tunnel.ipv6AddrDsLite, "aftr.example");
-    wan_config own_servers = routed_dhcp(3, {.vid = 103, .service = 5, .ip_protocol = 3});
-    own_servers.autoDns = 0;
+    wan_config own_servers =
+        with_own_servers(routed_dhcp(3, {.vid = 103, .service = 5, .ip_protocol = 3}), ip_protocol_v4);
     own_servers.napt = 0;
-    strcpy(own_servers.priDns, "192.0.2.3");
+    strcpy(own_servers.secDns, "");
     const wan_config wans[] = {
         on_demand,
         routed_static(2, {.vid = 102, .service = 2, .ip_protocol = 3, .mtu = 1400}),

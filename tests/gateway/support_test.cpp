@@ -385,17 +385,13 @@ TEST_F(support_test, a_daemon_that_ends_at_start_up_is_reported)
 // writer.
 TEST_F(support_test, stored_wans_are_what_creation_stores)
 {
-    wan_config own_servers = routed_dhcp(3, {.vid = 300, .service = 2, .ip_protocol = 3});
-    own_servers.autoDns = 0;
-    own_servers.autoDnsV6 = 0;
+    wan_config own_servers = with_own_servers(routed_dhcp(3, {.vid = 300, .service = 2, .ip_protocol = 3}));
     own_servers.ipv6PrefixProxy = 0;
-    strcpy(own_servers.priDns, "192.0.2.1");
-    strcpy(own_servers.secDns, "192.0.2.2");
-    strcpy(own_servers.priDnsV6, "2001:db8::1");
-    wan_config on_demand = routed_pppoe(4, {.vid = 400, .service = 4, .ip_protocol = 3});
+    strcpy(own_servers.secDnsV6, "");
+    wan_config on_demand =
+        with_own_servers(routed_pppoe(4, {.vid = 400, .service = 4, .ip_protocol = 3}), ip_protocol_v4);
     on_demand.pppDialMode = 1;
-    on_demand.autoDns = 0;
-    strcpy(on_demand.priDns, "192.0.2.1");
+    strcpy(on_demand.secDns, "");
     strcpy(on_demand.pppServName, "service");
     wan_config tunnelled = routed_dhcp(5, {.vid = 500, .ip_protocol = 2, .bind = "00000100"});
     tunnelled.ipv6DsLite = 1;

@@ -291,6 +291,21 @@ wan_config bridged_wan(uint8_t id, const char *bind, const wan_options &options)
     return config;
 }
 
+wan_config with_own_servers(wan_config config, uint8_t protocols)
+{
+    if (protocols & ip_protocol_v4) {
+        config.autoDns = 0;
+        put(config.priDns, "192.0.2.1");
+        put(config.secDns, "192.0.2.2");
+    }
+    if (protocols & ip_protocol_v6) {
+        config.autoDnsV6 = 0;
+        put(config.priDnsV6, "2001:db8::1");
+        put(config.secDnsV6, "2001:db8::2");
+    }
+    return config;
+}
+
 wan_rule_ctx rule_ctx(const wan_config &config)
 {
     wan_rule_ctx ctx{};

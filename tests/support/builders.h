@@ -26,6 +26,10 @@ wan_config routed_pppoe(uint8_t id, const wan_options &options = {});
 wan_config routed_static(uint8_t id, const wan_options &options = {});
 wan_config bridged_wan(uint8_t id, const char *bind, const wan_options &options = {});
 
+// The WAN with name servers of its own where these protocols would have it learn them: 192.0.2.1 and
+// 192.0.2.2, 2001:db8::1 and 2001:db8::2.
+wan_config with_own_servers(wan_config config, uint8_t protocols = ip_protocol_v4 | ip_protocol_v6);
+
 // What creation hands to the script writers for this WAN.
 wan_rule_ctx rule_ctx(const wan_config &config);
 

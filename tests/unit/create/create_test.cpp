@@ -235,15 +235,9 @@ TEST_F(create_test, the_port_binding_has_as_many_entries_as_there_are_ports)
 
 TEST_F(create_test, a_dhcp_wan_has_an_interface_for_each_protocol)
 {
-    wan_config own = routed_dhcp(0, {.vid = 100, .service = 2, .ip_protocol = 3});
-    own.autoDns = 0;
-    own.autoDnsV6 = 0;
+    wan_config own = with_own_servers(routed_dhcp(0, {.vid = 100, .service = 2, .ip_protocol = 3}));
     own.ipv6PrefixProxy = 0;
     own.napt = 0;
-    put(own.priDns, "192.0.2.1");
-    put(own.secDns, "192.0.2.2");
-    put(own.priDnsV6, "2001:db8::1");
-    put(own.secDnsV6, "2001:db8::2");
 
     const std::string sections = device_of(own);
 
@@ -277,15 +271,13 @@ TEST_F(create_test, a_dhcp_wan_of_one_protocol_has_one_interface)
 
 TEST_F(create_test, a_pppoe_wan_has_one_interface_and_room_for_its_framing)
 {
-    wan_config wan = routed_pppoe(0, {.vid = 100, .service = 4, .ip_protocol = 3});
+    wan_config wan = with_own_servers(routed_pppoe(0, {.vid = 100, .service = 4, .ip_protocol = 3}));
     put(wan.pppUser, "it's me");
     put(wan.pppServName, "isp");
     wan.pppDialMode = 1;
-    wan.autoDns = 0;
-    wan.autoDnsV6 = 0;
     wan.ipv6PrefixProxy = 0;
-    put(wan.priDns, "192.0.2.1");
-    put(wan.secDnsV6, "2001:db8::2");
+    put(wan.secDns, "");
+    put(wan.priDnsV6, "");
 
     const std::string interface = interface_after(wan, "wan_1");
 
@@ -323,16 +315,13 @@ TEST_F(create_test, servers_of_a_protocol_that_is_off_are_not_written)
     for (const uint8_t protocol : {ip_protocol_v4, ip_protocol_v6}) {
         SCOPED_TRACE(protocol);
         start_over();
-        wan_config wan = routed_pppoe(0, {.vid = 100, .ip_protocol = protocol});
-        wan.autoDns = 0;
-        wan.autoDnsV6 = 0;
+        wan_config wan = with_own_servers(routed_pppoe(0, {.vid = 100, .ip_protocol = protocol}));
         wan.ipv6PrefixProxy = 0;
-        put(wan.priDns, "192.0.2.1");
-        put(wan.priDnsV6, "2001:db8::1");
 
         EXPECT_EQ(wan_create(&wan, 0), 0);
 
-        EXPECT_EQ(gateway.uci_get("network.wan_1.dns"), protocol == 1 ? "192.0.2.1" : "2001:db8::1");
+        EXPECT_EQ(gateway.uci_get("network.wan_1.dns"),
+                  protocol == 1 ? "192.0.2.1 192.0.2.2" : "2001:db8::1 2001:db8::2");
         EXPECT_EQ(gateway.uci_get("network.wan_1.delegate").has_value(), protocol == 2);
     }
 }

@@ -158,23 +158,17 @@ TEST_F(import_test, usable_definitions_replace_all_wans_and_are_used_up)
 
 TEST_F(import_test, each_key_fills_its_field)
 {
-    wan_config dialled = routed_pppoe(1, {.vid = 100,
-                                          .mvid = 200,
-                                          .prio = 3,
-                                          .service = 6,
-                                          .ip_protocol = 3,
-                                          .mtu = 1400,
-                                          .disable_lan_dhcp = 1,
-                                          .bind = "01010101"});
+    wan_config dialled = with_own_servers(routed_pppoe(1, {.vid = 100,
+                                                           .mvid = 200,
+                                                           .prio = 3,
+                                                           .service = 6,
+                                                           .ip_protocol = 3,
+                                                           .mtu = 1400,
+                                                           .disable_lan_dhcp = 1,
+                                                           .bind = "01010101"}));
     dialled.pppDialMode = 1;
-    dialled.autoDns = 0;
-    dialled.autoDnsV6 = 0;
     dialled.ipv6PrefixProxy = 0;
     strcpy(dialled.pppServName, "isp");
-    strcpy(dialled.priDns, "192.0.2.1");
-    strcpy(dialled.secDns, "192.0.2.2");
-    strcpy(dialled.priDnsV6, "2001:db8::1");
-    strcpy(dialled.secDnsV6, "2001:db8::2");
     wan_config tunnel = routed_dhcp(1, {.ip_protocol = 2});
     tunnel.ipv6DsLite = 1;
     strcpy(tunnel.ipv6AddrDsLite, "aftr.example");
