@@ -353,15 +353,10 @@ int wan_write(const wan_config *config, uint8_t fixed_id)
     return 0;
 }
 
-void wan_reload_services()
-{
-    reload_services({"network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"});
-}
-
 int wan_create(const wan_config *config, uint8_t fixed_id)
 {
     const int conflict = wan_write(config, fixed_id);
     if (conflict == conflict_none)
-        wan_reload_services();
+        reload_system_services(wan_written);
     return conflict;
 }

@@ -13,8 +13,5 @@
 // handler mutex held, or before the bus is connected.
 int wan_write(const wan_config *config, uint8_t fixed_id);
 
-// Has the services take up what wan_write() wrote, and waits for them.
-void wan_reload_services();
-
-// wan_write(), and the reload unless it was refused. Same locking.
+// wan_write(), and unless that was refused the reload of the system services. Same locking.
 int wan_create(const wan_config *config, uint8_t fixed_id);

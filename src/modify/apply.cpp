@@ -5,6 +5,7 @@
 #include "create/conflicts.h"
 #include "create/create.h"
 #include "remove/delete_wan.h"
+#include "service/reload.h"
 #include "store/read_config.h"
 
 namespace {
@@ -41,7 +42,7 @@ int wan_modify_apply(const wan_config *config)
     const int result = rewrite(config);
     if (result != 0)
         return result;
-    wan_reload_services();
+    reload_system_services(wan_written);
     announce_update(config->wanId);
     return 0;
 }

@@ -125,7 +125,7 @@ void wan_delete_all()
         delete_by_list(entries);
     else if (!sweep_without_list())
         return;
-    reload_services({"network", "firewall", "miniupnpd", "omcproxy", "call"});
+    reload_system_services(all_wans_deleted);
 }
 
 int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)

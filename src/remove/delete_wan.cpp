@@ -145,13 +145,12 @@ void finish(deletion &wan, int reload, int keep_ids)
     if (reload) {
         if (!keep_ids && wan.mvid != 0)
             wan_write_mvlan_rule();
-        reload_services({"network", "firewall", "miniupnpd", "omcproxy"});
+        reload_system_services(wan_deleted);
     } else if (wan.had_ipv6_interface) {
-        // The network daemon must let go of the DHCPv6 interface before one of the same name comes back.
-        reload_services({"network"});
+        reload_system_services(dhcpv6_deleted);
     }
     if ((reload || keep_ids) && service_of(wan.service).carries_calls)
-        reload_services({"call"});
+        reload_system_services(call_wan_deleted);
 }
 
 } // namespace
