@@ -26,6 +26,14 @@ uint32_t wan_min_free_id()
     return candidate;
 }
 
+uint32_t wan_own_or_free_id(uint8_t wan_id, uint8_t highest_own)
+{
+    if (wan_id <= highest_own)
+        return wan_id;
+    const uint32_t first_free = wan_min_free_id();
+    return first_free == no_free_id ? wan_id : first_free;
+}
+
 namespace {
 
 // Sets the highest identifier in memory and in the configuration.

@@ -11,6 +11,10 @@ inline constexpr uint32_t no_free_id = UINT32_MAX;
 // or a plain option.
 uint32_t wan_min_free_id();
 
+// What stands for a WAN where there is not room for 255 of them: its own identifier up to highest_own, the
+// first gap of the list from there on (so two WANs may share one), and its own again without a list.
+uint32_t wan_own_or_free_id(uint8_t wan_id, uint8_t highest_own);
+
 // Picks an identifier and appends it to the list. `requested` counts with its low 8 bits: 0 asks for a new
 // identifier (the first gap when `use_min_wan_id` is set, else the highest one so far plus one), any other
 // value puts that identifier on the list again. Returns the identifier. Lists and maxWanId change in the

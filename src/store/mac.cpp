@@ -11,14 +11,6 @@ namespace {
 constexpr char bridge_address_path[] = "/sys/class/net/br-lan/address";
 constexpr uint8_t highest_own_offset = 7;
 
-uint32_t address_offset(uint8_t wan_id)
-{
-    if (wan_id <= highest_own_offset)
-        return wan_id;
-    const uint32_t first_free = wan_min_free_id();
-    return first_free == no_free_id ? wan_id : first_free;
-}
-
 // Deliberate: the carry stops at the fourth octet, the first three name the vendor.
 void add_offset(uint32_t (&octets)[6], uint32_t offset)
 {
@@ -46,7 +38,7 @@ int wan_derive_mac(uint8_t wan_id, char (&mac_out)[18])
         log_error("Failed to parse file: %s", bridge_address_path);
         return -1;
     }
-    add_offset(octets, address_offset(wan_id));
+    add_offset(octets, wan_own_or_free_id(wan_id, highest_own_offset));
     text_ref(mac_out).format("%02x:%02x:%02x:%02x:%02x:%02x", octets[0], octets[1], octets[2], octets[3],
                              octets[4], octets[5]);
     return 0;

@@ -54,6 +54,16 @@ TEST_F(id_list_test, the_first_gap_is_found_in_stored_order)
     }
 }
 
+TEST_F(id_list_test, above_a_limit_the_first_gap_stands_for_an_identifier)
+{
+    EXPECT_EQ(21U, wan_own_or_free_id(21, 20)) << "as shipped: no list";
+
+    given({"1", "2", "25"}, 25);
+    EXPECT_EQ(20U, wan_own_or_free_id(20, 20));
+    EXPECT_EQ(3U, wan_own_or_free_id(21, 20));
+    EXPECT_EQ(3U, wan_own_or_free_id(255, 7));
+}
+
 TEST_F(id_list_test, without_a_list_there_is_no_gap)
 {
     EXPECT_EQ(UINT32_MAX, wan_min_free_id()); // as shipped: no list
