@@ -3,6 +3,7 @@
 #include "base/json_guard.h"
 #include "base/log.h"
 #include "base/os.h"
+#include "wan/dns_servers.h"
 
 #include <arpa/inet.h>
 
@@ -150,21 +151,10 @@ void read_gateways(json_object *root, wan_config *record)
 void read_dns(json_object *root, wan_config *record)
 {
     json_object *const servers = json_member(root, "dns-server");
-    const text_ref v4[] = {record->priDns, record->secDns};
-    const text_ref v6[] = {record->priDnsV6, record->secDnsV6};
-    size_t v4_count = 0;
-    size_t v6_count = 0;
-    for (size_t i = 0; i < json_array_size(servers); i++) {
-        json_object *const entry = json_object_array_get_idx(servers, i);
-        const char *const server = entry ? json_object_get_string(entry) : "";
-        if (strchr(server, '.')) {
-            if (v4_count < std::size(v4))
-                v4[v4_count++].set(server);
-        } else if (strchr(server, ':')) {
-            if (v6_count < std::size(v6))
-                v6[v6_count++].set(server);
-        }
-    }
+    dns_sorter sorter(*record);
+    for (size_t i = 0; i < json_array_size(servers); i++)
+        if (json_object *const server = json_object_array_get_idx(servers, i))
+            sorter.take(json_object_get_string(server));
 }
 
 void read_ipv4_document(json_object *root, wan_config *record)

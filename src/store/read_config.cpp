@@ -1,9 +1,10 @@
 #include "store/read_config.h"
 
 #include "base/log.h"
-#include "store/mac.h"
 #include "service/settings.h"
 #include "status/ifstatus.h"
+#include "store/mac.h"
+#include "wan/dns_servers.h"
 #include "wan/wan_names.h"
 
 #include <string_view>
@@ -63,20 +64,11 @@ void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config 
     uci_list *const servers = network.list(interface, "dns");
     if (!servers)
         return;
-    const text_ref v4[] = {record->priDns, record->secDns};
-    const text_ref v6[] = {record->priDnsV6, record->secDnsV6};
-    size_t v4_count = 0;
-    size_t v6_count = 0;
+    dns_sorter sorter(*record);
     uci_element *server = nullptr;
     uci_foreach_element(servers, server)
     {
-        if (strchr(server->name, '.')) {
-            if (v4_count < std::size(v4))
-                v4[v4_count++].set(server->name);
-        } else if (strchr(server->name, ':')) {
-            if (v6_count < std::size(v6))
-                v6[v6_count++].set(server->name);
-        }
+        sorter.take(server->name);
     }
 }
 
