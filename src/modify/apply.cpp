@@ -7,6 +7,7 @@
 #include "remove/delete_wan.h"
 #include "service/reload.h"
 #include "store/read_config.h"
+#include "wan/wan_names.h"
 
 namespace {
 
@@ -27,9 +28,7 @@ int rewrite(const wan_config *config)
 
 void announce_update(uint8_t wan_id)
 {
-    char command[64];
-    text_ref(command).format("ACTION=\"ifupdate\" INTERFACE=\"wan_%u\" hotplug-call iface &", wan_id);
-    run_command(command);
+    run_command(update_command(wan_names(wan_id).interface).text);
 }
 
 } // namespace

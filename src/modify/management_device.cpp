@@ -1,18 +1,17 @@
 #include "modify/management_device.h"
 
 #include "base/config.h"
-#include "store/mac.h"
 #include "service/reply.h"
 #include "service/settings.h"
 #include "store/id_list.h"
+#include "store/mac.h"
+#include "wan/wan_names.h"
 
 namespace {
 
-constexpr char device_name[] = "pon.4094";
-
 int write_options(const char *section)
 {
-    int error = config_add_list("network", "@device[0]", "ports", device_name);
+    int error = config_add_list("network", "@device[0]", "ports", management_device_name);
     error |= config_set_number("network", section, "mtu", 1500);
     char protocol[2] = {};
     (void)config_get("network", "korvel", "tr069_ip_protocol", protocol);
@@ -23,10 +22,10 @@ int write_options(const char *section)
         {"IpProtocolType", text_empty(protocol) ? "3" : protocol},
         {"service_mode", "3"},
         {"disableLanDhcp", "1"},
-        {"vid", "4094"},
+        {"vid", management_vid},
         {"type", "8021q"},
         {"ifname", uplink_name},
-        {"name", device_name},
+        {"name", management_device_name},
     };
     for (const auto &row : options)
         error |= config_set("network", section, row.option, row.value);
@@ -37,7 +36,7 @@ int write_identity(const char *section)
 {
     const uint32_t id = wan_id_alloc(0);
     char link_name[16];
-    text_ref(link_name).format("%d_OTHER_B_TMP", static_cast<int>(id));
+    management_link_name(id, link_name);
     int error = config_set("network", section, "lkname", link_name);
     char mac[18] = {};
     if (wan_derive_mac(static_cast<uint8_t>(id), mac) == 0)

@@ -10,6 +10,7 @@
 #include "service/reload.h"
 #include "service/reply.h"
 #include "service/settings.h"
+#include "wan/wan_names.h"
 
 namespace {
 
@@ -40,7 +41,7 @@ bool must_go(const uci_loaded &network, uci_section *section)
         const char *const name = network.plain(section, "name");
         return name && strcmp(name, "br-lan") != 0;
     }
-    return strcmp(section->type, "interface") == 0 && strstr(section->e.name, "wan_");
+    return strcmp(section->type, "interface") == 0 && strstr(section->e.name, wan_interface_mark);
 }
 
 // Deletes from the last section to the first: deleting one gives every unnamed section behind it another

@@ -17,7 +17,7 @@ constexpr char script_text[] = R"sh(#!/bin/sh
 DEVICE_LIST="%s"
 DISABLE_DHCP=%u
 FWMARK=%u
-INTERFACE_WAN="wan_%u"
+INTERFACE_WAN="%s"
 LOOKUP=%u
 SERVICE=%u
 [ "$1" != "-r" ] && [[ "$INTERFACE" != "$INTERFACE_WAN*" ]] && return
@@ -134,7 +134,7 @@ void wan_write_route_rule(const wan_rule_ctx *ctx)
     script_file script(path.text);
     if (script)
         script.print(script_text, bound, ctx->config.disableLanDhcp, wan_firewall_mark(ctx->wanId),
-                     ctx->wanId, ctx->wanId + first_table, ctx->config.service);
+                     wan_names(ctx->wanId).interface, ctx->wanId + first_table, ctx->config.service);
     if (!script || !script.commit())
         log_error("Failed to generate wan_%u route rule: %s", ctx->wanId, path.text);
 }

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/os.h"
 #include "wan/dns_servers.h"
+#include "wan/wan_names.h"
 
 #include <arpa/inet.h>
 
@@ -172,19 +173,9 @@ void read_ipv4_document(json_object *root, wan_config *record)
     read_dns(root, record);
 }
 
-struct command_line {
-    char text[48];
-};
-
-command_line status_command(uint8_t wan_id, const char *suffix)
+bool read_reply(const char *interface, text_ref reply)
 {
-    command_line command;
-    text_ref(command.text).format("ubus -S call network.interface.wan_%u%s status", wan_id, suffix);
-    return command;
-}
-
-bool read_reply(const command_line &command, text_ref reply)
-{
+    const status_command command(interface);
     if (read_command(command.text, reply))
         return true;
     log_error("Failed to open ubus call: %s", command.text);
@@ -194,7 +185,8 @@ bool read_reply(const command_line &command, text_ref reply)
 int read_ipv6_interface(wan_config *record)
 {
     char reply[reply_size + 1];
-    if (!read_reply(status_command(record->wanId, record->ipMode == ip_mode_dhcp ? "_v6" : "_6"), reply))
+    const wan_names names(record->wanId);
+    if (!read_reply(record->ipMode == ip_mode_dhcp ? names.interface_v6 : names.dialled_v6, reply))
         return -1;
     const json_document status(reply);
     if (!status) {
@@ -208,7 +200,7 @@ int read_ipv6_interface(wan_config *record)
 int read_ipv4_interface(wan_config *record)
 {
     char reply[reply_size + 1];
-    if (!read_reply(status_command(record->wanId, ""), reply))
+    if (!read_reply(wan_names(record->wanId).interface, reply))
         return -1;
     const json_document status(reply);
     if (!status) {

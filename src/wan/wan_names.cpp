@@ -23,6 +23,7 @@ wan_names::wan_names(uint32_t wan_id)
     text_ref(id).format("%u", wan_id);
     text_ref(interface).format("wan_%u", wan_id);
     text_ref(interface_v6).format("wan_%u_v6", wan_id);
+    text_ref(dialled_v6).format("wan_%u_6", wan_id);
     text_ref(dslite).format("dslite_%u", wan_id);
 }
 
@@ -31,6 +32,21 @@ wan_names::prefix wan_names::device_prefix(uint32_t wan_id)
     prefix result;
     text_ref(result.text).format("%u_", wan_id);
     return result;
+}
+
+status_command::status_command(const char *interface)
+{
+    text_ref(text).format("ubus -S call network.interface.%s status", interface);
+}
+
+update_command::update_command(const char *interface)
+{
+    text_ref(text).format("ACTION=\"ifupdate\" INTERFACE=\"%s\" hotplug-call iface &", interface);
+}
+
+void management_link_name(uint32_t wan_id, char (&name_out)[16])
+{
+    text_ref(name_out).format("%d_OTHER_B_TMP", static_cast<int>(wan_id));
 }
 
 script_path bridge_rule_path(uint8_t wan_id)

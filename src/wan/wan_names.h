@@ -1,5 +1,6 @@
-// Every name that is made from a WAN's identifier or from its service, in one place. The name of its network
-// device is made by the setting that it begins with (service/settings).
+// Every name that is made from a WAN's identifier or from its service, in one place, and those of the
+// management device. The name of a WAN's network device is made by the setting that it begins with
+// (service/settings).
 #pragma once
 
 #include "base/text.h"
@@ -13,6 +14,7 @@ struct wan_names {
     char id[4];            // "7", the entry in network.korvel.wanList
     char interface[8];     // "wan_7", IPv4 or the only interface
     char interface_v6[12]; // "wan_7_v6", the IPv6 interface of a WAN with ipMode DHCP
+    char dialled_v6[12];   // "wan_7_6", which the network daemon itself adds to a WAN that dials
     char dslite[12];       // "dslite_7"
 
     explicit wan_names(uint32_t wan_id);
@@ -24,6 +26,28 @@ struct wan_names {
     };
     static prefix device_prefix(uint32_t wan_id);
 };
+
+// The part of an interface's name by which the sweep knows it as a WAN's.
+inline constexpr char wan_interface_mark[] = "wan_";
+
+// The shell command that has the network daemon tell an interface's status. Deliberate: built in 48 bytes,
+// one too few for "wan_100_v6" and its like, whose status is therefore never had.
+struct status_command {
+    char text[48];
+    explicit status_command(const char *interface);
+};
+
+// The shell command that announces a changed interface to the hotplug system and does not wait.
+struct update_command {
+    char text[64];
+    explicit update_command(const char *interface);
+};
+
+// The management device: its VLAN, the name of its network device and its link name, which has the identifier
+// as a signed number and is built in 16 bytes.
+inline constexpr char management_vid[] = "4094";
+inline constexpr char management_device_name[] = "pon.4094";
+void management_link_name(uint32_t wan_id, char (&name_out)[16]);
 
 // Paths of a WAN's scripts, 64 bytes.
 struct script_path {

@@ -30,15 +30,16 @@ TEST(wan_names, sections_are_named_after_the_identifier)
         const char *text;
         const char *interface;
         const char *interface_v6;
+        const char *dialled_v6;
         const char *dslite;
     } cases[] = {
-        {1, "1", "wan_1", "wan_1_v6", "dslite_1"},
-        {42, "42", "wan_42", "wan_42_v6", "dslite_42"},
-        {255, "255", "wan_255", "wan_255_v6", "dslite_255"},
+        {1, "1", "wan_1", "wan_1_v6", "wan_1_6", "dslite_1"},
+        {42, "42", "wan_42", "wan_42_v6", "wan_42_6", "dslite_42"},
+        {255, "255", "wan_255", "wan_255_v6", "wan_255_6", "dslite_255"},
         // Identifier texts have three digits; what follows is cut.
-        {999, "999", "wan_999", "wan_999_v6", "dslite_999"},
-        {1000, "100", "wan_100", "wan_1000_v6", "dslite_1000"},
-        {12345, "123", "wan_123", "wan_12345_v", "dslite_1234"},
+        {999, "999", "wan_999", "wan_999_v6", "wan_999_6", "dslite_999"},
+        {1000, "100", "wan_100", "wan_1000_v6", "wan_1000_6", "dslite_1000"},
+        {12345, "123", "wan_123", "wan_12345_v", "wan_12345_6", "dslite_1234"},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.id);
@@ -48,8 +49,40 @@ TEST(wan_names, sections_are_named_after_the_identifier)
         EXPECT_STREQ(row.text, names.id);
         EXPECT_STREQ(row.interface, names.interface);
         EXPECT_STREQ(row.interface_v6, names.interface_v6);
+        EXPECT_STREQ(row.dialled_v6, names.dialled_v6);
         EXPECT_STREQ(row.dslite, names.dslite);
     }
+}
+
+TEST(wan_names, commands_name_the_interface)
+{
+    EXPECT_STREQ("ubus -S call network.interface.wan_7 status", status_command("wan_7").text);
+    EXPECT_STREQ("ACTION=\"ifupdate\" INTERFACE=\"wan_255\" hotplug-call iface &",
+                 update_command("wan_255").text);
+}
+
+TEST(wan_names, the_status_command_has_47_characters)
+{
+    EXPECT_STREQ("ubus -S call network.interface.wan_255_6 status", status_command("wan_255_6").text);
+    EXPECT_STREQ("ubus -S call network.interface.wan_100_v6 statu", status_command("wan_100_v6").text);
+}
+
+TEST(wan_names, the_management_device_has_its_identifier_in_its_link_name_only)
+{
+    constexpr struct {
+        uint32_t id;
+        const char *link_name;
+    } cases[] = {
+        {1, "1_OTHER_B_TMP"},
+        {1234567, "1234567_OTHER_B"}, // 15 characters
+        {UINT32_MAX, "-1_OTHER_B_TMP"},
+    };
+    for (const auto &row : cases) {
+        char name[16];
+        management_link_name(row.id, name);
+        EXPECT_STREQ(row.link_name, name);
+    }
+    EXPECT_EQ(std::string("pon.") + management_vid, management_device_name);
 }
 
 TEST(wan_names, a_three_digit_prefix_has_no_underscore)
