@@ -2,7 +2,7 @@
 // machine.
 #pragma once
 
-#include "root/private_root.h"
+#include "root/root_options.h"
 
 // Address of the LAN bridge, from which WAN addresses are derived.
 inline constexpr char lan_bridge_mac[] = "00:11:22:33:44:55";

@@ -1,7 +1,7 @@
 // The file system of a private root. Called once, by process 1 inside.
 #pragma once
 
-#include "root/private_root.h"
+#include "root/root_options.h"
 
 // Who builds the tree: the machine's root, or an ordinary user who is root of a user namespace only.
 enum class tree_owner { root, user };

@@ -137,6 +137,14 @@ TEST(include_rules, no_files_need_each_other_in_a_circle)
     EXPECT_EQ("", names_of(circles(read_daemon())));
 }
 
+TEST(include_rules, nor_do_files_of_the_virtual_gateway)
+{
+    const include_map sources = read_sources(fs::path(KORVEL_SOURCE_DIR) / "gateway");
+
+    EXPECT_TRUE(sources.contains("root/private_root.cpp"));
+    EXPECT_EQ("", names_of(circles(sources)));
+}
+
 TEST(include_rules, a_circle_is_found)
 {
     const include_map ring = {{"a.cpp", {"b.h"}}, {"b.h", {"c.h"}},       {"c.cpp", {"a.h"}}, {"a.h", {}},
