@@ -1,6 +1,6 @@
 // korvel-gateway: boots a virtual gateway on this machine, for demonstrations and for looking around.
 #include "launcher/launcher_options.h"
-#include "launcher/service.h"
+#include "launcher/launched_program.h"
 #include "root/gateway_root.h"
 #include "tools/places.h"
 #include "tools/programs.h"
@@ -38,10 +38,10 @@ std::function<bool()> object_is_there(const char *object)
 
 // The gateway's programs; ended in reverse order.
 struct running_gateway {
-    service log{{"gateway-tool", "syslogd"}, [] { return fs::exists(log_socket_path); }};
-    service bus{{"ubusd"}, [] { return run_silently({"ubus", "-S", "list"}) == 0; }};
-    service network{{"gateway-netd"}, object_is_there("network")};
-    std::unique_ptr<service> korvel;
+    launched_program log{{"gateway-tool", "syslogd"}, [] { return fs::exists(log_socket_path); }};
+    launched_program bus{{"ubusd"}, [] { return run_silently({"ubus", "-S", "list"}) == 0; }};
+    launched_program network{{"gateway-netd"}, object_is_there("network")};
+    std::unique_ptr<launched_program> korvel;
 };
 
 void copy_config(const std::string &directory)
@@ -78,7 +78,7 @@ int run_gateway(const launcher_options &options)
         running_gateway gateway;
         if (options.start_korvel)
             gateway.korvel =
-                std::make_unique<service>(command_words{"korvel", "-d"}, object_is_there("korvel"));
+                std::make_unique<launched_program>(command_words{"korvel", "-d"}, object_is_there("korvel"));
         status = run_command(options);
     }
     if (options.show_journal)

@@ -1,4 +1,4 @@
-// A program that runs as long as the gateway does.
+// A program that the launcher starts and that runs as long as the gateway does.
 #pragma once
 
 #include "tools/journal.h"
@@ -8,18 +8,18 @@
 #include <string>
 #include <sys/types.h>
 
-inline constexpr std::chrono::seconds service_deadline{15};
+inline constexpr std::chrono::seconds serving_deadline{15};
 
-class service {
+class launched_program {
 public:
     // Starts words[0]; what it prints goes to /gateway/<name>.out, a program's name with directories left
     // out. Returns when `serves` holds, which is asked every few milliseconds. Throws std::runtime_error with
-    // what the program has printed when it ends before that or does not serve within service_deadline.
-    service(const command_words &words, const std::function<bool()> &serves);
+    // what the program has printed when it ends before that or does not serve within serving_deadline.
+    launched_program(const command_words &words, const std::function<bool()> &serves);
     // Sends SIGTERM and waits; SIGKILL follows when that takes too long.
-    ~service();
-    service(const service &) = delete;
-    service &operator=(const service &) = delete;
+    ~launched_program();
+    launched_program(const launched_program &) = delete;
+    launched_program &operator=(const launched_program &) = delete;
 
 private:
     [[noreturn]] void fail(const std::string &what);

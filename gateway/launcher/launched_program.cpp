@@ -1,5 +1,5 @@
 // Starting and stopping the programs of a gateway.
-#include "launcher/service.h"
+#include "launcher/launched_program.h"
 
 #include "tools/programs.h"
 
@@ -26,11 +26,11 @@ std::string content(const std::string &path)
 
 } // namespace
 
-service::service(const command_words &words, const std::function<bool()> &serves)
+launched_program::launched_program(const command_words &words, const std::function<bool()> &serves)
     : name_(words.front()), output_path_("/gateway/" + name_ + ".out"),
       child_(start_program(words, output_path_))
 {
-    const auto deadline = steady_clock::now() + service_deadline;
+    const auto deadline = steady_clock::now() + serving_deadline;
     while (!serves()) {
         if (has_ended())
             fail("has ended");
@@ -40,7 +40,7 @@ service::service(const command_words &words, const std::function<bool()> &serves
     }
 }
 
-service::~service()
+launched_program::~launched_program()
 {
     if (child_ <= 0)
         return;
@@ -53,14 +53,14 @@ service::~service()
     }
 }
 
-bool service::has_ended()
+bool launched_program::has_ended()
 {
     if (child_ > 0 && waitpid(child_, nullptr, WNOHANG) == child_)
         child_ = 0;
     return child_ == 0;
 }
 
-void service::fail(const std::string &what)
+void launched_program::fail(const std::string &what)
 {
     if (child_ > 0) {
         (void)kill(child_, SIGKILL);
