@@ -189,7 +189,7 @@ void links::remove_others(const std::vector<config_section> &devices)
     run(commands);
 }
 
-void links::bring_up(const config_section &interface, const interface_content &content)
+void links::bring_up(const config_section &interface, const ip_settings &settings)
 {
     const std::string device = layer3_device(interface);
     if (!enabled_ || device.empty())
@@ -197,15 +197,15 @@ void links::bring_up(const config_section &interface, const interface_content &c
     std::string commands;
     if (has_own_device(interface) && !exists(device))
         commands += pair_commands(device);
-    for (const address &own : content.v4)
+    for (const address &own : settings.v4)
         commands += line({"addr replace", address_words(own), "dev", device});
-    for (const address &own : content.v6)
+    for (const address &own : settings.v6)
         commands += line({"addr replace", address_words(own), "dev", device, "nodad"});
-    commands += route_commands("append", content.routes, device);
+    commands += route_commands("append", settings.routes, device);
     run(commands);
 }
 
-void links::take_down(const config_section &interface, const interface_content &content)
+void links::take_down(const config_section &interface, const ip_settings &settings)
 {
     const std::string device = layer3_device(interface);
     if (!enabled_ || !exists(device))
@@ -214,8 +214,8 @@ void links::take_down(const config_section &interface, const interface_content &
         run(line({"link delete", device}));
         return;
     }
-    std::string commands = route_commands("del", content.routes, device);
-    for (const std::vector<address> *addresses : {&content.v4, &content.v6})
+    std::string commands = route_commands("del", settings.routes, device);
+    for (const std::vector<address> *addresses : {&settings.v4, &settings.v6})
         for (const address &own : *addresses)
             commands += line({"addr del", address_words(own), "dev", device});
     run(commands);

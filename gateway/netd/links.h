@@ -3,7 +3,7 @@
 // and the name.
 #pragma once
 
-#include "netd/content.h"
+#include "netd/ip_settings.h"
 #include "netd/network_config.h"
 
 #include <set>
@@ -24,8 +24,8 @@ public:
 
     // Gives the interface's device its addresses and routes; a dialled or tunnelled interface gets its device
     // first.
-    void bring_up(const config_section &interface, const interface_content &content);
-    void take_down(const config_section &interface, const interface_content &content);
+    void bring_up(const config_section &interface, const ip_settings &settings);
+    void take_down(const config_section &interface, const ip_settings &settings);
 
 private:
     void run(const std::string &commands) const;

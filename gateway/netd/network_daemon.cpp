@@ -282,8 +282,8 @@ void network_daemon::bring_up(interface_record &record)
 
 void network_daemon::come_up(interface_record &record)
 {
-    record.content = content_of(record.section);
-    links_.bring_up(record.section, record.content);
+    record.settings = ip_settings_of(record.section);
+    links_.bring_up(record.section, record.settings);
     record.state = link_state::up;
     record.up_since = std::chrono::steady_clock::now();
     announce(record, "ifup");
@@ -316,7 +316,7 @@ void network_daemon::go_down(interface_record &record)
     record.state = link_state::down;
     if (!was_up)
         return;
-    links_.take_down(record.section, record.content);
+    links_.take_down(record.section, record.settings);
     announce(record, "ifdown");
 }
 
@@ -367,7 +367,7 @@ std::vector<prefix_assignment> network_daemon::assignments_for(const interface_r
     for (const auto &upstream : interfaces_) {
         if (upstream->state != link_state::up || !upstream->section.number("delegate", 1))
             continue;
-        for (const prefix &delegated : upstream->content.prefixes)
+        for (const prefix &delegated : upstream->settings.prefixes)
             if (delegated.mask <= mask)
                 assignments.push_back({delegated.text, mask, delegated.leased});
     }
@@ -386,7 +386,7 @@ interface_status network_daemon::status_of(const interface_record &record) const
     status.autostart = record.source != origin::configured || starts_by_itself(record.section);
     status.dynamic = record.source == origin::dynamic;
     status.uptime = static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(uptime).count());
-    status.content = &record.content;
+    status.settings = &record.settings;
     if (lan) {
         status.downstream = lan->section.name;
         status.downstream_mask = lan->section.number("ip6assign", 0);

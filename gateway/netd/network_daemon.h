@@ -7,7 +7,7 @@
 
 #include "netd/board.h"
 #include "netd/bus_headers.h"
-#include "netd/content.h"
+#include "netd/ip_settings.h"
 #include "netd/hotplug.h"
 #include "netd/links.h"
 #include "netd/loop.h"
@@ -64,7 +64,7 @@ private:
         origin source;
         link_state state = link_state::down;
         std::chrono::steady_clock::time_point up_since;
-        interface_content content; // while up
+        ip_settings settings; // while up
         timer coming_up;
         std::string path; // on the bus
         interface_object object{};

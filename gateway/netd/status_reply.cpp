@@ -98,7 +98,7 @@ void add_assigned(blob_buf *reply, const prefix &delegated, const interface_stat
 void add_prefixes(blob_buf *reply, const interface_status &status)
 {
     const array entries(reply, "ipv6-prefix");
-    for (const prefix &delegated : status.content->prefixes) {
+    for (const prefix &delegated : status.settings->prefixes) {
         const table entry(reply, nullptr);
         add_text(reply, "address", delegated.text);
         add_int(reply, "mask", delegated.mask);
@@ -122,14 +122,14 @@ void add_assignments(blob_buf *reply, const std::vector<prefix_assignment> &assi
     }
 }
 
-void add_inactive(blob_buf *reply, const interface_content &content)
+void add_inactive(blob_buf *reply, const ip_settings &settings)
 {
     const table inactive(reply, "inactive");
     add_addresses(reply, "ipv4-address", {});
     add_addresses(reply, "ipv6-address", {});
-    add_routes(reply, content.inactive_routes);
-    add_texts(reply, "dns-server", content.inactive_servers);
-    add_texts(reply, "dns-search", content.inactive_search);
+    add_routes(reply, settings.inactive_routes);
+    add_texts(reply, "dns-server", settings.inactive_servers);
+    add_texts(reply, "dns-search", settings.inactive_search);
     add_texts(reply, "neighbors", {});
 }
 
@@ -142,24 +142,24 @@ void add_optional_number(blob_buf *reply, const config_section &section, const c
 void add_content(blob_buf *reply, const interface_status &status)
 {
     const config_section &section = *status.section;
-    const interface_content &content = *status.content;
-    if (!content.updated.empty())
-        add_texts(reply, "updated", content.updated);
+    const ip_settings &settings = *status.settings;
+    if (!settings.updated.empty())
+        add_texts(reply, "updated", settings.updated);
     add_optional_number(reply, section, "ip4table");
     add_optional_number(reply, section, "ip6table");
     add_int(reply, "metric", section.number("metric", 0));
     add_int(reply, "dns_metric", section.number("dns_metric", 0));
     add_bool(reply, "delegation", section.number("delegate", 1));
     add_optional_number(reply, section, "ip6weight");
-    add_addresses(reply, "ipv4-address", content.v4);
-    add_addresses(reply, "ipv6-address", content.v6);
+    add_addresses(reply, "ipv4-address", settings.v4);
+    add_addresses(reply, "ipv6-address", settings.v6);
     add_prefixes(reply, status);
     add_assignments(reply, status.assignments);
-    add_routes(reply, content.routes);
-    add_texts(reply, "dns-server", content.servers);
-    add_texts(reply, "dns-search", content.search);
+    add_routes(reply, settings.routes);
+    add_texts(reply, "dns-server", settings.servers);
+    add_texts(reply, "dns-search", settings.search);
     add_texts(reply, "neighbors", {});
-    add_inactive(reply, content);
+    add_inactive(reply, settings);
 }
 
 void add_data(blob_buf *reply, const interface_status &status)
@@ -167,10 +167,10 @@ void add_data(blob_buf *reply, const interface_status &status)
     const table data(reply, "data");
     if (status.state != link_state::up)
         return;
-    if (status.content->lease_seconds)
-        add_int(reply, "leasetime", status.content->lease_seconds);
-    if (!status.content->passed_through.empty())
-        add_text(reply, "passthru", status.content->passed_through);
+    if (status.settings->lease_seconds)
+        add_int(reply, "leasetime", status.settings->lease_seconds);
+    if (!status.settings->passed_through.empty())
+        add_text(reply, "passthru", status.settings->passed_through);
 }
 
 } // namespace

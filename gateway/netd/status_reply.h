@@ -2,7 +2,7 @@
 #pragma once
 
 #include "netd/bus_headers.h"
-#include "netd/content.h"
+#include "netd/ip_settings.h"
 #include "netd/network_config.h"
 
 #include <string>
@@ -24,7 +24,7 @@ struct interface_status {
     bool autostart;
     bool dynamic;
     int uptime; // seconds
-    const interface_content *content;
+    const ip_settings *settings;
     std::string downstream;  // interface that gets the prefixes; empty: none
     int downstream_mask = 0; // size of its part
     std::vector<prefix_assignment> assignments;

@@ -1,4 +1,4 @@
-#include "netd/content.h"
+#include "netd/ip_settings.h"
 
 #include <arpa/inet.h>
 #include <bit>
@@ -61,76 +61,76 @@ route leased_default_route_v6(const std::string &source)
     return {any_v6, 0, "fe80::1", source, provider_route_metric, provider_route_valid};
 }
 
-void add_static(const config_section &interface, interface_content &content)
+void add_static(const config_section &interface, ip_settings &settings)
 {
     constexpr int v4_bits = 32;
     constexpr int v6_bits = 128;
     const int mask = mask_length(interface.text("netmask"), v4_bits);
     for (const std::string &value : interface.list("ipaddr"))
-        content.v4.push_back(parse_address(value, mask));
+        settings.v4.push_back(parse_address(value, mask));
     for (const std::string &value : interface.list("ip6addr"))
-        content.v6.push_back(parse_address(value, v6_bits));
+        settings.v6.push_back(parse_address(value, v6_bits));
     for (const std::string &value : interface.list("ip6prefix")) {
         const address parsed = parse_address(value, v6_bits);
-        content.prefixes.push_back({parsed.text, parsed.mask, {}, interface.name});
+        settings.prefixes.push_back({parsed.text, parsed.mask, {}, interface.name});
     }
     if (const std::string gateway = interface.text("gateway"); !gateway.empty())
-        content.routes.push_back(default_route_v4(gateway, "0.0.0.0/0"));
+        settings.routes.push_back(default_route_v4(gateway, "0.0.0.0/0"));
     if (const std::string gateway = interface.text("ip6gw"); !gateway.empty())
-        content.routes.push_back({any_v6, 0, gateway, "::/0"});
+        settings.routes.push_back({any_v6, 0, gateway, "::/0"});
 }
 
-void add_dhcp(unsigned number, interface_content &content)
+void add_dhcp(unsigned number, ip_settings &settings)
 {
     const std::string own = text("198.51.100.%u", (22 + number) % 256);
-    content.v4.push_back({own, 24, {}, {}});
-    content.routes.push_back(default_route_v4("198.51.100.1", own + "/32"));
-    content.servers = {"198.51.100.53", "203.0.113.53"};
-    content.search = {"isp.example"};
-    content.lease_seconds = provider_lease_seconds;
+    settings.v4.push_back({own, 24, {}, {}});
+    settings.routes.push_back(default_route_v4("198.51.100.1", own + "/32"));
+    settings.servers = {"198.51.100.53", "203.0.113.53"};
+    settings.search = {"isp.example"};
+    settings.lease_seconds = provider_lease_seconds;
 }
 
-void add_dhcpv6(unsigned number, const std::string &name, interface_content &content)
+void add_dhcpv6(unsigned number, const std::string &name, ip_settings &settings)
 {
     const std::string own = text("2001:db8:%x:1::9", number);
     const std::string delegated = text("2001:db8:%x::", (0xa900 + number * 0x100) & 0xffff);
     constexpr int delegated_mask = 56;
-    content.v6.push_back({own, 128, {}, provider_lifetime});
-    content.prefixes.push_back({delegated, delegated_mask, provider_lifetime, name});
-    content.routes.push_back(leased_default_route_v6(text("%s/%d", delegated.c_str(), delegated_mask)));
-    content.routes.push_back(leased_default_route_v6(own + "/128"));
-    content.servers = {"2001:db8::53", "2001:db8::54"};
-    content.passed_through = "00170020";
+    settings.v6.push_back({own, 128, {}, provider_lifetime});
+    settings.prefixes.push_back({delegated, delegated_mask, provider_lifetime, name});
+    settings.routes.push_back(leased_default_route_v6(text("%s/%d", delegated.c_str(), delegated_mask)));
+    settings.routes.push_back(leased_default_route_v6(own + "/128"));
+    settings.servers = {"2001:db8::53", "2001:db8::54"};
+    settings.passed_through = "00170020";
 }
 
-void add_pppoe(const config_section &interface, unsigned number, interface_content &content)
+void add_pppoe(const config_section &interface, unsigned number, ip_settings &settings)
 {
-    content.updated = {"addresses", "routes"};
-    content.v4.push_back({text("100.64.%u.9", (number + 1) % 256), 32, "100.64.0.1", {}});
+    settings.updated = {"addresses", "routes"};
+    settings.v4.push_back({text("100.64.%u.9", (number + 1) % 256), 32, "100.64.0.1", {}});
     if (dynamic_v6_side(interface))
-        content.v6.push_back({text("fe80::3c1f:9aff:fe%02x:11", number), 128, {}, {}});
-    content.routes.push_back(default_route_v4("100.64.0.1", "0.0.0.0/0"));
-    content.servers = {"203.0.113.1", "203.0.113.2"};
+        settings.v6.push_back({text("fe80::3c1f:9aff:fe%02x:11", number), 128, {}, {}});
+    settings.routes.push_back(default_route_v4("100.64.0.1", "0.0.0.0/0"));
+    settings.servers = {"203.0.113.1", "203.0.113.2"};
 }
 
-void add_dslite(interface_content &content)
+void add_dslite(ip_settings &settings)
 {
-    content.v4.push_back({"192.0.0.2", 29, {}, {}});
-    content.routes.push_back(default_route_v4(any_v4, "0.0.0.0/0"));
+    settings.v4.push_back({"192.0.0.2", 29, {}, {}});
+    settings.routes.push_back(default_route_v4(any_v4, "0.0.0.0/0"));
 }
 
-void apply_preferences(const config_section &interface, interface_content &content)
+void apply_preferences(const config_section &interface, ip_settings &settings)
 {
     if (interface.number("defaultroute", 1) == 0)
-        content.inactive_routes.swap(content.routes);
+        settings.inactive_routes.swap(settings.routes);
     if (interface.number("peerdns", 1) == 0) {
-        content.inactive_servers.swap(content.servers);
-        content.inactive_search.swap(content.search);
+        settings.inactive_servers.swap(settings.servers);
+        settings.inactive_search.swap(settings.search);
     }
     const std::vector<std::string> configured = interface.list("dns");
-    content.servers.insert(content.servers.begin(), configured.begin(), configured.end());
+    settings.servers.insert(settings.servers.begin(), configured.begin(), configured.end());
     const std::vector<std::string> domains = interface.list("dns_search");
-    content.search.insert(content.search.begin(), domains.begin(), domains.end());
+    settings.search.insert(settings.search.begin(), domains.begin(), domains.end());
 }
 
 } // namespace
@@ -150,23 +150,23 @@ std::string layer3_device(const config_section &interface)
     return interface.text("device");
 }
 
-interface_content content_of(const config_section &interface)
+ip_settings ip_settings_of(const config_section &interface)
 {
-    interface_content content;
+    ip_settings settings;
     const std::string protocol = interface.text("proto");
     const unsigned number = interface_number(interface.name);
     if (protocol == "static")
-        add_static(interface, content);
+        add_static(interface, settings);
     else if (protocol == "dhcp")
-        add_dhcp(number, content);
+        add_dhcp(number, settings);
     else if (protocol == "dhcpv6")
-        add_dhcpv6(number, interface.name, content);
+        add_dhcpv6(number, interface.name, settings);
     else if (protocol == "pppoe")
-        add_pppoe(interface, number, content);
+        add_pppoe(interface, number, settings);
     else if (protocol == "dslite")
-        add_dslite(content);
-    apply_preferences(interface, content);
-    return content;
+        add_dslite(settings);
+    apply_preferences(interface, settings);
+    return settings;
 }
 
 std::optional<config_section> dynamic_v6_side(const config_section &interface)

@@ -1,6 +1,6 @@
-// What an interface has once it is up: addresses, routes and servers. They come from its configuration or,
-// for the protocols that ask a provider, from addresses for documentation which follow from the digits in the
-// interface's name: wan_3 always gets what wan_3 got before.
+// The IP settings of an interface that is up: its addresses, routes and servers. They come from its
+// configuration or, for the protocols that ask a provider, from addresses for documentation which follow from
+// the digits in the interface's name: wan_3 always gets what wan_3 got before.
 #pragma once
 
 #include "netd/network_config.h"
@@ -37,7 +37,7 @@ struct prefix {
     std::string owner; // interface that it was delegated to
 };
 
-struct interface_content {
+struct ip_settings {
     std::vector<std::string> updated; // what the protocol has changed since the interface came up
     std::vector<address> v4;
     std::vector<address> v6;
@@ -59,7 +59,7 @@ std::string layer3_device(const config_section &interface);
 // The device below; empty when the protocol has none.
 std::string lower_device(const config_section &interface);
 
-interface_content content_of(const config_section &interface);
+ip_settings ip_settings_of(const config_section &interface);
 
 // The IPv6 side that a dialled interface brings up by itself, as a section; nothing when it has none.
 std::optional<config_section> dynamic_v6_side(const config_section &interface);
