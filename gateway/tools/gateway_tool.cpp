@@ -40,8 +40,10 @@ int run_tool(const command_words &words)
         return usage();
     const std::string &task = words.front();
     const command_words rest(words.begin() + 1, words.end());
-    if (task == "syslogd" && rest.empty())
+    if (task == "syslogd" && rest.empty()) {
         run_syslogd();
+        return 0;
+    }
     if (task == "pick" && !rest.empty())
         return run_pick(rest);
     if (task != "journal" || rest.empty())

@@ -5,8 +5,12 @@
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -66,6 +70,32 @@ int bind_socket()
     return socket_fd;
 }
 
+// Readable once this process is asked to end.
+int stop_descriptor()
+{
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    (void)sigprocmask(SIG_BLOCK, &stops, nullptr);
+    const int stop = signalfd(-1, &stops, SFD_CLOEXEC);
+    if (stop < 0)
+        fail("signalfd");
+    return stop;
+}
+
+// Writes one waiting message.
+void take_message(int messages, int log)
+{
+    char datagram[8192];
+    const ssize_t length = recv(messages, datagram, sizeof(datagram), 0);
+    if (length < 0)
+        fail(log_socket_path);
+    const std::string line = log_line({datagram, static_cast<size_t>(length)}) + "\n";
+    if (write(log, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+        fail(log_path);
+}
+
 } // namespace
 
 std::string log_line(std::string_view datagram)
@@ -89,16 +119,18 @@ void run_syslogd()
     const int log = open(log_path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (log < 0)
         fail(log_path);
+    const int stop = stop_descriptor();
     const int messages = bind_socket();
     for (;;) {
-        char datagram[8192];
-        const ssize_t length = recv(messages, datagram, sizeof(datagram), 0);
-        if (length < 0 && errno == EINTR)
+        pollfd waiting[] = {{messages, POLLIN, 0}, {stop, POLLIN, 0}};
+        if (poll(waiting, std::size(waiting), -1) < 0) {
+            if (errno != EINTR)
+                fail("poll");
             continue;
-        if (length < 0)
-            fail(log_socket_path);
-        const std::string line = log_line({datagram, static_cast<size_t>(length)}) + "\n";
-        if (write(log, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
-            fail(log_path);
+        }
+        if (waiting[0].revents)
+            take_message(messages, log);
+        else
+            return; // asked to end, and nothing is waiting any more
     }
 }

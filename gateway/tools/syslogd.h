@@ -8,7 +8,7 @@
 // feeds in the text become the two characters \n, the time and the process number are left out.
 std::string log_line(std::string_view datagram);
 
-// Catches what is sent to /dev/log and appends it to /gateway/log until a signal ends the process. Messages
-// are kept from the moment when /dev/log exists. Throws std::system_error when the socket or the log cannot
-// be used.
-[[noreturn]] void run_syslogd();
+// Catches what is sent to /dev/log and appends it to /gateway/log. Messages are kept from the moment when
+// /dev/log exists; SIGINT or SIGTERM ends it once all that were sent before are in the log. Throws
+// std::system_error when the socket or the log cannot be used.
+void run_syslogd();

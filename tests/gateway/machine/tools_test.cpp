@@ -190,4 +190,15 @@ TEST(stand_ins, messages_to_the_system_log_are_kept)
     EXPECT_EQ("err korvel Failed to get maxWanId\n", result.output);
 }
 
+TEST(stand_ins, the_system_log_ends_with_all_that_was_sent)
+{
+    // Stopped, it finds the messages and the request to end at the same moment.
+    const inside_result result =
+        run_in_gateway("gateway-tool syslogd & while [ ! -S /dev/log ]; do sleep 0.01; done; kill -STOP $!;"
+                       "for text in one two three; do busybox logger -t korvel -p daemon.err $text; done;"
+                       "kill -TERM $!; kill -CONT $!; wait $!; echo $?; cat /gateway/log");
+
+    EXPECT_EQ("0\nerr korvel one\nerr korvel two\nerr korvel three\n", result.output);
+}
+
 } // namespace
