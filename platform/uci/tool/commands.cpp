@@ -52,14 +52,38 @@ int get(const request &rq)
     return exit_done;
 }
 
-template <int (*action)(uci_context *, uci_ptr *)> int change(const request &rq)
+using element_action = int (*)(uci_context *, uci_ptr *);
+
+int apply(const request &rq, uci_ptr &ptr, element_action action)
+{
+    if (action(rq.ctx(), &ptr) != UCI_OK || uci_save(rq.ctx(), ptr.p) != UCI_OK)
+        return report(rq.tool);
+    return exit_done;
+}
+
+template <element_action action> int change(const request &rq)
+{
+    uci_ptr ptr;
+    return look_up(rq.tool, rq.argument(), &ptr) ? apply(rq, ptr, action) : exit_failed;
+}
+
+bool starts_with_number(const char *text)
+{
+    char *end;
+    (void)strtol(text, &end, 10);
+    return end != text;
+}
+
+// A value is the index of a list's element. One that is no number names nothing that could be deleted, least
+// of all what it stands behind.
+int remove(const request &rq)
 {
     uci_ptr ptr;
     if (!look_up(rq.tool, rq.argument(), &ptr))
         return exit_failed;
-    if (action(rq.ctx(), &ptr) != UCI_OK || uci_save(rq.ctx(), ptr.p) != UCI_OK)
-        return report(rq.tool);
-    return exit_done;
+    if (ptr.value && *ptr.value && !starts_with_number(ptr.value))
+        return exit_failed;
+    return apply(rq, ptr, uci_delete);
 }
 
 int reorder_to_value(uci_context *ctx, uci_ptr *ptr)
@@ -212,7 +236,7 @@ constexpr command commands[] = {
     {"add", nullptr, 2, 2, add},
     {"add_list", nullptr, 1, 1, change<uci_add_list>},
     {"del_list", nullptr, 1, 1, change<uci_del_list>},
-    {"delete", "del", 1, 1, change<uci_delete>},
+    {"delete", "del", 1, 1, remove},
     {"rename", "ren", 1, 1, change<uci_rename>},
     {"reorder", nullptr, 1, 1, change<reorder_to_value>},
     {"revert", nullptr, 1, 1, revert},

@@ -235,6 +235,19 @@ TEST_F(uci_tool_test, delete_takes_the_index_of_a_list_element)
     EXPECT_EQ(delta(), "-n.cfg020f15.ports='0'\n");
 }
 
+TEST_F(uci_tool_test, delete_with_a_value_that_is_no_number_deletes_nothing)
+{
+    for (const char *tuple : {"n.lan=static", "n.lan.proto=x", "n.lan.proto=static", "n.@device[0]=device",
+                              "n.@device[0].ports=a", "n.lan=-", "n.lan.nope=x", "n=x"}) {
+        expect_failure(std::string("delete ") + tuple, 1, "");
+        expect_failure(std::string("-q del ") + tuple, 1, "");
+    }
+    EXPECT_EQ(delta(), std::nullopt);
+
+    quietly({"delete n.lan.proto=0", "delete n.lan=", "delete n.g=7"});
+    EXPECT_EQ(delta(), "-n.lan.proto\n-n.lan\n-n.g\n");
+}
+
 TEST_F(uci_tool_test, renamed_and_moved_sections_are_committed_so)
 {
     quietly({"rename n.lan=l2"});
