@@ -202,21 +202,24 @@ int replace_packages(const request &rq)
     return exit_done;
 }
 
-int merge_package(const request &rq)
+int merge_into(const request &rq, uci_package *p)
 {
     uci_context *const ctx = rq.ctx();
-    if (!rq.argument())
-        return report(rq.tool, UCI_ERR_INVAL);
-    uci_package *p = nullptr;
-    if (uci_load(ctx, rq.argument(), &p) != UCI_OK ||
-        uci_import(ctx, rq.tool.input(), rq.argument(), &p, true) != UCI_OK || uci_save(ctx, p) != UCI_OK)
+    if (uci_import(ctx, rq.tool.input(), rq.argument(), &p, true) != UCI_OK || uci_save(ctx, p) != UCI_OK)
         return report(rq.tool);
     return exit_done;
 }
 
+// A configuration that cannot be loaded holds nothing to merge into: the imported one takes its place.
 int import(const request &rq)
 {
-    return rq.tool.merge ? merge_package(rq) : replace_packages(rq);
+    if (!rq.tool.merge)
+        return replace_packages(rq);
+    if (!rq.argument())
+        return exit_misused;
+    uci_package *present = nullptr;
+    const bool loaded = uci_load(rq.ctx(), rq.argument(), &present) == UCI_OK;
+    return loaded ? merge_into(rq, present) : replace_packages(rq);
 }
 
 int batch(const request &rq)

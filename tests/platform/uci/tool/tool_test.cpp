@@ -58,6 +58,8 @@ TEST_F(uci_tool_test, misuse_is_answered_by_the_usage)
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(result.errors.substr(0, 10), "Usage: uci");
     }
+    EXPECT_EQ(uci("-m import").status, 255);
+    EXPECT_EQ(uci("-m import").errors.substr(0, 10), "Usage: uci");
     EXPECT_EQ(uci("-q bogus").errors.substr(0, 10), "Usage: uci");
     for (const char *words : {"", "help", "-z", "-q help"}) {
         SCOPED_TRACE(words);
@@ -459,8 +461,19 @@ TEST_F(uci_tool_test, import_can_merge_into_the_delta)
     EXPECT_EQ(config(), base_config);
     EXPECT_EQ(delta(),
               "n.lan.mtu='9'\n|n.lan.l='1'\n+n.cfg050f15='device'\nn.cfg050f15.name='new'\nn.w='t'\n");
-    expect_failure("-m -f " + root + "/input import nope", 1, unknown_entry);
-    expect_failure("-m -f " + root + "/input import", 1, invalid_argument);
+}
+
+TEST_F(uci_tool_test, import_that_finds_nothing_to_merge_into_writes_the_configuration)
+{
+    write(root + "/input", "config t x\n");
+    write(config_path("torn"), "config t 'y\n");
+
+    quietly({"-m -f " + root + "/input import new", "-m -f " + root + "/input import torn"});
+
+    for (const char *name : {"new", "torn"}) {
+        EXPECT_EQ(read(config_path(name)), "\nconfig t 'x'\n\n");
+        EXPECT_EQ(read(delta_path(name)), std::nullopt);
+    }
 }
 
 TEST_F(uci_tool_test, an_input_that_cannot_be_opened_is_an_error)
