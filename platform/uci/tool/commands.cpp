@@ -86,14 +86,14 @@ int remove(const request &rq)
     return apply(rq, ptr, uci_delete);
 }
 
+// The position is the number that the value begins with, 0 if it begins with none.
 int reorder_to_value(uci_context *ctx, uci_ptr *ptr)
 {
     if (!ptr->s || !is_complete(*ptr) || !ptr->value)
         return ctx->err = UCI_ERR_NOTFOUND;
-    char *end;
-    const long position = strtol(ptr->value, &end, 10);
-    if (ptr->o || end == ptr->value || *end)
+    if (ptr->o)
         return ctx->err = UCI_ERR_INVAL;
+    const long position = strtol(ptr->value, nullptr, 10);
     return uci_reorder_section(ctx, ptr->s, static_cast<int>(std::clamp<long>(position, INT_MIN, INT_MAX)));
 }
 

@@ -265,9 +265,30 @@ TEST_F(uci_tool_test, renamed_and_moved_sections_are_committed_so)
     expect_failure("reorder n.nope=1", 1, unknown_entry);
     expect_failure("reorder n.l2", 1, unknown_entry);
     expect_failure("reorder n=0", 1, unknown_entry);
-    expect_failure("reorder n.l2=first", 1, invalid_argument);
     expect_failure("reorder n.l2.proto=0", 1, invalid_argument);
     expect_failure("rename n.nope=x", 1, unknown_entry);
+}
+
+TEST_F(uci_tool_test, a_position_is_the_number_that_a_value_begins_with)
+{
+    const struct {
+        std::string value, position;
+    } cases[] = {{"x", "0"},
+                 {"", "0"},
+                 {"-1", "-1"},
+                 {"1x", "1"},
+                 {"+1", "1"},
+                 {"3.9", "3"},
+                 {"99999999999999999999", "2147483647"}};
+    for (const auto &test : cases) {
+        SCOPED_TRACE(test.value);
+        write_config(base_config);
+        write_delta("");
+
+        quietly({"reorder n.lan=" + test.value});
+
+        EXPECT_EQ(delta(), "^n.lan='" + test.position + "'\n");
+    }
 }
 
 TEST_F(uci_tool_test, an_option_can_be_renamed)
