@@ -14,6 +14,7 @@
 #include "load.h"
 #include "lookup.h"
 #include "memory.h"
+#include "words.h"
 
 namespace uci {
 namespace {
@@ -45,6 +46,25 @@ int format_changes(const package *p, bytes *out)
     return complete && closed ? UCI_OK : UCI_ERR_MEM;
 }
 
+// Opens a delta file for appending and reads it. What zero bytes hide in it is taken out first: a line that
+// came behind them would be hidden, too.
+int open_delta(const char *path, mode_t mode, locked_file *file, bytes *content)
+{
+    for (;;) {
+        int code = open_locked(path, locking::exclusive, when_missing::create, mode, file);
+        if (code == UCI_OK)
+            code = read_file(file->file.get(), content);
+        if (code != UCI_OK)
+            return code;
+        const size_t size = drop_zero_bytes(content->data.get(), content->size);
+        if (size == content->size)
+            return UCI_OK;
+        code = replace_file(path, mode_of(path, mode), content->data.get(), size);
+        if (code != UCI_OK)
+            return code;
+    }
+}
+
 int append_to_delta(const package *p, const bytes &lines)
 {
     const text path = delta_path_of(p);
@@ -54,11 +74,8 @@ int append_to_delta(const package *p, const bytes &lines)
     if (code != UCI_OK)
         return code;
     locked_file delta;
-    code = open_locked(path.get(), locking::exclusive, when_missing::create, mode_of(p->path, UCI_FILEMODE),
-                       &delta);
     bytes present;
-    if (code == UCI_OK)
-        code = read_file(delta.file.get(), &present);
+    code = open_delta(path.get(), mode_of(p->path, UCI_FILEMODE), &delta, &present);
     if (code == UCI_OK)
         code =
             append_whole(delta.file.get(), finished_size(std::move(present)), lines.data.get(), lines.size);
@@ -81,13 +98,15 @@ bool concerns(const reverted &what, const uci_ptr &line)
            (!what.option || (line.option && strcmp(line.option, what.option.get()) == 0));
 }
 
-// Removes from a delta text the lines that concern a section or option; every other byte stays.
+// Removes from a delta text the lines that concern a section or option, and what zero bytes hide; every other
+// byte stays.
 int remove_lines(const package *p, const reverted &what, bytes *source)
 {
+    source->size = drop_zero_bytes(source->data.get(), source->size);
     bytes scratch = {text(static_cast<char *>(malloc(source->size + 1))), source->size};
     if (!scratch.data)
         return UCI_ERR_MEM;
-    memcpy(scratch.data.get(), source->data.get(), source->size + 1);
+    memcpy(scratch.data.get(), source->data.get(), source->size);
     delta_reader reader(p->e.name, scratch);
     char *const data = source->data.get();
     size_t kept = 0, copied_to = 0;

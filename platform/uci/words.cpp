@@ -6,15 +6,32 @@
 namespace uci {
 namespace {
 
-// A value could not hold it: the interface hands values out as C strings.
-constexpr char nul_byte[] = "NUL byte";
-
 bool is_blank(char c)
 {
     return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
 }
 
 } // namespace
+
+size_t drop_zero_bytes(char *data, size_t size)
+{
+    const char *const end = data + size;
+    const char *kept = data; // from here to the next zero byte the text stays
+    char *out = data;
+    for (;;) {
+        const size_t rest = static_cast<size_t>(end - kept);
+        const void *const zero = memchr(kept, '\0', rest);
+        const size_t length = zero ? static_cast<size_t>(static_cast<const char *>(zero) - kept) : rest;
+        if (out != kept)
+            memmove(out, kept, length);
+        out += length;
+        const char *const from = kept + length;
+        const void *const newline = memchr(from, '\n', static_cast<size_t>(end - from));
+        if (!newline)
+            return static_cast<size_t>(out - data);
+        kept = static_cast<const char *>(newline) + 1;
+    }
+}
 
 char word_reader::take()
 {
@@ -136,10 +153,8 @@ const char *word_reader::decode(char *&out)
             end_ = c == ';' && latest == piece::quoted ? word_end::command : word_end::dropped;
             return nullptr;
         } else if (c == '\\') {
-            reason = decode_escape(out);
+            decode_escape(out);
             latest = piece::plain;
-        } else if (c == '\0') {
-            reason = nul_byte;
         } else {
             *out++ = c;
             latest = piece::plain;
@@ -153,18 +168,15 @@ const char *word_reader::decode(char *&out)
 
 // A backslash outside quotes: the byte behind it counts as itself, and a line end behind it counts for
 // nothing.
-const char *word_reader::decode_escape(char *&out)
+void word_reader::decode_escape(char *&out)
 {
     if (pos_ == size_)
-        return nullptr;
+        return;
     if (data_[pos_] == '\r' && pos_ + 1 < size_ && data_[pos_ + 1] == '\n')
         pos_++;
     const char c = take();
-    if (c == '\0')
-        return nul_byte;
     if (c != '\n')
         *out++ = c;
-    return nullptr;
 }
 
 const char *word_reader::decode_quoted(char quote, char *&out)
@@ -178,8 +190,6 @@ const char *word_reader::decode_quoted(char quote, char *&out)
             if (c == '\n')
                 continue;
         }
-        if (c == '\0')
-            return nul_byte;
         *out++ = c;
     }
     end_ = word_end::data;

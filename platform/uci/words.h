@@ -16,12 +16,17 @@ enum class word_end {
     data,    // the end of the text
 };
 
+// Drops what the zero bytes of a text hide, in place: from the first one of a line, everything up to and
+// including the line's end. Loss of power leaves blocks of them in files, mostly behind what was written
+// last, and a value could not hold one. Returns the text's new size.
+size_t drop_zero_bytes(char *data, size_t size);
+
 // Reads words from a text in memory, decoding them in place: a word is never longer than what it is written
 // as.
 class word_reader {
 public:
-    // data[size] must be writable; the text is changed as it is read.
-    word_reader(char *data, size_t size) : data_(data), size_(size) {}
+    // data[size] must be writable; the text is changed as it is read, and has no zero bytes from here on.
+    word_reader(char *data, size_t size) : data_(data), size_(drop_zero_bytes(data, size)) {}
 
     // Goes to the next logical line that is neither empty nor a comment, past the rest of the current one,
     // and past its leading whitespace. False: there is none.
@@ -59,7 +64,7 @@ private:
 
     const char *decode(char *&out);
     const char *decode_quoted(char quote, char *&out);
-    const char *decode_escape(char *&out);
+    void decode_escape(char *&out);
     char take();
 
     char *data_;

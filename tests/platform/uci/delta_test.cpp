@@ -5,6 +5,8 @@
 
 #include <sys/stat.h>
 
+using namespace std::string_literals;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -300,7 +302,10 @@ TEST_F(uci_delta_test, a_line_cut_off_within_its_quotes_does_not_take_later_ones
         {"n.lan.b='it'\\''", ""},
         {"n.lan.b='it'\\", "n.lan.b='it'\\\n\n"},
         {"n.lan.b='it'", "n.lan.b='it'\n"},
-        {std::string("n.lan.b='to\0\0", 13), std::string("n.lan.b='to\0\0\n", 14)},
+        {"n.lan.b='to\0\0"s, ""},
+        {"\0\0\0\0"s, ""},
+        {"n.lan.b='it'\0\0"s, "n.lan.b='it'\n"},
+        {"\0\0n.lan.c=2\nn.lan.b='it'\n"s, "n.lan.b='it'\n"},
     };
     for (const auto &[torn, left] : cases) {
         SCOPED_TRACE(torn);
@@ -314,6 +319,15 @@ TEST_F(uci_delta_test, a_line_cut_off_within_its_quotes_does_not_take_later_ones
         EXPECT_EQ(output_of("get n.g.u") + output_of("get n.lan.a") + output_of("get n.lan.d"), "2\n1\n3\n");
         EXPECT_EQ(uci("get n.lan.b").output, left.starts_with("n.lan.b='it'") ? "it\n" : "");
     }
+}
+
+TEST_F(uci_delta_test, a_revert_drops_what_zero_bytes_hide_as_well)
+{
+    write_delta("n.lan.a='1'\nn.g.a='1'\n\0\0\nn.g.b='2'\n\0\0"s);
+
+    quietly({"revert n.lan"});
+
+    EXPECT_EQ(delta(), "n.g.a='1'\nn.g.b='2'\n");
 }
 
 TEST_F(uci_delta_test, what_the_format_cannot_hold_is_lost_at_the_commit)

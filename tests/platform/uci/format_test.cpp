@@ -5,6 +5,8 @@
 #include <sstream>
 #include <thread>
 
+using namespace std::string_literals;
+
 namespace {
 
 class uci_format_test : public uci_test {
@@ -194,14 +196,37 @@ TEST_F(uci_format_test, further_refusals)
         {"config t n\noption a 'x\ny' z w\n", "too many arguments) at line 3, byte 17"},
         {"config \x80\n", "invalid character in type field) at line 1, byte 9"},
         {"config t n\nbad", "invalid command) at line 1, byte 0"},
-        {std::string("config t n\noption a b\0c\n", 24), "NUL byte) at line 2, byte 11"},
-        {std::string("config t n\noption a 'b\0c'\n", 26), "NUL byte) at line 2, byte 12"},
-        {std::string("config t n\noption a \\\0\n", 23), "NUL byte) at line 2, byte 11"},
+        {"config t n\noption a b\0c\noption d e\n"s, "too many arguments) at line 2, byte 19"},
+        {"config t n\noption a 'b\0c'\n"s, "EOF with unterminated ') at line 1, byte 11"},
     };
 
     for (const refusal &test : cases) {
         SCOPED_TRACE(test.file);
         EXPECT_EQ(parse_error_of(test.file), "p: Parse error (" + test.message);
+    }
+}
+
+TEST_F(uci_format_test, zero_bytes_hide_the_rest_of_their_line_and_no_more)
+{
+    const std::string zeros(64, '\0');
+    const export_case cases[] = {
+        {"nothing else", zeros, "\n"},
+        {"a block and more of them", std::string(5000, '\0'), "\n"},
+        {"behind the last line", "config t n\n\toption a b\n" + zeros, "\nconfig t 'n'\n\toption a 'b'\n\n"},
+        {"behind a line without its end", "config t n\n\toption a b" + zeros,
+         "\nconfig t 'n'\n\toption a 'b'\n\n"},
+        {"behind an escape", "config t n\n\toption a b\\" + zeros, "\nconfig t 'n'\n\toption a 'b'\n\n"},
+        {"behind a keyword that needs nothing else", "config t n\n\tlist a " + zeros + "x\n'b c'\n",
+         "\nconfig t 'n'\n\tlist a 'b c'\n\n"},
+        {"lines of them", "config t n\n" + zeros + "\n\toption a b\n" + zeros + "junk\n\toption c d\n",
+         "\nconfig t 'n'\n\toption a 'b'\n\toption c 'd'\n\n"},
+        {"in a comment", "# x" + zeros + "\nconfig t m\nconfig t n\n", "\nconfig t 'n'\n\n"},
+    };
+
+    for (const export_case &test : cases) {
+        SCOPED_TRACE(test.promise);
+        write_config(test.file);
+        EXPECT_EQ(output_of("export n"), "package n\n" + test.written);
     }
 }
 
