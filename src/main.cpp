@@ -52,23 +52,34 @@ bool prepare()
     return true;
 }
 
-void serve()
+// Returns whether clients can reach the object.
+bool register_on(ubus_context *bus)
+{
+    bus->connection_lost = handle_lost_bus;
+    ubus_add_uloop(bus);
+    const int result = bus_object_register(bus);
+    if (result == UBUS_STATUS_OK)
+        return true;
+    const stop_signal_mask blocked(stop_signal_mask::block);
+    log_error("Failed to register on the bus: %s", ubus_strerror(result));
+    return false;
+}
+
+// Returns the exit status. Without a bus the loop runs all the same; but on a bus that does not take the
+// object nobody would notice that this daemon is deaf, so its supervisor is to see that it ended.
+int serve()
 {
     // popen() and system() wait for their own children; a loop that reaps them first would make those calls
     // fail.
     uloop_handle_sigchld = false;
     (void)uloop_init();
     ubus_context *const bus = ubus_connect(nullptr);
-    if (bus) {
-        bus->connection_lost = handle_lost_bus;
-        ubus_add_uloop(bus);
-        const int result = bus_object_register(bus);
-        if (result != UBUS_STATUS_OK)
-            log_error("Failed to register on the bus: %s", ubus_strerror(result));
-    }
-    (void)uloop_run_timeout(-1);
+    const bool deaf = bus && !register_on(bus);
+    if (!deaf)
+        (void)uloop_run_timeout(-1);
     ubus_free(bus);
     uloop_done();
+    return deaf ? 1 : 0;
 }
 
 int finish(int status)
@@ -92,6 +103,5 @@ int main(int argc, char *argv[])
     install_stop_handler();
     if (!prepare())
         return finish(1);
-    serve();
-    return finish(0);
+    return finish(serve());
 }

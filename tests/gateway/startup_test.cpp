@@ -252,6 +252,19 @@ TEST_F(startup_test, without_a_bus_it_keeps_running_unregistered)
     EXPECT_EQ(0, daemon.stop(SIGTERM));
 }
 
+TEST_F(startup_test, a_second_daemon_ends_with_status_1_and_the_first_one_serves_on)
+{
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.clear_log();
+
+    EXPECT_EQ(1, gateway.run_korvel({"-d"}).status);
+
+    EXPECT_EQ(text_lines{"Failed to register on the bus: Invalid argument"}, gateway.log_texts(LOG_ERR));
+    EXPECT_TRUE(gateway.korvel_running());
+    EXPECT_EQ(0, gateway.call("all").status);
+}
+
 TEST_F(startup_test, it_ends_when_the_bus_goes_away)
 {
     gateway.start_netd();

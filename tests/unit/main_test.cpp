@@ -187,15 +187,16 @@ TEST_F(main_test, without_a_bus_the_loop_runs_with_nothing_registered)
     EXPECT_TRUE(gateway.log().empty());
 }
 
-TEST_F(main_test, a_refused_registration_does_not_end_the_service)
+TEST_F(main_test, a_refused_registration_is_logged_and_ends_the_service)
 {
     registration = UBUS_STATUS_INVALID_ARGUMENT;
 
-    EXPECT_EQ(0, run({"-d"}));
+    EXPECT_EQ(1, run({"-d"}));
 
-    EXPECT_EQ(after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "uloop_run_timeout -1",
-                               "ubus_free", "uloop_done", "closelog"}),
-              steps);
+    EXPECT_EQ(
+        after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "ubus_free", "uloop_done", "closelog"}),
+        steps);
+    EXPECT_EQ(text_lines{"Failed to register on the bus: Invalid argument"}, gateway.log_texts(LOG_ERR));
 }
 
 TEST_F(main_test, without_a_highest_identifier_start_up_ends_at_once)
