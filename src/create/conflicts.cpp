@@ -7,15 +7,17 @@
 #include "service/settings.h"
 #include "wan/wan_names.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 
 constexpr int bind_positions = sizeof(wan_config::bind);
 
-int examined(int ports)
+// Takes a sum of counts as the board describes them, which may be any numbers.
+int examined(int64_t ports)
 {
-    return ports < bind_positions ? ports : bind_positions;
+    return static_cast<int>(ports < bind_positions ? std::max<int64_t>(ports, 0) : bind_positions);
 }
 
 bool binds_a_port(const wan_config *config)
@@ -32,7 +34,7 @@ bool binds_uplink_port(const wan_config *config)
     int uplink_port = 0;
     if (sscanf(uplink_name, "eth0.%d", &uplink_port) != 1)
         return false;
-    for (int i = 0; i < examined(lan_num + lan_phy_num); i++)
+    for (int i = 0; i < examined(int64_t{lan_num} + lan_phy_num); i++)
         if (config->bind[i] == '1' && uplink_port == i + 1)
             return true;
     return false;

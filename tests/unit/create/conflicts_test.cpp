@@ -5,6 +5,8 @@
 #include "wan/wan_names.h"
 #include "support/code_test.h"
 
+#include <climits>
+
 #include <cstring>
 
 namespace {
@@ -114,6 +116,9 @@ TEST_F(conflicts_test, a_port_on_the_uplinks_own_vlan_cannot_be_bound)
         {"eth0.3", {.lan = 4}, "1101", conflict_none},
         {"eth0.3", {.lan = 2, .lan_phy = 2}, "0010", conflict_vlan},
         {"eth0.3", {.lan = 2, .lan_phy = 1}, "0010", conflict_vlan},
+        {"eth0.3", {.lan = INT_MIN, .lan_phy = -1}, "0010", conflict_none},
+        {"eth0.3", {.lan = INT_MIN, .lan_phy = INT_MIN}, "0010", conflict_none},
+        {"eth0.3", {.lan = INT_MAX, .lan_phy = INT_MAX}, "0010", conflict_vlan},
         {"eth0.3", {.lan = 2, .wlan_2g = 2}, "0010", conflict_none}, // no longer a LAN port
         {"eth0.3", {.wlan_2g = 4}, "0010", conflict_none},
         {"eth0.5", {.lan = 4}, "1111", conflict_none},
