@@ -74,15 +74,14 @@ long read_file(const char *path, text_ref content)
     if (file < 0)
         return -1;
     size_t length = 0;
-    ssize_t count = 0;
     while (length < content.size - 1) {
-        count = read(file, content.data + length, content.size - 1 - length);
+        const ssize_t count = read(file, content.data + length, content.size - 1 - length);
         if (count <= 0)
             break;
         length += static_cast<size_t>(count);
     }
     (void)close(file);
-    return count < 0 ? -1 : static_cast<long>(length);
+    return static_cast<long>(length);
 }
 
 void sleep_seconds(unsigned seconds)

@@ -24,8 +24,8 @@ void make_directory(const char *path);
 // Opens a file for reading; a pipe under its name is not waited for. Null when that fails; the caller closes.
 FILE *open_input(const char *path);
 
-// Reads at most content.size - 1 bytes of a regular file and terminates them. Returns the number of bytes, or
-// -1 when the file cannot be opened or read.
+// Reads at most content.size - 1 bytes of a file and terminates them; a file whose reading fails ends there.
+// Returns the number of bytes, or -1 when the file cannot be opened.
 long read_file(const char *path, text_ref content);
 
 void sleep_seconds(unsigned seconds);

@@ -19,20 +19,28 @@ void run_ip(const program_arguments &args)
     ASSERT_EQ(result.status, 0) << result.errors;
 }
 
-// Lets the kernel's file show another text.
+// A file in place of the kernel's.
 class replaced_file {
 public:
+    // One that shows this text.
     replaced_file(gateway &router, const std::string &path, const std::string &content) : path_(path)
     {
         router.write_file("/tmp/replacement", content);
-        if (mount("/tmp/replacement", path.c_str(), nullptr, MS_BIND, nullptr) != 0)
-            throw std::runtime_error("cannot mount over " + path + ": " + strerror(errno));
+        show("/tmp/replacement");
     }
+    // One that can be opened, but whose reading fails.
+    explicit replaced_file(const std::string &path) : path_(path) { show("/proc/self/mem"); }
     ~replaced_file() { (void)umount2(path_.c_str(), MNT_DETACH); }
     replaced_file(const replaced_file &) = delete;
     replaced_file &operator=(const replaced_file &) = delete;
 
 private:
+    void show(const char *other)
+    {
+        if (mount(other, path_.c_str(), nullptr, MS_BIND, nullptr) != 0)
+            throw std::runtime_error("cannot mount over " + path_ + ": " + strerror(errno));
+    }
+
     std::string path_;
 };
 
@@ -110,6 +118,17 @@ TEST_F(mac_test, an_address_that_cannot_be_parsed_is_logged)
     }
 }
 
+TEST_F(mac_test, an_address_that_cannot_be_read_is_one_that_cannot_be_parsed)
+{
+    const replaced_file address(bridge_address);
+    char mac[18] = "unchanged";
+
+    EXPECT_EQ(wan_derive_mac(1, mac), -1);
+
+    EXPECT_STREQ(mac, "unchanged");
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"Failed to parse file: /sys/class/net/br-lan/address"});
+}
+
 TEST_F(mac_test, a_missing_bridge_is_logged)
 {
     run_ip({"link", "set", "br-lan", "down"});
@@ -149,6 +168,20 @@ TEST_F(mac_test, a_devices_address_ends_at_its_line)
 
         EXPECT_STREQ(mac, "02:aa");
     }
+}
+
+TEST_F(mac_test, a_devices_address_that_cannot_be_read_is_empty)
+{
+    const replaced_file address("/sys/class/net/pon/address");
+    char mac[18] = {};
+
+    EXPECT_EQ(wan_read_dev_mac("pon", mac), 0);
+    EXPECT_STREQ(mac, "");
+
+    char present[18] = "00:11:22:33:44:55";
+    EXPECT_EQ(wan_read_dev_mac("pon", present), 0);
+    EXPECT_STREQ(present, "00:11:22:33:44:55");
+    EXPECT_TRUE(gateway.log().empty());
 }
 
 TEST_F(mac_test, a_missing_device_is_logged)
