@@ -1,11 +1,13 @@
 // Reads batch lines as they arrive and runs them.
 #include "batch.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "commands.h"
+#include "model.h"
 #include "words.h"
 
 namespace uci_tool {
@@ -13,29 +15,40 @@ namespace {
 
 constexpr size_t max_words = 3;
 
-enum class line_state { complete, unfinished, too_long, malformed };
+enum class line_state {
+    complete,
+    open, // a quote or a backslash at the end draws in the next line
+    too_long,
+};
 
-// Splits text, which is changed, into the words of its first command. `unfinished`: a quote or a backslash at
-// the end draws in the next line.
-line_state split(std::string &text, std::vector<char *> &words)
+struct split_line {
+    line_state state;
+    std::vector<char *> words;
+    uci::parse_failure failure; // of a line that stays open at the end of the input; without reason: none
+};
+
+// Splits text, which is changed, into the words of its first command.
+split_line split(std::string &text)
 {
+    split_line line = {line_state::complete, {}, {}};
     uci::word_reader reader(text.data(), text.size());
     if (!reader.next_line())
-        return line_state::complete;
-    for (;;) {
+        return line;
+    do {
         char *word;
-        const char *const reason = reader.next_word(&word);
-        if (reason)
-            return reader.end() == uci::word_end::data ? line_state::unfinished : line_state::malformed;
-        if (word && words.size() == max_words)
-            return line_state::too_long;
+        line.failure.reason = reader.next_word(&word);
+        if (word && line.words.size() == max_words) {
+            line.state = line_state::too_long;
+            return line;
+        }
         if (word)
-            words.push_back(word);
-        if (word && reader.end() == uci::word_end::gap)
-            continue;
-        const bool open = reader.end() == uci::word_end::data && text.ends_with('\n');
-        return open ? line_state::unfinished : line_state::complete;
-    }
+            line.words.push_back(word);
+    } while (!line.failure.reason && reader.end() == uci::word_end::gap);
+    line.failure.line = reader.lines_read();
+    line.failure.byte = reader.offset();
+    if (reader.end() == uci::word_end::data)
+        line.state = line_state::open;
+    return line;
 }
 
 class line_source {
@@ -72,33 +85,41 @@ void run_words(session &tool, std::vector<char *> &words)
     fflush(stdout); // the reader of our output may wait for it before it writes the next command
 }
 
+// Runs what a line says. False: it ends the batch.
+bool run_line(session &tool, split_line &line)
+{
+    if (line.failure.reason) {
+        uci::full(tool.ctx.get())->failure = line.failure;
+        report(tool, UCI_ERR_PARSE);
+    } else if (line.state == line_state::too_long) {
+        complain(tool, "Too many arguments");
+    } else if (!line.words.empty()) {
+        if (strcasecmp(line.words[0], "exit") == 0)
+            return false;
+        run_words(tool, line.words);
+    }
+    return true;
+}
+
 } // namespace
 
 int run_batch(session &tool)
 {
     line_source source(tool.input());
     std::string pending;
-    while (source.append_to(pending)) {
-        std::vector<char *> words;
+    size_t lines_before = 0;
+    for (bool more = true; more;) {
+        more = source.append_to(pending);
         std::string text = pending;
-        line_state state = split(text, words);
-        if (state == line_state::unfinished) {
-            if (!feof(tool.input()) && !ferror(tool.input()))
-                continue;
-            state = line_state::malformed;
-        }
-        pending.clear();
-        if (state == line_state::malformed)
-            complain(tool, "Parse error");
-        else if (state == line_state::too_long)
-            complain(tool, "Too many arguments");
-        else if (!words.empty() && strcasecmp(words[0], "exit") == 0)
+        split_line line = split(text);
+        if (line.state == line_state::open && more)
+            continue;
+        line.failure.line += lines_before;
+        if (!run_line(tool, line))
             break;
-        else if (!words.empty())
-            run_words(tool, words);
+        lines_before += static_cast<size_t>(std::ranges::count(pending, '\n'));
+        pending.clear();
     }
-    if (!pending.empty())
-        complain(tool, "Parse error");
     return exit_done;
 }
 
