@@ -18,6 +18,7 @@ using arguments = std::span<char *const>;
 
 // Every command returns 0, a bus status (positive) that is still to be reported, or a negative value that
 // ends the tool with just that exit code; wrong_usage prints the usage text before.
+constexpr int already_reported = -1;
 constexpr int wrong_usage = -2;
 
 int list_objects(ubus_context *bus, const tool_options &options, arguments args);

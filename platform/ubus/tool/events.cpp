@@ -73,8 +73,12 @@ int listen_for_events(ubus_context *bus, const tool_options &options, arguments 
     char everything[] = "*";
     char *const default_args[] = {everything};
     for (const char *pattern : args.empty() ? arguments(default_args) : args) {
-        if (const int status = ubus_register_event_handler(bus, &handler, pattern); status != UBUS_STATUS_OK)
-            return status;
+        const int status = ubus_register_event_handler(bus, &handler, pattern);
+        if (status == UBUS_STATUS_OK)
+            continue;
+        if (!options.simple)
+            fprintf(stderr, "Error while registering for event '%s': %s\n", pattern, ubus_strerror(status));
+        return already_reported;
     }
     run_loop(bus, options.timeout, options.timeout_given);
     return UBUS_STATUS_OK;

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int usage_exit = 1;
-constexpr int no_bus = -1;
 
 struct command {
     const char *name;
@@ -87,7 +86,7 @@ int run_command(const tool_options &options, const char *name, arguments args)
     if (!bus) {
         if (!options.simple)
             fputs("Failed to connect to ubus\n", stderr);
-        return no_bus;
+        return already_reported;
     }
     int result = wrong_usage;
     for (const command &command : commands) {

@@ -92,7 +92,8 @@ TEST_F(ubus_tool_event_test, refused_events_are_reported)
         {{"send", "ubus.x"}, 6, "Command failed: Permission denied\n"},
         {{"send", "x", "{bad"}, 12, "Command failed: Parsing message data failed\n"},
         {{"send", "x", "[]"}, 12, "Command failed: Parsing message data failed\n"},
-        {{"listen", ""}, 6, "Command failed: Permission denied\n"},
+        {{"listen", ""}, 255, "Error while registering for event '': Permission denied\n"},
+        {{"listen", "foo", ""}, 255, "Error while registering for event '': Permission denied\n"},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(testing::PrintToString(row.args));
