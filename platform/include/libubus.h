@@ -193,9 +193,9 @@ int ubus_lookup(struct ubus_context *ctx, const char *path, ubus_lookup_handler_
 int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32_t *id);
 
 /* Calls a method and waits for its status: what the handler returned, UBUS_STATUS_TIMEOUT after `timeout`
- * milliseconds (0: no limit), UBUS_STATUS_CONNECTION_FAILED, or UBUS_STATUS_INVALID_ARGUMENT when the call
- * could not be sent. `cb` (may be NULL) gets each reply. NULL `msg`: no arguments. `fd`, unless -1, goes
- * along and is closed. */
+ * milliseconds (0: no limit; below: at once), UBUS_STATUS_CONNECTION_FAILED, or UBUS_STATUS_INVALID_ARGUMENT
+ * when the call could not be sent. `cb` (may be NULL) gets each reply. NULL `msg`: no arguments. `fd`, unless
+ * -1, goes along and is closed. */
 int ubus_invoke_fd(struct ubus_context *ctx, uint32_t obj, const char *method, struct blob_attr *msg,
                    ubus_data_handler_t cb, void *priv, int timeout, int fd);
 

@@ -62,19 +62,17 @@ int64_t now_ms()
     return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Serves the connection until *req is answered, the connection breaks or `timeout` milliseconds are over.
-// Only the bus is looked at meanwhile: no timers and no other descriptors.
+// Serves the connection until *req is answered, the connection breaks or `timeout` milliseconds are over; 0:
+// without limit. Below zero they are over before any answer is looked for. Only the bus is looked at
+// meanwhile: no timers and no other descriptors.
 void wait_for_answer(ubus_context *ctx, ubus_request *req, int timeout)
 {
     const int64_t deadline = now_ms() + timeout;
     while (req->pending) {
-        const bool took_one = ubus_take_message(ctx);
-        if (!req->pending)
-            return;
-        const int64_t left = timeout > 0 ? deadline - now_ms() : -1;
-        if (timeout > 0 && left <= 0)
+        const int64_t left = timeout != 0 ? deadline - now_ms() : -1;
+        if (timeout != 0 && left <= 0)
             return complete(req, UBUS_STATUS_TIMEOUT);
-        if (!took_one)
+        if (!ubus_take_message(ctx) && req->pending)
             ubus_wait_for_input(ctx, static_cast<int>(left));
     }
 }

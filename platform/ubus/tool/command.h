@@ -8,7 +8,7 @@
 // What the options said.
 struct tool_options {
     const char *socket = nullptr; // the default socket
-    int timeout = 30;             // seconds, whose milliseconds fit an int; 0: none
+    int timeout = 30;             // seconds, whose milliseconds fit an int; 0: none; below: over at once
     bool timeout_given = false;
     bool simple = false; // for programs: compact, and no word about failures
     bool verbose = false;

@@ -43,6 +43,11 @@ struct awaited {
     arguments paths;
     bool *arrived = nullptr; // one per path
 
+    void note(const char *path)
+    {
+        for (size_t i = 0; i < paths.size(); i++)
+            arrived[i] = arrived[i] || strcmp(paths[i], path) == 0;
+    }
     bool all_arrived() const
     {
         return std::all_of(arrived, arrived + paths.size(), [](bool a) { return a; });
@@ -58,10 +63,15 @@ void note_arrival(ubus_context *, ubus_event_handler *handler, const char *, blo
     const char *const path = blobmsg_get_string(found[announced_path]);
     if (!path)
         return;
-    for (size_t i = 0; i < waiting->paths.size(); i++)
-        waiting->arrived[i] = waiting->arrived[i] || strcmp(waiting->paths[i], path) == 0;
+    waiting->note(path);
     if (waiting->all_arrived())
         uloop_end();
+}
+
+// Of all that a lookup answers, which for a path with a * at its end is more than was asked for.
+void note_presence(ubus_context *, ubus_object_data *object, void *waiting)
+{
+    static_cast<awaited *>(waiting)->note(object->path);
 }
 
 } // namespace
@@ -109,11 +119,8 @@ int wait_for_objects(ubus_context *bus, const tool_options &options, arguments a
 
     // Listening comes before looking, so that no arrival falls between the two.
     int status = ubus_register_event_handler(bus, &waiting.handler, "ubus.object.add");
-    for (size_t i = 0; status == UBUS_STATUS_OK && i < args.size(); i++) {
-        uint32_t id = 0;
-        const int found = ubus_lookup_id(bus, args[i], &id);
-        waiting.arrived[i] = waiting.arrived[i] || (found == UBUS_STATUS_OK && id != 0);
-    }
+    for (size_t i = 0; status == UBUS_STATUS_OK && i < args.size(); i++)
+        (void)ubus_lookup(bus, args[i], note_presence, &waiting); // a missing object is what we wait for
     if (status == UBUS_STATUS_OK && !waiting.all_arrived()) {
         run_loop(bus, options.timeout, /*with_timer=*/true);
         status = waiting.all_arrived() ? UBUS_STATUS_OK : UBUS_STATUS_TIMEOUT;

@@ -49,7 +49,7 @@ void print_usage(const char *program)
 int seconds_in(const char *text)
 {
     constexpr long greatest = INT_MAX / 1000;
-    return static_cast<int>(std::clamp(strtol(text, nullptr, 10), 0L, greatest));
+    return static_cast<int>(std::clamp(strtol(text, nullptr, 10), -greatest, greatest));
 }
 
 bool read_options(int argc, char **argv, tool_options &options)

@@ -187,6 +187,18 @@ TEST_F(ubus_tool_call_test, no_timeout_waits_for_the_slow_method)
     EXPECT_GE(steady_clock::now() - begin, milliseconds(2000));
 }
 
+TEST_F(ubus_tool_call_test, a_time_below_zero_is_over_at_once)
+{
+    for (const char *seconds : {"-1", "-4294967296", "-99999999999999999999"}) {
+        SCOPED_TRACE(seconds);
+        expect_result({249, "", "Command failed: ubus call t slow (Request timed out)\n"},
+                      run({"-t", seconds, "call", "t", "slow"}));
+        expect_result({7, "", ""}, run({"-t", seconds, "-S", "call", "t", "slow"}));
+    }
+    expect_result({7, "", ""}, run({"-t", "-1", "-S", "call", "t", "ok"}));
+    expect_result({0, "t\nt.odd\n", ""}, run({"-t", "-1", "list"}));
+}
+
 TEST_F(ubus_tool_call_test, time_beyond_what_can_be_counted_does_not_wrap_round)
 {
     // In 32 bits these are 704 milliseconds and one second.

@@ -149,6 +149,29 @@ TEST_F(ubus_tool_event_test, waiting_for_what_never_comes_times_out)
     EXPECT_EQ("", run({"-S", "-t", "0", "wait_for", "nosuch"}).errors);
 }
 
+TEST_F(ubus_tool_event_test, a_name_waited_for_is_no_pattern)
+{
+    raw_client owner = connect();
+    owner.add_object("t");
+    owner.add_object("t2");
+
+    EXPECT_EQ(7, run({"-t", "1", "wait_for", "t*"}).status);
+    EXPECT_EQ(7, run({"-t", "0", "wait_for", "*"}).status);
+    EXPECT_EQ(7, run({"-t", "0", "wait_for", ""}).status);
+    owner.add_object("t*");
+    EXPECT_EQ(0, run({"-t", "0", "wait_for", "t*", "t2"}).status);
+}
+
+TEST_F(ubus_tool_event_test, a_time_below_zero_is_over_at_once)
+{
+    raw_client owner = connect();
+    owner.add_object("t");
+
+    EXPECT_EQ(0, run({"-t", "-1", "wait_for", "t"}).status);
+    EXPECT_EQ(7, run({"-t", "-1", "wait_for", "nosuch"}).status);
+    EXPECT_EQ(0, run({"-t", "-1", "listen"}).status);
+}
+
 TEST_F(ubus_tool_event_test, waiting_is_not_ended_by_other_objects)
 {
     raw_client owner = connect();
