@@ -3,40 +3,12 @@
 # command lines themselves; a command that fails, or an effect that does not come, ends it with an error.
 set -eu
 
-say() {
-    printf '\n== %s\n' "$*"
-}
+# shellcheck source-path=SCRIPTDIR
+. "$(dirname "$0")/demo_steps.sh"
 
-# Shows a command line and runs it.
-run() {
-    printf '\n$ %s\n' "$1"
-    eval "$1" || {
-        status=$?
-        echo "demo: this failed with status $status" >&2
-        exit 1
-    }
-}
-
-# As run, for a command line that has to fail.
-run_refused() {
-    printf '\n$ %s\n' "$1"
-    if eval "$1"; then
-        echo "demo: this should have been refused" >&2
-        exit 1
-    fi
-}
-
-# Waits until the condition holds.
-await() {
-    tries=0
-    until eval "$1" > /dev/null 2>&1; do
-        tries=$((tries + 1))
-        if [ $tries -gt 500 ]; then
-            echo "demo: this did not come true in time: $1" >&2
-            exit 1
-        fi
-        sleep 0.02
-    done
+# Waits until no interface is being brought up and no hotplug script runs.
+await_network() {
+    ubus -t $step_deadline call gateway-netd settle
 }
 
 start_korvel() {
@@ -73,16 +45,13 @@ add_wans() {
     say "A WAN on the bridged WAN's VLAN is refused with status -2, and the log says why."
     run "ubus call korvel add '{\"wanMode\":1, \"ipProtocol\":1, \"ipMode\":0, \"vlanMode\":true, \"vid\":300,
     \"mtu\":1500, \"service\":1}'"
-    await "grep -q 'vlan 300 exist' /gateway/log"
-    run "cat /gateway/log"
+    run_until "vlan 300 exist" "cat /gateway/log"
 }
 
 query_wans() {
     say "The network daemon has brought the routed WANs up; get reports one with addresses, gateway and name servers."
-    for id in 1 2; do
-        await "ubus -S call korvel get '{\"wanId\":$id}' | grep -q '\"status\":true,\"statusV6\":true'"
-    done
-    run "ubus call korvel get '{\"wanId\":1}'"
+    await_network
+    run_until '"statusV6": true' "ubus call korvel get '{\"wanId\":1}'"
     say "all reports every WAN in brief."
     run "ubus call korvel all"
 }
@@ -112,12 +81,10 @@ show_effects() {
     say "Services are reloaded after each WAN, always in the same order."
     run "grep init.d /gateway/journal"
     say "When the network daemon reported wan_1 up, its hotplug script installed policy routing into table 101."
-    await "ip route show table 101 | grep -q default"
-    await "ip rule | grep -q 'fwmark 0x1000/0x1000 lookup 101'"
-    run "ip rule"
-    run "ip route show table 101"
-    await "ebtables -t broute -L | grep -q eth0.2"
-    run "ebtables -t broute -L"
+    await_network
+    run_until "fwmark 0x1000/0x1000 lookup 101" "ip rule"
+    run_until "default via" "ip route show table 101"
+    run_until "eth0.2" "ebtables -t broute -L"
     say "The bridge rules keep every port that is not bound away from the bridged WAN."
     run "/etc/korvel/rule_wan_3.sh 2> /dev/null; ebtables -L FORWARD"
 }
@@ -130,7 +97,7 @@ change_wans() {
     say "A deferred one is answered at once and applied after the given seconds; what it does not name stays."
     run "ubus call korvel modify '{\"wanId\":1, \"mtu\":1400, \"wait\":1}'"
     run "uci show network | grep mtu"
-    await "grep -q 'ACTION=ifupdate INTERFACE=wan_1' /gateway/journal"
+    run_until "INTERFACE=wan_1" "grep 'ACTION=ifupdate INTERFACE=wan_1' /gateway/journal"
     run "uci show network | grep mtu"
     run "uci get network.korvel.wanList"
 }
