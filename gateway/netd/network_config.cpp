@@ -70,6 +70,11 @@ std::vector<std::string> config_section::list(const char *option) const
     return words;
 }
 
+bool config_section::starts_by_itself() const
+{
+    return number("auto", 1) && !number("disabled", 0);
+}
+
 std::optional<network_config> read_network_config()
 {
     const std::unique_ptr<uci_context, decltype(&uci_free_context)> context(uci_alloc_context(),

@@ -23,6 +23,8 @@ struct config_section {
     bool has(const char *option) const;
     // All values; a plain option is taken apart at blanks, as the network daemon does.
     std::vector<std::string> list(const char *option) const;
+    // Of an interface: whether it is brought up without being asked for.
+    bool starts_by_itself() const;
 };
 
 struct network_config {

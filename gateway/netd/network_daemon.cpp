@@ -1,56 +1,9 @@
+// How the network daemon's stand-in follows the configuration, and the life of its interfaces.
 #include "netd/network_daemon.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <string_view>
 
 namespace {
-
-constexpr int big_reply_filler = 2100;
-
-struct daemon_object : ubus_object {
-    network_daemon *daemon;
-};
-
-network_daemon &owner(ubus_object *object)
-{
-    return *static_cast<daemon_object *>(object)->daemon;
-}
-
-int handle_reload(ubus_context *, ubus_object *object, ubus_request_data *, const char *, blob_attr *)
-{
-    return owner(object).reload();
-}
-
-int handle_restart(ubus_context *, ubus_object *object, ubus_request_data *, const char *, blob_attr *)
-{
-    return owner(object).restart();
-}
-
-int handle_settle(ubus_context *, ubus_object *object, ubus_request_data *request, const char *, blob_attr *)
-{
-    owner(object).follow_files();
-    owner(object).settle(request);
-    return UBUS_STATUS_OK;
-}
-
-const ubus_method network_methods[] = {UBUS_METHOD_NOARG("reload", handle_reload),
-                                       UBUS_METHOD_NOARG("restart", handle_restart)};
-ubus_object_type network_type = UBUS_OBJECT_TYPE("network", network_methods);
-// What tests need and the network daemon does not have.
-const ubus_method stand_in_methods[] = {UBUS_METHOD_NOARG("settle", handle_settle)};
-ubus_object_type stand_in_type = UBUS_OBJECT_TYPE("gateway-netd", stand_in_methods);
-
-daemon_object network_object;
-daemon_object stand_in_object;
-
-// Says what failed; true when nothing did.
-bool check(int status, const char *what)
-{
-    if (status)
-        fprintf(stderr, "gateway-netd: %s: %s\n", what, ubus_strerror(status));
-    return status == UBUS_STATUS_OK;
-}
 
 // What the sections say about the device below an interface. Their names are left out: those of anonymous
 // sections change with the sections before them.
@@ -72,45 +25,7 @@ const config_section *find_interface(const network_config &config, const std::st
     return nullptr;
 }
 
-bool starts_by_itself(const config_section &section)
-{
-    return section.number("auto", 1) && !section.number("disabled", 0);
-}
-
-// A member without a name in a table prints as a value alone.
-void add_unprintable(blob_buf *reply)
-{
-    blobmsg_add_string(reply, nullptr, "no member name");
-}
-
 } // namespace
-
-const ubus_method network_daemon::interface_methods[3] = {UBUS_METHOD_NOARG("up", handle_up),
-                                                          UBUS_METHOD_NOARG("down", handle_down),
-                                                          UBUS_METHOD_NOARG("status", handle_status)};
-ubus_object_type network_daemon::interface_type =
-    UBUS_OBJECT_TYPE("network.interface", network_daemon::interface_methods);
-
-network_daemon::interface_record::interface_record(network_daemon &own_daemon, config_section own_section,
-                                                   origin own_source)
-    : daemon(own_daemon), section(std::move(own_section)), source(own_source),
-      coming_up([this] { daemon.come_up(*this); }), path("network.interface." + section.name)
-{
-    object.name = path.c_str();
-    object.type = &interface_type;
-    object.methods = interface_methods;
-    object.n_methods = ARRAY_SIZE(interface_methods);
-    object.record = this;
-}
-
-network_daemon::delayed_reply::delayed_reply(network_daemon &own_daemon, ubus_request_data *own_request,
-                                             std::string own_interface, scripted_reply own_script)
-    : daemon(own_daemon), interface(std::move(own_interface)), script(std::move(own_script)),
-      due([this] { daemon.finish(this); })
-{
-    ubus_defer_request(daemon.bus_, own_request, &request);
-    due.start(script.delay_ms);
-}
 
 network_daemon::network_daemon(ubus_context *bus, const daemon_options &options)
     : bus_(bus), options_(options), links_(options.links), hotplug_([this] { reply_if_settled(); }),
@@ -118,22 +33,6 @@ network_daemon::network_daemon(ubus_context *bus, const daemon_options &options)
 {}
 
 network_daemon::~network_daemon() = default;
-
-bool network_daemon::offer_own_objects()
-{
-    network_object.name = "network";
-    network_object.type = &network_type;
-    network_object.methods = network_methods;
-    network_object.n_methods = ARRAY_SIZE(network_methods);
-    network_object.daemon = this;
-    stand_in_object.name = "gateway-netd";
-    stand_in_object.type = &stand_in_type;
-    stand_in_object.methods = stand_in_methods;
-    stand_in_object.n_methods = ARRAY_SIZE(stand_in_methods);
-    stand_in_object.daemon = this;
-    return check(ubus_add_object(bus_, &stand_in_object), "gateway-netd") &&
-           check(ubus_add_object(bus_, &network_object), "network");
-}
 
 // `network` comes last: who sees it finds the interfaces there, too.
 bool network_daemon::start()
@@ -176,7 +75,7 @@ void network_daemon::apply(const network_config &next)
     }
     for (const std::string &name : started) {
         interface_record &record = *find(name);
-        if (starts_by_itself(record.section))
+        if (record.section.starts_by_itself())
             bring_up(record);
     }
     links_.remove_others(next.devices);
@@ -232,20 +131,6 @@ void network_daemon::remove(const std::string &name)
     go_down(*record);
     withdraw(*record);
     std::erase_if(interfaces_, [record](const auto &entry) { return entry.get() == record; });
-}
-
-void network_daemon::offer(interface_record &record)
-{
-    if (record.offered || read_scripted_reply(record.section.name).mode == reply_mode::absent)
-        return;
-    record.offered = check(ubus_add_object(bus_, &record.object), record.path.c_str());
-}
-
-void network_daemon::withdraw(interface_record &record)
-{
-    if (record.offered)
-        check(ubus_remove_object(bus_, &record.object), record.path.c_str());
-    record.offered = false;
 }
 
 void network_daemon::follow_files()
@@ -318,161 +203,4 @@ void network_daemon::go_down(interface_record &record)
         return;
     links_.take_down(record.section, record.settings);
     announce(record, "ifdown");
-}
-
-void network_daemon::announce(const interface_record &record, const char *action)
-{
-    blob_buf event{};
-    blob_buf_init(&event, 0);
-    blobmsg_add_string(&event, "action", action);
-    blobmsg_add_string(&event, "interface", record.section.name.c_str());
-    check(ubus_send_event(bus_, "network.interface", event.head), "network.interface");
-    blob_buf_free(&event);
-    if (options_.hotplug)
-        hotplug_.add(action, record.section.name, layer3_device(record.section));
-}
-
-void network_daemon::settle(ubus_request_data *request)
-{
-    waiting_for_settling_.emplace_back();
-    ubus_defer_request(bus_, request, &waiting_for_settling_.back());
-    reply_if_settled();
-}
-
-void network_daemon::reply_if_settled()
-{
-    const bool pending = std::any_of(interfaces_.begin(), interfaces_.end(),
-                                     [](const auto &record) { return record->state == link_state::pending; });
-    if (pending || !hotplug_.empty())
-        return;
-    for (ubus_request_data &request : waiting_for_settling_)
-        ubus_complete_deferred_request(bus_, &request, UBUS_STATUS_OK);
-    waiting_for_settling_.clear();
-}
-
-const network_daemon::interface_record *network_daemon::downstream() const
-{
-    for (const auto &record : interfaces_)
-        if (record->state == link_state::up && record->section.has("ip6assign"))
-            return record.get();
-    return nullptr;
-}
-
-std::vector<prefix_assignment> network_daemon::assignments_for(const interface_record &record) const
-{
-    std::vector<prefix_assignment> assignments;
-    if (&record != downstream())
-        return assignments;
-    const int mask = record.section.number("ip6assign", 0);
-    for (const auto &upstream : interfaces_) {
-        if (upstream->state != link_state::up || !upstream->section.number("delegate", 1))
-            continue;
-        for (const prefix &delegated : upstream->settings.prefixes)
-            if (delegated.mask <= mask)
-                assignments.push_back({delegated.text, mask, delegated.leased});
-    }
-    return assignments;
-}
-
-interface_status network_daemon::status_of(const interface_record &record) const
-{
-    const std::string device = lower_device(record.section);
-    const auto uptime = std::chrono::steady_clock::now() - record.up_since;
-    const interface_record *const lan = downstream();
-    interface_status status{};
-    status.section = &record.section;
-    status.state = record.state;
-    status.available = device.empty() || links_.present(device);
-    status.autostart = record.source != origin::configured || starts_by_itself(record.section);
-    status.dynamic = record.source == origin::dynamic;
-    status.uptime = static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(uptime).count());
-    status.settings = &record.settings;
-    if (lan) {
-        status.downstream = lan->section.name;
-        status.downstream_mask = lan->section.number("ip6assign", 0);
-    }
-    status.assignments = assignments_for(record);
-    return status;
-}
-
-// Replies with what the record says now: it may have changed, or gone, since a delayed request came.
-void network_daemon::add_usual_reply(blob_buf *reply, const std::string &interface)
-{
-    if (const interface_record *const record = find(interface))
-        add_status(reply, status_of(*record));
-}
-
-int network_daemon::answer(ubus_request_data *request, const std::string &interface,
-                           const scripted_reply &script)
-{
-    blob_buf reply{};
-    blob_buf_init(&reply, 0);
-    int status = UBUS_STATUS_OK;
-    switch (script.mode) {
-    case reply_mode::big:
-        add_usual_reply(&reply, interface);
-        blobmsg_add_string(&reply, "filler", std::string(big_reply_filler, 'x').c_str());
-        break;
-    case reply_mode::usual:
-        add_usual_reply(&reply, interface);
-        break;
-    case reply_mode::malformed:
-        add_unprintable(&reply);
-        break;
-    case reply_mode::json:
-        if (!blobmsg_add_json_from_string(&reply, script.json.c_str()))
-            status = UBUS_STATUS_UNKNOWN_ERROR;
-        break;
-    case reply_mode::absent:
-        status = UBUS_STATUS_NOT_FOUND;
-        break;
-    case reply_mode::invalid:
-        fprintf(stderr, "gateway-netd: the reply laid down for %s is none that is known\n",
-                interface.c_str());
-        status = UBUS_STATUS_UNKNOWN_ERROR;
-        break;
-    case reply_mode::silent:
-        break;
-    }
-    if (status == UBUS_STATUS_OK && script.mode != reply_mode::silent)
-        ubus_send_reply(bus_, request, reply.head);
-    blob_buf_free(&reply);
-    return status;
-}
-
-void network_daemon::finish(delayed_reply *delayed)
-{
-    const int status = answer(&delayed->request, delayed->interface, delayed->script);
-    ubus_complete_deferred_request(bus_, &delayed->request, status);
-    delayed_.remove_if([delayed](const delayed_reply &entry) { return &entry == delayed; });
-}
-
-int network_daemon::handle_status(ubus_context *, ubus_object *object, ubus_request_data *request,
-                                  const char *, blob_attr *)
-{
-    const interface_record &record = *static_cast<interface_object *>(object)->record;
-    network_daemon &daemon = record.daemon;
-    const std::string &name = record.section.name;
-    const scripted_reply script = read_scripted_reply(name);
-    if (script.delay_ms == 0)
-        return daemon.answer(request, name, script);
-    daemon.delayed_.emplace_back(daemon, request, name, script);
-    return UBUS_STATUS_OK;
-}
-
-int network_daemon::handle_up(ubus_context *, ubus_object *object, ubus_request_data *, const char *,
-                              blob_attr *)
-{
-    interface_record &record = *static_cast<interface_object *>(object)->record;
-    record.daemon.bring_up(record);
-    return UBUS_STATUS_OK;
-}
-
-int network_daemon::handle_down(ubus_context *, ubus_object *object, ubus_request_data *, const char *,
-                                blob_attr *)
-{
-    interface_record &record = *static_cast<interface_object *>(object)->record;
-    record.daemon.go_down(record);
-    record.daemon.reply_if_settled();
-    return UBUS_STATUS_OK;
 }
