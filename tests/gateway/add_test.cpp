@@ -227,6 +227,19 @@ TEST_F(add_test, all_reports_every_wan_as_get_does)
     }
 }
 
+TEST_F(add_test, a_binding_cannot_forge_a_log_message)
+{
+    ASSERT_EQ(result_reply(0, 0, "korvel modify OK."),
+              gateway.call("add", add_request(bridged_wan(1, "1000", {.vid = 100}))));
+    gateway.clear_log();
+
+    EXPECT_EQ(result_reply(0, -3, "korvel modify ERR!"),
+              gateway.call("add", R"({"wanMode":0,"service":1,"bind":"1\n<0>kernel: x\u00e9"})"));
+
+    EXPECT_EQ(text_lines{"Failed to add wan: port binding 1?<0>kernel: x?? exist"},
+              gateway.log_texts(LOG_ERR));
+}
+
 TEST_F(add_test, minimum_mode_prints_what_it_chose)
 {
     gateway.uci_set("network.korvel.use_min_wan_id", "1");
