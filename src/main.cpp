@@ -40,6 +40,16 @@ void install_stop_handler()
         (void)signal(number, handle_stop_signal);
 }
 
+// A broken connection must not end the process. The loop would have the signal ignored, which children
+// inherit; one that is caught has its default effect again in a new program.
+void catch_broken_pipes()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    (void)sigaction(SIGPIPE, &action, nullptr);
+}
+
 // What is done before the bus is there, and so before anybody can ask for anything. Returns whether to go on.
 bool prepare()
 {
@@ -69,8 +79,7 @@ bool register_on(ubus_context *bus)
 // object nobody would notice that this daemon is deaf, so its supervisor is to see that it ended.
 int serve()
 {
-    // popen() and system() wait for their own children; a loop that reaps them first would make those calls
-    // fail.
+    // Whoever starts a child waits for it; a loop that reaps it first would make that fail.
     uloop_handle_sigchld = false;
     (void)uloop_init();
     ubus_context *const bus = ubus_connect(nullptr);
@@ -101,6 +110,7 @@ int main(int argc, char *argv[])
         return finish(0);
 
     install_stop_handler();
+    catch_broken_pipes();
     if (!prepare())
         return finish(1);
     return finish(serve());

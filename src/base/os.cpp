@@ -8,31 +8,90 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 void run_command(const char *command)
 {
-    const stop_signal_mask admitted(stop_signal_mask::admit);
-    if (system(command) == -1)
+    int result = 0;
+    {
+        const stop_signal_mask admitted(stop_signal_mask::admit);
+        result = system(command);
+    }
+    if (result == -1)
         log_error("Failed to run: %s", command);
 }
+
+namespace {
+
+// Has a shell start a command whose output goes into the pipe. What popen() lacks: the command starts with no
+// signal blocked, whatever this thread blocks. Returns false when it cannot be started.
+bool start_shell(const char *command, int pipe_end, pid_t &child_out)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    sigset_t none;
+    sigemptyset(&none);
+    if (posix_spawn_file_actions_init(&actions) != 0)
+        return false;
+    bool started = false;
+    if (posix_spawnattr_init(&attributes) == 0) {
+        const char *const words[] = {"sh", "-c", command, nullptr};
+        started = posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK) == 0 &&
+                  posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
+                  posix_spawn_file_actions_adddup2(&actions, pipe_end, STDOUT_FILENO) == 0 &&
+                  posix_spawn(&child_out, "/bin/sh", &actions, &attributes, const_cast<char *const *>(words),
+                              environ) == 0;
+        (void)posix_spawnattr_destroy(&attributes);
+    }
+    (void)posix_spawn_file_actions_destroy(&actions);
+    return started;
+}
+
+// Fills the buffer from a pipe, but for its last byte; less when the pipe ends before. Returns the count.
+size_t read_pipe(int pipe, char *buffer, size_t size)
+{
+    size_t length = 0;
+    while (length < size - 1) {
+        const ssize_t count = read(pipe, buffer + length, size - 1 - length);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        length += static_cast<size_t>(count);
+    }
+    return length;
+}
+
+void wait_for(pid_t child)
+{
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR)
+        continue;
+}
+
+} // namespace
 
 bool read_command(const char *command, text_ref output)
 {
     output.clear();
-    FILE *const pipe = popen(command, "re");
-    if (!pipe)
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
-    // Unbuffered, so that the read allocates nothing while the stop signals are admitted.
-    (void)setvbuf(pipe, nullptr, _IONBF, 0);
-    {
+    pid_t child = 0;
+    const bool started = start_shell(command, ends[1], child);
+    (void)close(ends[1]);
+    if (started) {
         const stop_signal_mask admitted(stop_signal_mask::admit);
-        const size_t count = fread(output.data, 1, output.size - 1, pipe);
-        output.data[count] = '\0';
+        output.data[read_pipe(ends[0], output.data, output.size)] = '\0';
     }
-    (void)pclose(pipe);
-    return true;
+    (void)close(ends[0]); // before the wait: a command that has more to say is not to wait for a reader
+    if (started) {
+        const stop_signal_mask admitted(stop_signal_mask::admit);
+        wait_for(child);
+    }
+    return started;
 }
 
 bool file_exists(const char *path)

@@ -43,6 +43,16 @@ TEST_F(os_test, a_commands_output_is_cut_at_the_buffers_end)
     }
 }
 
+TEST_F(os_test, a_command_is_waited_for_after_its_output_ended)
+{
+    char output[8];
+
+    EXPECT_TRUE(read_command("printf text; exec >&-; sleep 0.05; echo done >/tmp/result", output));
+
+    EXPECT_STREQ(output, "text");
+    EXPECT_EQ(gateway.file("/tmp/result"), "done\n");
+}
+
 TEST_F(os_test, files_are_read_up_to_the_buffers_end)
 {
     char content[8];

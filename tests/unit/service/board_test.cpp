@@ -1,7 +1,7 @@
 // The board's port counts, from what the bus tool prints about it.
 #include "service/board.h"
 
-#include "support/broken_popen.h"
+#include "support/broken_command.h"
 #include "support/printed_replies.h"
 
 namespace {
@@ -113,7 +113,7 @@ TEST_F(board_test, the_first_512_bytes_count)
 
 TEST_F(board_test, a_command_that_cannot_be_started_is_logged)
 {
-    const broken_popen broken("ubus -S call boardinfo all");
+    const broken_command broken("ubus -S call boardinfo all");
 
     probe(R"({"lan":{"numOfPorts":4}})");
 

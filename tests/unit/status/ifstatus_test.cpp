@@ -2,7 +2,7 @@
 #include "status/ifstatus.h"
 
 #include "base/text.h"
-#include "support/broken_popen.h"
+#include "support/broken_command.h"
 #include "support/printed_replies.h"
 
 namespace {
@@ -601,7 +601,7 @@ TEST_F(ifstatus_test, a_command_that_cannot_be_started_is_a_failure)
     for (const char *interface : {main_interface, dhcp_v6_interface}) {
         SCOPED_TRACE(interface);
         gateway.clear_log();
-        const broken_popen broken(command(interface));
+        const broken_command broken(command(interface));
 
         EXPECT_EQ(-1, read(ip_mode_dhcp, both_protocols));
 
