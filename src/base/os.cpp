@@ -65,6 +65,35 @@ size_t read_pipe(int pipe, char *buffer, size_t size)
     return length;
 }
 
+// What a command prints beyond the buffer, as far as somebody wants to know how much that is.
+constexpr size_t most_counted = 1048576;
+struct lost_output {
+    size_t bytes;
+    char last;
+};
+
+lost_output skip_rest(int pipe)
+{
+    lost_output lost = {};
+    char block[4096 + 1];
+    while (lost.bytes < most_counted) {
+        const size_t count = read_pipe(pipe, block, sizeof(block));
+        if (count == 0)
+            break;
+        lost.bytes += count;
+        lost.last = block[count - 1];
+    }
+    return lost;
+}
+
+// A line feed that does not fit is not worth a message.
+void log_lost(const char *command, size_t taken, const lost_output &lost)
+{
+    if (lost.bytes > 1 || (lost.bytes == 1 && lost.last != '\n'))
+        log_error("Output of %s is cut at %zu of its %zu bytes%s", command, taken, taken + lost.bytes,
+                  lost.bytes < most_counted ? "" : " or more");
+}
+
 void wait_for(pid_t child)
 {
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR)
@@ -82,15 +111,20 @@ bool read_command(const char *command, text_ref output)
     pid_t child = 0;
     const bool started = start_shell(command, ends[1], child);
     (void)close(ends[1]);
+    size_t taken = 0;
+    lost_output lost = {};
     if (started) {
         const stop_signal_mask admitted(stop_signal_mask::admit);
-        output.data[read_pipe(ends[0], output.data, output.size)] = '\0';
+        taken = read_pipe(ends[0], output.data, output.size);
+        lost = skip_rest(ends[0]);
     }
     (void)close(ends[0]); // before the wait: a command that has more to say is not to wait for a reader
     if (started) {
         const stop_signal_mask admitted(stop_signal_mask::admit);
         wait_for(child);
     }
+    output.data[taken] = '\0';
+    log_lost(command, taken, lost);
     return started;
 }
 

@@ -10,8 +10,8 @@
 void run_command(const char *command);
 
 // Runs a shell command, waits for it and takes at most output.size - 1 bytes of what it prints, from its
-// start, with a terminator behind them. Stop signals act meanwhile. Returns false when the command could not
-// be started; output is then empty text.
+// start, with a terminator behind them; what is cut off is logged with its size. Stop signals act meanwhile.
+// Returns false when the command could not be started; output is then empty text.
 bool read_command(const char *command, text_ref output);
 
 bool file_exists(const char *path);

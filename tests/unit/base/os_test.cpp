@@ -43,6 +43,40 @@ TEST_F(os_test, a_commands_output_is_cut_at_the_buffers_end)
     }
 }
 
+TEST_F(os_test, output_that_is_cut_is_logged_with_its_size)
+{
+    struct {
+        const char *command;
+        text_lines logged;
+    } const cases[] = {
+        {"printf abcdefg", {}},
+        {"printf 'abcdefg\\n'", {}}, // a line feed more is no loss
+        {"printf abcdefgh", {"Output of printf abcdefgh is cut at 7 of its 8 bytes"}},
+        {"printf '\\nabcdefghi\\n'", {"Output of printf '\\nabcdefghi\\n' is cut at 7 of its 11 bytes"}},
+        {"yes | head -c 100000", {"Output of yes | head -c 100000 is cut at 7 of its 100000 bytes"}},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.command);
+        gateway.clear_log();
+        char output[8];
+
+        EXPECT_TRUE(read_command(row.command, output));
+
+        EXPECT_EQ(row.logged, gateway.log_texts(LOG_ERR));
+    }
+}
+
+TEST_F(os_test, a_command_that_never_ends_its_output_is_left)
+{
+    char output[8];
+
+    EXPECT_TRUE(read_command("yes", output));
+
+    EXPECT_STREQ(output, "y\ny\ny\ny");
+    EXPECT_EQ(text_lines{"Output of yes is cut at 7 of its 1048583 bytes or more"},
+              gateway.log_texts(LOG_ERR));
+}
+
 TEST_F(os_test, a_command_is_waited_for_after_its_output_ended)
 {
     char output[8];

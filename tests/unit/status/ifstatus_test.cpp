@@ -546,7 +546,12 @@ TEST_F(ifstatus_test, the_first_2048_bytes_of_a_reply_count)
     EXPECT_EQ(-1, read_v4(up_with_length(2049)));
     EXPECT_EQ(-1, read_v6(up_with_length(2049)));
 
-    EXPECT_EQ((text_lines{v4_unparsable, v6_unparsable}), gateway.log_texts(LOG_ERR));
+    EXPECT_EQ((text_lines{
+                  "Output of ubus -S call network.interface.wan_7 status is cut at 2048 of its 2049 bytes",
+                  v4_unparsable,
+                  "Output of ubus -S call network.interface.wan_7_v6 status is cut at 2048 of its 2049 bytes",
+                  v6_unparsable}),
+              gateway.log_texts(LOG_ERR));
 }
 
 TEST_F(ifstatus_test, an_ipv4_reply_that_is_no_json_is_a_failure)
