@@ -5,6 +5,7 @@
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
 #include "rules/remove_script.h"
+#include "rules/script_name.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
 
@@ -58,6 +59,8 @@ void wan_write_bridge_rule(const wan_rule_ctx *ctx)
     const script_path path = bridge_rule_path(ctx->wanId);
     char device[12];
     wan_device_name(ctx->config, device);
+    if (!may_stand_in_script(device, path.text))
+        return; // without its device the script would say something else
     char bound[port_list_size] = {};
     char unbound[port_list_size] = {};
     wan_build_port_lists(&ctx->config, bound, unbound);

@@ -3,7 +3,8 @@
 
 #include "rules/rule_ctx.h"
 
-// Writes the WAN's /etc/korvel/rule_wan_<id>.sh; does not run it. Failures are logged.
+// Writes the WAN's /etc/korvel/rule_wan_<id>.sh, but not for a device whose name a shell could take for more
+// than a name; does not run it. Failures are logged.
 void wan_write_bridge_rule(const wan_rule_ctx *ctx);
 
 // Runs the script with "-r" and deletes it, if there is one. Failures are logged.

@@ -4,12 +4,13 @@
 #include "base/log.h"
 #include "base/os.h"
 #include "rules/remove_script.h"
+#include "rules/script_name.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
 
 namespace {
 
-// The names come from the configuration's list of bridge ports, which the shell sees in double quotes.
+// The names come from the configuration's list of bridge ports; only harmless ones reach the shell.
 constexpr char rule_text[] = R"sh(ebtables -D FORWARD -i "%.*s" -o "%s" -j DROP
 [ "$1" != "-r" ] && ebtables -I FORWARD -i "%.*s" -o "%s" -j DROP
 )sh";
@@ -20,9 +21,24 @@ struct isolated_device {
     char name[10];
 };
 
-bool is_wan_device(const uci_element *port)
+bool has_wan_name(const uci_element *port)
 {
     return strstr(port->name, vlan_prefix) != nullptr;
+}
+
+bool is_wan_device(const uci_element *port)
+{
+    return has_wan_name(port) && is_script_name(port->name);
+}
+
+void log_left_out(uci_list *ports)
+{
+    uci_element *port = nullptr;
+    uci_foreach_element(ports, port)
+    {
+        if (has_wan_name(port))
+            (void)may_stand_in_script(port->name, isolate_rule_path);
+    }
 }
 
 size_t collect_devices(uci_list *ports, isolated_device (&devices_out)[most_devices])
@@ -82,6 +98,7 @@ void wan_write_isolate_rule()
         return;
 
     wan_remove_isolate_rule();
+    log_left_out(ports);
     isolated_device devices[most_devices] = {};
     const size_t count = collect_devices(ports, devices);
     if (count < 2)

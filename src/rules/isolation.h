@@ -2,8 +2,8 @@
 #pragma once
 
 // Runs the present script with "-r", deletes it, and writes a new one from the LAN bridge's ports when two or
-// more of them are WAN devices; does not run that. A bridge without a `ports` list leaves the script alone.
-// Failures are logged.
+// more of them are WAN devices with names that a shell takes for nothing else; does not run that. A bridge
+// without a `ports` list leaves the script alone. Failures are logged.
 void wan_write_isolate_rule();
 
 // Runs the script with "-r" and deletes it, if there is one. Failures are logged.

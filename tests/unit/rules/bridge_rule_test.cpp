@@ -56,6 +56,30 @@ TEST_F(bridge_rule_test, dhcp_is_kept_from_the_bound_ports_where_asked)
     EXPECT_EQ(gateway.file("/etc/korvel/rule_wan_20.sh"), golden("bridge_rule/dhcp_blocked.sh"));
 }
 
+TEST_F(bridge_rule_test, an_uplink_that_a_shell_could_take_for_more_gets_no_script)
+{
+    constexpr struct {
+        const char *uplink;
+        uint16_t vid;
+        const char *device;
+    } cases[] = {{"$(reboot)", 100, "$(reboot)10"},
+                 {"a\";x;\"", 0, "a\";x;\""},
+                 {"p+n", 7, "p+n.7"},
+                 {"a b", 0, "a b"}};
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.device);
+        set_uplink(row.uplink);
+        gateway.clear_log();
+
+        write(bridged_wan(3, "1010", {.vid = row.vid}));
+
+        EXPECT_FALSE(gateway.exists(wan_3_path));
+        EXPECT_EQ(gateway.log_texts(LOG_ERR),
+                  text_lines{std::string("Left out of /etc/korvel/rule_wan_3.sh, not a device's name: ") +
+                             row.device});
+    }
+}
+
 TEST_F(bridge_rule_test, the_device_follows_the_uplink_and_the_tag)
 {
     struct {

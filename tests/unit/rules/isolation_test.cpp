@@ -75,6 +75,35 @@ TEST_F(isolation_test, the_prefix_may_stand_anywhere_in_a_ports_name)
     EXPECT_EQ(script.find("ponx20"), std::string::npos);
 }
 
+TEST_F(isolation_test, names_that_a_shell_could_take_for_more_are_left_out)
+{
+    const text_lines odd = {"pon.1$(reboot)", "pon.2`x`", "pon.3\"", "pon.4;x", "pon.5 x",
+                            "pon.6\\",        "pon.7&",   "pon.8|x", "pon.9+",  "pon.\xc3\xa9"};
+    text_lines ports = odd;
+    ports.insert(ports.begin(), {"eth0.1", "$(eth0)", "pon.10"});
+    ports.push_back("pon.20");
+    store_bridge(ports);
+
+    wan_write_isolate_rule();
+
+    EXPECT_EQ(gateway.file(isolate_rule_path), golden("isolate/two_devices.sh"));
+    text_lines complaints;
+    for (const std::string &name : odd)
+        complaints.push_back("Left out of /etc/korvel/rule_wan_isolate.sh, not a device's name: " +
+                             (name == odd.back() ? "pon.??" : name));
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), complaints);
+}
+
+TEST_F(isolation_test, names_of_letters_digits_and_five_signs_stay)
+{
+    store_bridge({"aA_zZ:09@pon.-", "pon.20"});
+
+    wan_write_isolate_rule();
+
+    EXPECT_NE(gateway.file(isolate_rule_path).find(R"(-i "pon.20" -o "aA_zZ:09@pon.-")"), std::string::npos);
+    EXPECT_TRUE(gateway.log().empty());
+}
+
 TEST_F(isolation_test, writing_takes_back_the_old_scripts_rules_but_does_not_run_the_new_one)
 {
     store_bridge({"pon.10", "pon.20"});
