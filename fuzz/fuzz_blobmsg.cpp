@@ -76,7 +76,7 @@ void parse(blob_attr *message, size_t size)
                                          {.type = BLOB_ATTR_STRING, .minlen = 6, .maxlen = 12}};
     constexpr blobmsg_policy policy[] = {{"a", BLOBMSG_TYPE_UNSPEC},
                                          {"b", BLOBMSG_TYPE_STRING},
-                                         {"id", BLOBMSG_TYPE_CAST_INT64},
+                                         {"id", BLOBMSG_CAST_INT64},
                                          {"t", BLOBMSG_TYPE_TABLE}};
     blob_attr *by_id[ARRAY_SIZE(fields)];
     blob_attr *by_name[ARRAY_SIZE(policy)];

@@ -67,7 +67,7 @@ bool type_suits_policy(const blob_attr *attr, enum blobmsg_type wanted)
     const int type = blobmsg_type(attr);
     if (wanted == BLOBMSG_TYPE_UNSPEC)
         return true;
-    if (wanted == BLOBMSG_TYPE_CAST_INT64)
+    if (wanted == BLOBMSG_CAST_INT64)
         return type >= BLOBMSG_TYPE_INT64 && type <= BLOBMSG_TYPE_INT8;
     return type == static_cast<int>(wanted);
 }

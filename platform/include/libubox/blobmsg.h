@@ -25,7 +25,7 @@ enum blobmsg_type {
     BLOBMSG_TYPE_DOUBLE,
     BLOBMSG_TYPE_LAST = BLOBMSG_TYPE_DOUBLE,
     /* For policies only, never sent: any of the four integer types. */
-    BLOBMSG_TYPE_CAST_INT64
+    BLOBMSG_CAST_INT64
 };
 
 /* The start of an extended attribute's payload. */
