@@ -114,12 +114,16 @@ bool blobmsg_check_attr(const blob_attr *attr, bool name)
 
 int blobmsg_check_array(const blob_attr *attr, int type)
 {
+    const bool table = blobmsg_type(attr) == BLOBMSG_TYPE_TABLE;
+    if (type > BLOBMSG_TYPE_LAST || !blobmsg_check_attr(attr, false) ||
+        (!table && blobmsg_type(attr) != BLOBMSG_TYPE_ARRAY))
+        return -1;
     int count = 0;
     blob_attr *member;
     size_t rem;
     blobmsg_for_each_attr(member, attr, rem)
     {
-        if (!blobmsg_check_attr_len(member, false, rem))
+        if (!blobmsg_check_attr_len(member, table, rem))
             return -1;
         if (type != BLOBMSG_TYPE_UNSPEC && blobmsg_type(member) != type)
             return -1;
@@ -148,16 +152,18 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
                         unsigned int len)
 {
     clear_table(tb, policy_len);
-    if (!data || len == 0)
+    if (!data && len > 0)
         return -EINVAL;
     size_t rem = len;
     int row = 0;
     for (blob_attr *attr = static_cast<blob_attr *>(data); row < policy_len && blob_fits(attr, rem);
          attr = blob_next(attr)) {
-        if (!blobmsg_check_attr_len(attr, false, rem))
-            return -1;
-        if (type_suits_policy(attr, policy[row].type))
+        const int wanted = policy[row].type;
+        if (wanted == BLOBMSG_TYPE_UNSPEC || blobmsg_type(attr) == wanted) {
+            if (!blobmsg_check_attr_len(attr, false, rem))
+                return -1;
             tb[row++] = attr;
+        }
         rem -= blob_pad_len(attr);
     }
     return 0;

@@ -74,10 +74,10 @@ public:
     void add(const char *text) { add(text, strlen(text)); }
     void add(char c) { add(&c, 1); }
 
-    // The caller's to free; NULL when there is no text or memory ran out.
+    // The caller's to free; NULL when memory ran out.
     char *release()
     {
-        if (failed_ || length_ == 0)
+        if (!make_room(1))
             return nullptr;
         data_[length_] = '\0';
         char *const text = data_;

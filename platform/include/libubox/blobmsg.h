@@ -91,8 +91,14 @@ static inline size_t blobmsg_len(const struct blob_attr *attr)
  * the length that the attribute states; the other knows how many bytes there are. */
 bool blobmsg_check_attr(const struct blob_attr *attr, bool name);
 bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len);
-/* The number of members of an array whose members are all of `type` (any type: UNSPEC), or -1. */
+/* The number of members of an array or table, or -1: it is neither, a member is malformed or of another type
+ * than `type` (UNSPEC: any), or a table's member has no name. */
 int blobmsg_check_array(const struct blob_attr *attr, int type);
+
+static inline bool blobmsg_check_attr_list(const struct blob_attr *attr, int type)
+{
+    return blobmsg_check_array(attr, type) >= 0;
+}
 
 /* Clears tb[0..n) and points each entry at the first attribute of the row's name and type. `data` is the
  * payload of a message. Returns 0; -1 when an attribute is malformed, with the entries found before it set;
@@ -101,7 +107,7 @@ int blobmsg_check_array(const struct blob_attr *attr, int type);
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len);
 /* The same by position instead of by name: an attribute of another type than the next row wants is passed
- * over. */
+ * over, malformed or not. Here no payload is no error, and BLOBMSG_CAST_INT64 is nobody's type. */
 int blobmsg_parse_array(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb,
                         void *data, unsigned int len);
 

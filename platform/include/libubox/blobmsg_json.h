@@ -25,8 +25,7 @@ bool blobmsg_add_json_element(struct blob_buf *buf, const char *name, struct jso
 /* Print an attribute. `list` true: its children, in braces or, for an extended array, in brackets. `list`
  * false: the attribute itself, "name":value. The _value calls leave the name out. `indent` -1 is compact; 0
  * and more put every member on a line of its own, that many tabs further in. The text is malloc'd; NULL when
- * there is none, because the attribute is malformed or memory ran out. Malformed children print as nothing.
- */
+ * memory ran out. What is malformed prints as nothing. */
 char *blobmsg_format_json_with_cb(struct blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
                                   int indent);
 char *blobmsg_format_json_value_with_cb(struct blob_attr *attr, blobmsg_json_format_t cb, void *priv,

@@ -342,23 +342,52 @@ TEST(blobmsg_parse_array_test, goes_by_position_and_passes_over_other_types)
     EXPECT_EQ(blobmsg_get_u32(tb[1]), 8u);
 }
 
-TEST(blobmsg_parse_array_test, judges_as_by_name)
+TEST(blobmsg_parse_array_test, judges_only_what_has_the_rows_type)
 {
-    constexpr blobmsg_policy policy[] = {{nullptr, BLOBMSG_TYPE_INT32}, {nullptr, BLOBMSG_TYPE_INT32}};
+    constexpr blobmsg_policy policy[] = {{nullptr, BLOBMSG_TYPE_INT32}, {nullptr, BLOBMSG_TYPE_STRING}};
     blob_message m(R"({"":7})");
-    blobmsg_add_field(m.buf(), BLOBMSG_TYPE_INT32, nullptr, "abc", 3);
-    blobmsg_add_u32(m.buf(), nullptr, 8);
+    blobmsg_add_field(m.buf(), BLOBMSG_TYPE_INT32, nullptr, "ab", 2);
+    blobmsg_add_field(m.buf(), 9, nullptr, "x", 1);
+    blobmsg_add_string(m.buf(), nullptr, "x");
     blob_attr *tb[2] = {m.head(), m.head()};
 
-    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, m.payload(), 0), -EINVAL);
-    EXPECT_EQ(tb[0], nullptr);
-    EXPECT_EQ(tb[1], nullptr);
-    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, nullptr, 4), -EINVAL);
+    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, m.payload(), m.length()), 0);
+    ASSERT_NE(tb[0], nullptr);
+    EXPECT_EQ(blobmsg_get_u32(tb[0]), 7u);
+    ASSERT_NE(tb[1], nullptr);
+    EXPECT_STREQ(blobmsg_get_string(tb[1]), "x");
 
-    EXPECT_EQ(blobmsg_parse_array(policy, 2, tb, m.payload(), m.length()), -1);
+    constexpr blobmsg_policy numbers[] = {{nullptr, BLOBMSG_TYPE_INT32}, {nullptr, BLOBMSG_TYPE_INT32}};
+    EXPECT_EQ(blobmsg_parse_array(numbers, 2, tb, m.payload(), m.length()), -1);
     ASSERT_NE(tb[0], nullptr);
     EXPECT_EQ(blobmsg_get_u32(tb[0]), 7u);
     EXPECT_EQ(tb[1], nullptr);
+
+    constexpr blobmsg_policy anything[] = {{nullptr, BLOBMSG_TYPE_UNSPEC}, {nullptr, BLOBMSG_TYPE_UNSPEC}};
+    EXPECT_EQ(blobmsg_parse_array(anything, 2, tb, m.payload(), m.length()), -1);
+    EXPECT_EQ(blobmsg_parse_array(anything, 1, tb, m.payload(), m.length()), 0);
+}
+
+TEST(blobmsg_parse_array_test, an_empty_array_leaves_a_cleared_table)
+{
+    constexpr blobmsg_policy policy[] = {{nullptr, BLOBMSG_TYPE_INT32}};
+    blob_message m;
+    blob_attr *tb[1] = {m.head()};
+
+    EXPECT_EQ(blobmsg_parse_array(policy, 1, tb, m.payload(), 0), 0);
+    EXPECT_EQ(tb[0], nullptr);
+    EXPECT_EQ(blobmsg_parse_array(policy, 1, tb, nullptr, 0), 0);
+    EXPECT_EQ(blobmsg_parse_array(policy, 1, tb, nullptr, 4), -EINVAL);
+}
+
+TEST(blobmsg_parse_array_test, knows_no_cast)
+{
+    constexpr blobmsg_policy policy[] = {{nullptr, BLOBMSG_CAST_INT64}};
+    blob_message m(R"({"":7})");
+    blob_attr *tb[1];
+
+    EXPECT_EQ(blobmsg_parse_array(policy, 1, tb, m.payload(), m.length()), 0);
+    EXPECT_EQ(tb[0], nullptr);
 }
 
 TEST(blobmsg_check_attr_test, judges_header_type_and_data)
@@ -448,6 +477,36 @@ TEST(blobmsg_check_array_test, a_malformed_member_spoils_the_array)
     blobmsg_close_array(m.buf(), array);
 
     EXPECT_EQ(blobmsg_check_array(static_cast<blob_attr *>(m.payload()), BLOBMSG_TYPE_STRING), -1);
+}
+
+TEST(blobmsg_check_array_test, takes_containers_only_and_known_types)
+{
+    blob_message m;
+    blobmsg_add_string(m.buf(), "text", "x");
+    blobmsg_close_array(m.buf(), blobmsg_open_array(m.buf(), "empty"));
+    void *const table = blobmsg_open_table(m.buf(), "table");
+    blobmsg_add_u32(m.buf(), "named", 1);
+    blobmsg_close_table(m.buf(), table);
+    void *const spoilt = blobmsg_open_table(m.buf(), "spoilt");
+    blobmsg_add_u32(m.buf(), "", 1);
+    blobmsg_close_table(m.buf(), spoilt);
+    std::vector<blob_attr *> members;
+    blob_attr *member;
+    size_t rem;
+    blobmsg_for_each_attr(member, m.head(), rem) members.push_back(member);
+    ASSERT_EQ(members.size(), 4u);
+
+    EXPECT_EQ(blobmsg_check_array(members[0], BLOBMSG_TYPE_UNSPEC), -1);
+    EXPECT_EQ(blobmsg_check_array(m.head(), BLOBMSG_TYPE_UNSPEC), -1);
+    EXPECT_EQ(blobmsg_check_array(members[1], BLOBMSG_CAST_INT64), -1);
+    EXPECT_EQ(blobmsg_check_array(members[2], BLOBMSG_TYPE_INT32), 1);
+    EXPECT_EQ(blobmsg_check_array(members[3], BLOBMSG_TYPE_INT32), -1);
+    for (blob_attr *const attr : members) {
+        const bool expected = blobmsg_check_array(attr, BLOBMSG_TYPE_INT32) >= 0;
+        EXPECT_EQ(blobmsg_check_attr_list(attr, BLOBMSG_TYPE_INT32), expected);
+    }
+    raw_attr headless = extended(BLOBMSG_TYPE_ARRAY, "\0"s);
+    EXPECT_EQ(blobmsg_check_array(headless.attr(), BLOBMSG_TYPE_UNSPEC), -1);
 }
 
 TEST(blobmsg_getter_test, null_and_the_root_are_understood)
