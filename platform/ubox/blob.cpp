@@ -7,7 +7,7 @@
 namespace {
 
 constexpr size_t growth_step = 256;
-constexpr size_t greatest_buffer = BLOB_WORD_LENGTH;
+constexpr size_t greatest_buffer = BLOB_ATTR_LEN_MASK;
 
 bool grow_in_steps(blob_buf *buf, int missing)
 {
@@ -56,7 +56,7 @@ void set_word(blob_attr *attr, uint32_t flagged_id, size_t raw_length)
 
 void set_length(blob_attr *attr, size_t raw_length)
 {
-    set_word(attr, be32_to_cpu(attr->id_len) & ~BLOB_WORD_LENGTH, raw_length);
+    blob_set_raw_len(attr, static_cast<unsigned>(raw_length)); // bounded by the buffer's greatest size
 }
 
 bool passes(const blob_attr *attr, const blob_attr_info &rule)
@@ -120,6 +120,11 @@ void blob_buf_free(blob_buf *buf)
     buf->buflen = 0;
 }
 
+blob_attr *blob_new(blob_buf *buf, int id, int payload)
+{
+    return blob_append(buf, blob_flagged_id(id, false), static_cast<size_t>(payload));
+}
+
 blob_attr *blob_put(blob_buf *buf, int id, const void *ptr, unsigned int len)
 {
     blob_attr *const attr = blob_append(buf, blob_flagged_id(id, false), len);
@@ -141,6 +146,14 @@ void blob_nest_end(blob_buf *buf, void *cookie)
     const size_t nested_length = blob_pad_len(buf->head);
     buf->head = attr_at(buf, reinterpret_cast<size_t>(cookie) - 1);
     set_length(buf->head, blob_pad_len(buf->head) + nested_length);
+}
+
+blob_attr *blob_memdup(blob_attr *attr)
+{
+    auto *const copy = static_cast<blob_attr *>(calloc(1, blob_pad_len(attr)));
+    if (copy)
+        memcpy(copy, attr, blob_raw_len(attr)); // the original may end there, its padding be out of reach
+    return copy;
 }
 
 bool blob_check_type(const void *ptr, unsigned int len, int type)

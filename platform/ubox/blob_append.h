@@ -12,6 +12,6 @@ void *blob_enter(blob_buf *buf, blob_attr *attr);
 // The upper byte of an attribute's word: the id, cut to its seven bits, and the mark of a blobmsg attribute.
 constexpr uint32_t blob_flagged_id(int id, bool extended)
 {
-    return (static_cast<uint32_t>(id) & BLOB_WORD_ID_MAX) << BLOB_WORD_ID_SHIFT |
-           (extended ? BLOB_WORD_EXTENDED : 0);
+    return (static_cast<uint32_t>(id) << BLOB_ATTR_ID_SHIFT & BLOB_ATTR_ID_MASK) |
+           (extended ? BLOB_ATTR_EXTENDED : 0);
 }

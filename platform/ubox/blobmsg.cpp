@@ -109,7 +109,7 @@ bool blobmsg_check_attr_len(const blob_attr *attr, bool name, size_t len)
 
 bool blobmsg_check_attr(const blob_attr *attr, bool name)
 {
-    return blobmsg_check_attr_len(attr, name, BLOB_WORD_LENGTH);
+    return blobmsg_check_attr_len(attr, name, BLOB_ATTR_LEN_MASK);
 }
 
 int blobmsg_check_array(const blob_attr *attr, int type)
@@ -138,12 +138,13 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
     if (!data || len == 0)
         return -EINVAL;
     size_t rem = len;
-    for (blob_attr *attr = static_cast<blob_attr *>(data); blob_fits(attr, rem); attr = blob_next(attr)) {
+    blob_attr *attr;
+    __blob_for_each_attr(attr, data, rem)
+    {
         if (!blobmsg_check_attr_len(attr, false, rem))
             return -1;
         if (blob_is_extended(attr))
             file_by_name(policy, policy_len, tb, attr);
-        rem -= blob_pad_len(attr);
     }
     return 0;
 }
@@ -156,15 +157,17 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
         return -EINVAL;
     size_t rem = len;
     int row = 0;
-    for (blob_attr *attr = static_cast<blob_attr *>(data); row < policy_len && blob_fits(attr, rem);
-         attr = blob_next(attr)) {
+    blob_attr *attr;
+    __blob_for_each_attr(attr, data, rem)
+    {
+        if (row == policy_len)
+            break;
         const int wanted = policy[row].type;
-        if (wanted == BLOBMSG_TYPE_UNSPEC || blobmsg_type(attr) == wanted) {
-            if (!blobmsg_check_attr_len(attr, false, rem))
-                return -1;
-            tb[row++] = attr;
-        }
-        rem -= blob_pad_len(attr);
+        if (wanted != BLOBMSG_TYPE_UNSPEC && blobmsg_type(attr) != wanted)
+            continue;
+        if (!blobmsg_check_attr_len(attr, false, rem))
+            return -1;
+        tb[row++] = attr;
     }
     return 0;
 }

@@ -13,10 +13,11 @@
 extern "C" {
 #endif
 
-#define BLOB_WORD_EXTENDED 0x80000000u
-#define BLOB_WORD_ID_SHIFT 24
-#define BLOB_WORD_ID_MAX 0x7fu
-#define BLOB_WORD_LENGTH 0x00ffffffu
+/* The parts of the word. */
+#define BLOB_ATTR_EXTENDED 0x80000000u
+#define BLOB_ATTR_ID_MASK 0x7f000000u
+#define BLOB_ATTR_ID_SHIFT 24
+#define BLOB_ATTR_LEN_MASK 0x00ffffffu
 
 /* Payload kinds of plain attributes. They exist in parse rules only; the id of a plain attribute is a field
  * number. */
@@ -57,18 +58,18 @@ struct blob_buf {
 
 static inline bool blob_is_extended(const struct blob_attr *attr)
 {
-    return (be32_to_cpu(attr->id_len) & BLOB_WORD_EXTENDED) != 0;
+    return (be32_to_cpu(attr->id_len) & BLOB_ATTR_EXTENDED) != 0;
 }
 
 static inline unsigned int blob_id(const struct blob_attr *attr)
 {
-    return (be32_to_cpu(attr->id_len) >> BLOB_WORD_ID_SHIFT) & BLOB_WORD_ID_MAX;
+    return (be32_to_cpu(attr->id_len) & BLOB_ATTR_ID_MASK) >> BLOB_ATTR_ID_SHIFT;
 }
 
 /* Bytes of word and payload, without padding. */
 static inline size_t blob_raw_len(const struct blob_attr *attr)
 {
-    return be32_to_cpu(attr->id_len) & BLOB_WORD_LENGTH;
+    return be32_to_cpu(attr->id_len) & BLOB_ATTR_LEN_MASK;
 }
 
 /* Bytes from this attribute to its next sibling. */
@@ -82,6 +83,13 @@ static inline size_t blob_len(const struct blob_attr *attr)
 {
     const size_t raw = blob_raw_len(attr);
     return raw < sizeof(struct blob_attr) ? 0 : raw - sizeof(struct blob_attr);
+}
+
+/* Changes the length of word and payload; nothing is moved. */
+static inline void blob_set_raw_len(struct blob_attr *attr, unsigned int len)
+{
+    const uint32_t rest = be32_to_cpu(attr->id_len) & ~BLOB_ATTR_LEN_MASK;
+    attr->id_len = cpu_to_be32(rest | (len & BLOB_ATTR_LEN_MASK));
 }
 
 static inline void *blob_data(const struct blob_attr *attr)
@@ -152,7 +160,9 @@ int blob_buf_init(struct blob_buf *buf, int id);
 /* Gives the memory back. May be repeated; blob_buf_init() makes the buffer usable again. */
 void blob_buf_free(struct blob_buf *buf);
 
-/* Append one attribute to the open container. NULL when the buffer cannot grow, which ends below 16 MiB. */
+/* Append one attribute to the open container; the first leaves filling the payload to the caller. NULL when
+ * the buffer cannot grow, which ends below 16 MiB. */
+struct blob_attr *blob_new(struct blob_buf *buf, int id, int payload);
 struct blob_attr *blob_put(struct blob_buf *buf, int id, const void *ptr, unsigned int len);
 
 static inline struct blob_attr *blob_put_string(struct blob_buf *buf, int id, const char *text)
@@ -208,6 +218,9 @@ static inline struct blob_attr *blob_put_int64(struct blob_buf *buf, int id, int
 void *blob_nest_start(struct blob_buf *buf, int id);
 void blob_nest_end(struct blob_buf *buf, void *cookie);
 
+/* A copy of an attribute with its padding, which the caller frees; NULL when memory ran out. */
+struct blob_attr *blob_memdup(struct blob_attr *attr);
+
 /* Whether `len` bytes at `ptr` are a payload of BLOB_ATTR_* kind `type`. */
 bool blob_check_type(const void *ptr, unsigned int len, int type);
 
@@ -225,6 +238,12 @@ static inline bool blob_fits(const struct blob_attr *attr, size_t rem)
     return rem >= sizeof(struct blob_attr) && blob_pad_len(attr) >= sizeof(struct blob_attr) &&
            blob_pad_len(attr) <= rem;
 }
+
+/* Visits attributes in a row, the first of which is at `attr`. `rem` is a size_t of the caller's and holds
+ * the bytes of the row; while an attribute is visited, those from it on. */
+#define __blob_for_each_attr(pos, attr, rem)                                                                 \
+    for ((pos) = (struct blob_attr *)(attr); blob_fits(pos, rem);                                            \
+         (rem) -= blob_pad_len(pos), (pos) = blob_next(pos))
 
 /* Visits the children of `attr`, which may be NULL. `rem` is a size_t of the caller's. */
 #define blob_for_each_attr(pos, attr, rem)                                                                   \

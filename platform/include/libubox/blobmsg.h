@@ -111,6 +111,12 @@ int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct bl
 int blobmsg_parse_array(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb,
                         void *data, unsigned int len);
 
+/* Opens the root container of a message of values. 0, or -ENOMEM. */
+static inline int blobmsg_buf_init(struct blob_buf *buf)
+{
+    return blob_buf_init(buf, BLOBMSG_TYPE_TABLE);
+}
+
 /* Append one value to the open container. 0, or -1 when the buffer cannot grow. Nothing is validated: the
  * caller of blobmsg_add_field() brings big-endian integers and counts the NUL of a string. A NULL name is an
  * empty one. */

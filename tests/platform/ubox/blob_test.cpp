@@ -1,4 +1,5 @@
 // Plain attributes and the buffer they are built in.
+#include "platform/ubox/c_caller.h"
 #include "platform/ubox/support.h"
 
 #include <cerrno>
@@ -215,6 +216,54 @@ TEST(blob_buf_test, a_callers_own_way_of_growing_is_kept)
 
     EXPECT_EQ(asked, 4);
     blob_buf_free(&buf);
+}
+
+TEST(blob_buf_test, a_new_attribute_has_room_for_its_payload)
+{
+    blob_message m;
+
+    blob_attr *const attr = blob_new(m.buf(), 3, 5);
+
+    ASSERT_NE(attr, nullptr);
+    EXPECT_EQ(blob_id(attr), 3u);
+    EXPECT_EQ(blob_len(attr), 5u);
+    EXPECT_EQ(blob_raw_len(m.head()), 4u + 12);
+    EXPECT_EQ(blob_new(m.buf(), 3, -1), nullptr);
+    EXPECT_EQ(blob_new(m.buf(), 3, 0x1000000), nullptr);
+}
+
+TEST(blob_attr_test, a_length_is_changed_alone)
+{
+    raw_attr attr(true, 0x7f, 0xffffff, "");
+
+    blob_set_raw_len(attr.attr(), 5);
+    EXPECT_EQ(wire_text(attr.attr(), 4), "ff000005");
+    blob_set_raw_len(attr.attr(), 0x80ffffff);
+    EXPECT_EQ(wire_text(attr.attr(), 4), "ffffffff");
+    EXPECT_EQ(blob_raw_len(attr.attr()), BLOB_ATTR_LEN_MASK);
+}
+
+TEST(blob_attr_test, a_copy_brings_padding_that_the_original_need_not_have)
+{
+    raw_attr attr(false, 2, 7, "ab\0"s);
+
+    const std::unique_ptr<blob_attr, void (*)(void *)> copy(blob_memdup(attr.attr()), std::free);
+
+    EXPECT_EQ(wire_text(copy.get(), 8), "02000007 61620000");
+}
+
+TEST(blob_attr_test, the_headers_suffice_for_a_program_in_c)
+{
+    blob_message m;
+    blob_put_u8(m.buf(), 1, 1);
+    blob_put_u8(m.buf(), 2, 2);
+    blob_put_u8(m.buf(), 1, 3);
+    const char *const names[] = {"a", "b"};
+
+    const std::unique_ptr<blob_attr, void (*)(void *)> rest(without_id_in_c(m.head(), 1), std::free);
+
+    EXPECT_EQ(wire_text(rest.get()), "0000000c 02000005 02000000");
+    EXPECT_EQ(size_of_numbers_in_c(names, 2), 4u + 2 * 12);
 }
 
 TEST(blob_attr_test, an_attribute_shorter_than_its_word_has_no_payload)

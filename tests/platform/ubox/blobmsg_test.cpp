@@ -88,6 +88,18 @@ TEST(blobmsg_bytes_test, each_type_has_the_documented_bytes)
     }
 }
 
+TEST(blobmsg_add_test, a_message_of_values_may_have_a_table_as_root)
+{
+    blob_buf buf = {};
+
+    EXPECT_EQ(blobmsg_buf_init(&buf), 0);
+    blobmsg_add_u32(&buf, "a", 1);
+
+    EXPECT_EQ(wire_text(buf.head), "02000010 8500000c 00016100 00000001");
+    EXPECT_EQ(taken(blobmsg_format_json(buf.head, true)), R"({"a":1})");
+    blob_buf_free(&buf);
+}
+
 TEST(blobmsg_add_test, a_type_is_cut_to_seven_bits)
 {
     blob_message m;
