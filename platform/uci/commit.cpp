@@ -1,50 +1,14 @@
-// Writes packages to configuration files. The file stays locked until the new one is in place, so programs
-// that commit at the same time follow one another and none works from contents that another has replaced.
-#include "store.h"
-
-#include <sys/stat.h>
+// Commits: pending changes go into configuration files. The file stays locked until the new one is in place,
+// so programs that commit at the same time follow one another and none works from contents that another has
+// replaced.
 #include <unistd.h>
 
-#include "export.h"
-#include "file.h"
 #include "load.h"
-#include "memory.h"
+#include "save.h"
+#include "write.h"
 
 namespace uci {
 namespace {
-
-int lock_config(const char *path, locked_file *out)
-{
-    const int code = open_locked(path, locking::exclusive, when_missing::create, UCI_FILEMODE, out);
-    return code == UCI_ERR_NOTFOUND ? static_cast<int>(UCI_ERR_IO) : code;
-}
-
-int write_config(const package *p, const char *path)
-{
-    bytes contents;
-    const int code = export_text(p, &contents);
-    if (code != UCI_OK)
-        return code;
-    return replace_file(path, mode_of(path, UCI_FILEMODE), contents.data.get(), contents.size);
-}
-
-// A package that is written as it is in memory.
-int commit_plain(const package *p, bool overwrite)
-{
-    if (!p->path && !overwrite)
-        return UCI_ERR_INVAL;
-    const text path = p->path ? copy_text(p->path) : join_path(p->ctx->confdir, p->e.name);
-    if (!path)
-        return UCI_ERR_MEM;
-    locked_file config;
-    int code = lock_config(path.get(), &config);
-    if (code != UCI_OK)
-        return code;
-    code = write_config(p, path.get());
-    if (code != UCI_OK && config.created)
-        unlink(path.get());
-    return code;
-}
 
 // Writes the file with all pending changes, if any of them applies, and empties the delta file once they are
 // safe.
@@ -92,15 +56,14 @@ int commit_with_delta(context *ctx, uci_package **p, bool overwrite)
     return code;
 }
 
-} // namespace
-
 int commit(context *ctx, uci_package **p, bool overwrite)
 {
     if (!p || !*p)
         return UCI_ERR_INVAL;
-    return (*p)->has_delta ? commit_with_delta(ctx, p, overwrite) : commit_plain(full(*p), overwrite);
+    return (*p)->has_delta ? commit_with_delta(ctx, p, overwrite) : write_plain(full(*p), overwrite);
 }
 
+} // namespace
 } // namespace uci
 
 int uci_commit(uci_context *ctx, uci_package **p, bool overwrite)

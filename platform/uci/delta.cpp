@@ -6,8 +6,8 @@
 
 #include "change.h"
 #include "export.h"
-#include "lookup.h"
 #include "names.h"
+#include "tuple.h"
 
 namespace uci {
 namespace {

@@ -1,5 +1,5 @@
 // Appends changes to delta files, and takes them out again.
-#include "store.h"
+#include "save.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,6 +15,7 @@
 #include "lookup.h"
 #include "memory.h"
 #include "words.h"
+#include "write.h"
 
 namespace uci {
 namespace {
@@ -194,10 +195,8 @@ int revert(context *ctx, uci_ptr *ptr)
 
 int save(package *p)
 {
-    if (!p->has_delta) {
-        uci_package *itself = p;
-        return commit(full(p->ctx), &itself, /*overwrite=*/false);
-    }
+    if (!p->has_delta)
+        return write_plain(p, /*overwrite=*/false);
     if (uci_list_empty(&p->delta))
         return UCI_OK;
     bytes lines;

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <vector>
 
-#include "commands.h"
 #include "model.h"
 #include "words.h"
 
@@ -77,16 +76,16 @@ void complain(const session &tool, const char *message)
         fprintf(stderr, "%s\n", message);
 }
 
-void run_words(session &tool, std::vector<char *> &words)
+void run_words(session &tool, std::vector<char *> &words, command_runner run)
 {
     const bool nested = strcasecmp(words[0], "batch") == 0;
-    if (nested || run_command(tool, words) == exit_misused)
+    if (nested || run(tool, words) == exit_misused)
         complain(tool, "Unknown command");
     fflush(stdout); // the reader of our output may wait for it before it writes the next command
 }
 
 // Runs what a line says. False: it ends the batch.
-bool run_line(session &tool, split_line &line)
+bool run_line(session &tool, split_line &line, command_runner run)
 {
     if (line.failure.reason) {
         uci::full(tool.ctx.get())->failure = line.failure;
@@ -96,14 +95,14 @@ bool run_line(session &tool, split_line &line)
     } else if (!line.words.empty()) {
         if (strcasecmp(line.words[0], "exit") == 0)
             return false;
-        run_words(tool, line.words);
+        run_words(tool, line.words, run);
     }
     return true;
 }
 
 } // namespace
 
-int run_batch(session &tool)
+int run_batch(session &tool, command_runner run)
 {
     line_source source(tool.input());
     std::string pending;
@@ -115,7 +114,7 @@ int run_batch(session &tool)
         if (line.state == line_state::open && more)
             continue;
         line.failure.line += lines_before;
-        if (!run_line(tool, line))
+        if (!run_line(tool, line, run))
             break;
         lines_before += static_cast<size_t>(std::ranges::count(pending, '\n'));
         pending.clear();

@@ -224,7 +224,7 @@ int import(const request &rq)
 
 int batch(const request &rq)
 {
-    return run_batch(rq.tool);
+    return run_batch(rq.tool, run_command);
 }
 
 struct command {
@@ -260,19 +260,6 @@ const command *find_command(const char *name)
 }
 
 } // namespace
-
-int report(const session &tool)
-{
-    if (!tool.quiet && tool.ctx->err != UCI_OK)
-        uci_perror(tool.ctx.get(), tool.program.c_str());
-    return exit_failed;
-}
-
-int report(const session &tool, int code)
-{
-    tool.ctx->err = code;
-    return report(tool);
-}
 
 int run_command(session &tool, std::span<char *> words)
 {
