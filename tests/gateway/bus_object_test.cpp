@@ -114,13 +114,14 @@ TEST_F(bus_object_test, a_due_modification_waits_while_an_add_reloads_services)
 {
     add(routed_dhcp(1, {.vid = 100}));
     held_service network(gateway, "network");
-    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})").status);
+    // Long enough for the addition to come first.
+    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":3})").status);
     gateway.clear_commands();
     background_call second("korvel", "add", add_request(routed_dhcp(2, {.vid = 200})));
     ASSERT_TRUE(network.entered());
 
-    // Its second has passed long since.
-    EXPECT_FALSE(updates_reach(1, 1, std::chrono::milliseconds(1800)));
+    // Its seconds are over by then.
+    EXPECT_FALSE(updates_reach(1, 1, std::chrono::milliseconds(3500)));
     EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
     EXPECT_EQ("/etc/init.d/network reload", gateway.commands().back());
     network.let_go();
@@ -138,8 +139,8 @@ TEST_F(bus_object_test, queries_and_the_management_device_do_not_wait_for_an_app
 {
     add(routed_dhcp(1, {.vid = 100}));
     add(routed_dhcp(2, {.vid = 200}));
-    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})").status);
     held_service network(gateway, "network");
+    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})").status);
     ASSERT_TRUE(network.entered());
 
     EXPECT_EQ("2_INTERNET_R_VID_200", gateway.call("get", R"({"wanId":2})").at("wanName"));
@@ -154,8 +155,8 @@ TEST_F(bus_object_test, a_deletion_waits_for_an_apply)
 {
     add(routed_dhcp(1, {.vid = 100}));
     add(routed_dhcp(2, {.vid = 200}));
-    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})").status);
     held_service network(gateway, "network");
+    ASSERT_EQ(0, gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})").status);
     ASSERT_TRUE(network.entered());
     background_call del("korvel", "del", R"({"wanId":2})");
 
