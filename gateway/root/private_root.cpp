@@ -2,6 +2,7 @@
 // body.
 #include "root/private_root.h"
 
+#include "root/namespaces.h"
 #include "root/root_network.h"
 #include "root/root_tree.h"
 
@@ -70,43 +71,6 @@ int supervise(pid_t child, pid_t waited)
     }
 }
 
-void write_proc_file(const char *path, const std::string &text)
-{
-    const int file = open(path, O_WRONLY | O_CLOEXEC);
-    if (file < 0)
-        fail(std::string("open ") + path);
-    const ssize_t written = write(file, text.data(), text.size());
-    const int reason = errno;
-    (void)close(file);
-    errno = reason;
-    if (written != static_cast<ssize_t>(text.size()))
-        fail(std::string("write ") + path);
-}
-
-void unshare_as_user()
-{
-    const std::string user = std::to_string(geteuid());
-    const std::string group = std::to_string(getegid());
-    if (unshare(new_namespaces | CLONE_NEWUSER) != 0)
-        fail("make a user namespace (are user namespaces allowed here?)");
-    write_proc_file("/proc/self/setgroups", "deny");
-    write_proc_file("/proc/self/uid_map", "0 " + user + " 1\n");
-    write_proc_file("/proc/self/gid_map", "0 " + group + " 1\n");
-}
-
-// Root without the right to make namespaces, as in many containers, gets the user's way in.
-tree_owner leave_machine()
-{
-    if (geteuid() == 0) {
-        if (unshare(new_namespaces) == 0)
-            return tree_owner::root;
-        if (errno != EPERM)
-            fail("make namespaces");
-    }
-    unshare_as_user();
-    return tree_owner::user;
-}
-
 // A process must not outlive its parent, or a killed test run would leave gateways behind.
 void die_with_parent()
 {
@@ -155,7 +119,7 @@ int run_guard(const private_root_options &options, const caller_state &caller,
               const std::function<int()> &body)
 {
     die_with_parent();
-    const tree_owner owner = leave_machine();
+    const tree_owner owner = enter_namespaces(new_namespaces);
     const pid_t init = _Fork();
     if (init < 0)
         fail("start process 1");

@@ -75,8 +75,7 @@ void pivot(const fs::path &root, const fs::path &old)
 
 void move_to_scratch()
 {
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        fail("separate the mounts from the machine's");
+    separate_mounts();
     make_mount("scratch", "/tmp", "tmpfs", 0, "mode=0755");
     for (const fs::path &root : {machine_root, upper_root, work_root, new_root})
         fs::create_directory(below("/tmp", root));

@@ -1,10 +1,8 @@
 // The file system of a private root. Called once, by process 1 inside.
 #pragma once
 
+#include "root/namespaces.h"
 #include "root/root_options.h"
-
-// Who builds the tree: the machine's root, or an ordinary user who is root of a user namespace only.
-enum class tree_owner { root, user };
 
 // Builds the new tree from the machine's and makes it this process's root. The process must be alone in new
 // mount and process namespaces. Throws std::system_error, whose text names the step, when a part cannot be

@@ -8,8 +8,12 @@
 #include <string>
 #include <sys/types.h>
 
-// Whose rights a run has: the user's who runs the tests, or those of nobody (which takes root to become).
+// Whose rights a run has: the user's who runs the tests, or those of nobody, who reaches the build also where
+// a directory above it is closed to others, as root's home is.
 enum class rights { own, nobody };
+
+// Why a run cannot have these rights on this machine; empty when it can.
+std::string missing_for(rights who);
 
 inline void PrintTo(rights who, std::ostream *out)
 {

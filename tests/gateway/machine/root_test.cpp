@@ -34,8 +34,8 @@ class root_test : public testing::TestWithParam<rights> {
 protected:
     void SetUp() override
     {
-        if (GetParam() == rights::nobody && geteuid() != 0)
-            GTEST_SKIP() << "only root can become nobody";
+        if (const std::string missing = missing_for(GetParam()); !missing.empty())
+            GTEST_SKIP() << missing;
         options_.network = false;
     }
 
