@@ -6,6 +6,7 @@
 #include "service/board.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -75,18 +76,19 @@ bool shares_multicast_vlan(const wan_config *config, const char *mvid)
 
 int compare_with(const wan_config *config, const uci_loaded &network, uci_section *device)
 {
-    uci_list *const binding = network.list(device, "port_binding");
+    uci_list *const binding = network.list(device, STORED(bind).name);
     if (binding && shares_port(config, binding))
         return conflict_port_bound;
-    if (shares_vlan(config, network.plain(device, "vid"), network.plain(device, "wanMode")) ||
-        shares_multicast_vlan(config, network.plain(device, "mvid")))
+    if (shares_vlan(config, network.plain(device, STORED(vid).name),
+                    network.plain(device, STORED(wanMode).name)) ||
+        shares_multicast_vlan(config, network.plain(device, STORED(mvid).name)))
         return conflict_vlan;
     return conflict_none;
 }
 
 bool is_lan_bridge(const uci_loaded &network, uci_section *device)
 {
-    const char *const type = network.plain(device, "type");
+    const char *const type = network.plain(device, device_type_option);
     return type && strcmp(type, "bridge") == 0;
 }
 

@@ -5,15 +5,16 @@
 #include "create/conflicts.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
-#include "store/mac.h"
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
 #include "service/board.h"
 #include "service/reload.h"
 #include "service/settings.h"
 #include "store/id_list.h"
+#include "store/mac.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 namespace {
 
@@ -30,25 +31,72 @@ struct creation {
     int error; // the results of all writes, by bitwise OR
 };
 
+const char *section_of(const creation &wan, option_place place)
+{
+    switch (place) {
+    case option_place::device:
+    case option_place::vlan:
+        return wan.device_section;
+    case option_place::interface_v6:
+        return wan.config->ipMode == ip_mode_dhcp ? wan.names.interface_v6 : wan.names.interface;
+    case option_place::dslite:
+        return wan.names.dslite;
+    default:
+        return wan.names.interface;
+    }
+}
+
 void set(creation &wan, const char *section, const char *option, const char *value)
 {
     wan.error |= config_set("network", section, option, value);
 }
 
-void set_number(creation &wan, const char *section, const char *option, int value)
+void set(creation &wan, const stored_option &option, const char *value)
 {
-    wan.error |= config_set_number("network", section, option, value);
+    set(wan, section_of(wan, option.place), option.name, value);
 }
 
-void add_list(creation &wan, const char *section, const char *option, const char *value)
+void set_number(creation &wan, const stored_option &option, int value)
 {
-    wan.error |= config_add_list("network", section, option, value);
+    wan.error |= config_set_number("network", section_of(wan, option.place), option.name, value);
 }
 
-template <size_t size>
-void set_text(creation &wan, const char *section, const char *option, const char (&value)[size])
+void add_entry(creation &wan, const stored_option &option, const char *value)
 {
-    set(wan, section, option, c_text(value));
+    wan.error |= config_add_list("network", section_of(wan, option.place), option.name, value);
+}
+
+void write_number(creation &wan, const stored_option &option)
+{
+    const int value = static_cast<int>(field_number(*wan.config, option.field));
+    if (value != 0 || option.kind != option_kind::unless_zero)
+        set_number(wan, option, value);
+}
+
+void write_text(creation &wan, const stored_option &option)
+{
+    char value[sizeof(wan_config) + 1]; // room for any field and a terminator
+    text_ref(value).format("%.*s", option.field.size, field_text(*wan.config, option.field));
+    if (option.kind == option_kind::plain)
+        set(wan, option, value);
+    else if (!text_empty(value) || option.kind == option_kind::entry)
+        add_entry(wan, option, value);
+}
+
+// Writes a field as its row has it.
+void write_option(creation &wan, const stored_option &option)
+{
+    if (option.field.kind == field_kind::text)
+        write_text(wan, option);
+    else
+        write_number(wan, option);
+}
+
+void write_options(creation &wan, option_place place)
+{
+    for (const stored_option &option : stored_options)
+        if (option.place == place && option.kind != option_kind::by_code)
+            write_option(wan, option);
 }
 
 // A WAN on a device that is already configured keeps that device's address.
@@ -63,11 +111,11 @@ void choose_mac(creation &wan)
     uci_foreach_element(network.sections(), element)
     {
         uci_section *const section = uci_to_section(element);
-        const char *const name = network.plain(section, "name");
+        const char *const name = network.plain(section, STORED(device).name);
         if (strcmp(section->type, "device") != 0 || !name || strcmp(name, wan.device) != 0)
             continue;
         // Deliberate: what the system says takes the place of the first 8 characters, the derived rest stays.
-        if (network.get(section, "macaddr", wan.mac) != 0)
+        if (network.get(section, STORED(mac).name, wan.mac) != 0)
             (void)wan_read_dev_mac(wan.device, wan.mac);
         return;
     }
@@ -75,33 +123,25 @@ void choose_mac(creation &wan)
 
 void write_vlan(creation &wan)
 {
-    const wan_config *const config = wan.config;
-    set(wan, wan.device_section, "type", "8021q");
-    set(wan, wan.device_section, "ifname", uplink_name);
-    set_number(wan, wan.device_section, "vid", config->vid);
-    if (config->mvid != 0)
-        set_number(wan, wan.device_section, "mvid", config->mvid);
-    if (config->prio != 0) {
+    set(wan, wan.device_section, device_type_option, "8021q");
+    set(wan, wan.device_section, device_uplink_option, uplink_name);
+    write_options(wan, option_place::vlan);
+    if (wan.config->prio != 0) {
         char mapping[8];
-        text_ref(mapping).format("0:%d", config->prio);
-        add_list(wan, wan.device_section, "egress_qos_mapping", mapping);
+        text_ref(mapping).format("0:%d", wan.config->prio);
+        add_entry(wan, STORED(prio), mapping);
     }
 }
 
 void write_device_section(creation &wan)
 {
-    const wan_config *const config = wan.config;
     wan.error |= config_add_section("network", "device", wan.device_section);
-    if (config->vlanMode == 1)
+    if (wan.config->vlanMode == 1)
         write_vlan(wan);
-    set(wan, wan.device_section, "name", wan.device);
-    set_number(wan, wan.device_section, "mtu", config->mtu);
-    set_number(wan, wan.device_section, "wanMode", config->wanMode);
-    set_number(wan, wan.device_section, "IpProtocolType", config->ipProtocol);
-    set_number(wan, wan.device_section, "service_mode", config->service);
-    set_number(wan, wan.device_section, "disableLanDhcp", config->disableLanDhcp);
+    set(wan, STORED(device), wan.device);
+    write_options(wan, option_place::device);
     if (!text_empty(wan.mac))
-        set(wan, wan.device_section, "macaddr", wan.mac);
+        set(wan, STORED(mac), wan.mac);
 }
 
 void write_port_binding(creation &wan)
@@ -110,7 +150,7 @@ void write_port_binding(creation &wan)
         return;
     for (int i = 0; i < board_port_count(); i++) {
         const bool bound = static_cast<size_t>(i) < sizeof(wan.config->bind) && wan.config->bind[i] == '1';
-        add_list(wan, wan.device_section, "port_binding", bound ? "1" : "0");
+        add_entry(wan, STORED(bind), bound ? "1" : "0");
         wan.bound_ports += bound;
     }
 }
@@ -119,7 +159,7 @@ void write_link_name(creation &wan)
 {
     if (wan.config->ipProtocol == ip_protocol_v4)
         set(wan, wan.device_section, "ipv6", "0");
-    set(wan, wan.device_section, "lkname", wan.rule.lkname);
+    set(wan, STORED(wanName), wan.rule.lkname);
 }
 
 void add_interface(creation &wan, char *name)
@@ -139,71 +179,65 @@ void join_wan_zone(creation &wan, const char *interface)
     wan.error |= config_add_list("firewall", "@zone[1]", "network", interface);
 }
 
-template <size_t size>
-void add_dns(creation &wan, const char *interface, const char (&first)[size], const char (&second)[size])
-{
-    if (!text_empty(first))
-        add_list(wan, interface, "dns", c_text(first));
-    if (!text_empty(second))
-        add_list(wan, interface, "dns", c_text(second));
-}
-
 // The configured servers take the place of the link's, unless those are wanted.
-template <size_t size>
-void write_dns(creation &wan, const char *interface, uint8_t learnt, const char (&first)[size],
-               const char (&second)[size])
+void write_dns_v4(creation &wan)
 {
-    if (learnt != 0)
+    if (wan.config->autoDns != 0)
         return;
-    set(wan, interface, "peerdns", "0");
-    add_dns(wan, interface, first, second);
+    set(wan, STORED(autoDns), "0");
+    write_option(wan, STORED(priDns));
+    write_option(wan, STORED(secDns));
 }
 
-void write_prefix_proxy(creation &wan, const char *interface)
+void replace_dns_v6(creation &wan)
+{
+    set(wan, STORED(autoDnsV6), "0");
+    write_option(wan, STORED(priDnsV6));
+    write_option(wan, STORED(secDnsV6));
+}
+
+void write_dns_v6(creation &wan)
+{
+    if (wan.config->autoDnsV6 == 0)
+        replace_dns_v6(wan);
+}
+
+void write_prefix_proxy(creation &wan)
 {
     if (wan.config->ipv6PrefixProxy == 0)
-        set(wan, interface, "delegate", "0");
+        set(wan, STORED(ipv6PrefixProxy), "0");
 }
 
 void write_pppoe(creation &wan)
 {
     const wan_config *const config = wan.config;
-    const char *const interface = wan.names.interface;
-    set(wan, interface, "proto", "pppoe");
-    set_text(wan, interface, "username", config->pppUser);
-    set_text(wan, interface, "password", config->pppPwd);
-    set_text(wan, interface, "service", config->pppServName);
+    set(wan, STORED(ipMode), "pppoe");
+    write_options(wan, option_place::pppoe);
     // The device carries the 8 bytes of PPPoE framing on top of the MTU that was asked for.
-    set_number(wan, wan.device_section, "mtu", config->mtu + 8);
+    set_number(wan, STORED(mtu), config->mtu + 8);
     if (config->pppDialMode == 1)
-        set(wan, interface, "demand", "300");
-    set(wan, interface, "ipv6", config->ipProtocol == ip_protocol_v4 ? "0" : "auto");
+        set(wan, STORED(pppDialMode), "300");
+    set(wan, wan.names.interface, "ipv6", config->ipProtocol == ip_protocol_v4 ? "0" : "auto");
     if (config->ipProtocol & ip_protocol_v4)
-        write_dns(wan, interface, config->autoDns, config->priDns, config->secDns);
+        write_dns_v4(wan);
     if (config->ipProtocol & ip_protocol_v6) {
-        write_dns(wan, interface, config->autoDnsV6, config->priDnsV6, config->secDnsV6);
-        write_prefix_proxy(wan, interface);
+        write_dns_v6(wan);
+        write_prefix_proxy(wan);
     }
 }
 
 void write_static(creation &wan)
 {
-    const wan_config *const config = wan.config;
-    const char *const interface = wan.names.interface;
-    set(wan, interface, "proto", "static");
-    if (config->ipProtocol & ip_protocol_v4) {
-        set_text(wan, interface, "ipaddr", config->ip);
-        set_text(wan, interface, "netmask", config->mask);
-        set_text(wan, interface, "gateway", config->gateway);
-        add_dns(wan, interface, config->priDns, config->secDns);
+    set(wan, STORED(ipMode), "static");
+    if (wan.config->ipProtocol & ip_protocol_v4) {
+        write_options(wan, option_place::static_v4);
+        write_option(wan, STORED(priDns));
+        write_option(wan, STORED(secDns));
     }
-    if (config->ipProtocol & ip_protocol_v6) {
-        add_list(wan, interface, "ip6addr", c_text(config->ipv6Addr));
-        set_text(wan, interface, "ip6gw", config->ipv6Gateway);
-        set_text(wan, interface, "ip6prefix", config->ipv6Prefix);
-        set(wan, interface, "peerdns", "0");
-        add_dns(wan, interface, config->priDnsV6, config->secDnsV6);
-        write_prefix_proxy(wan, interface);
+    if (wan.config->ipProtocol & ip_protocol_v6) {
+        write_options(wan, option_place::static_v6);
+        replace_dns_v6(wan);
+        write_prefix_proxy(wan);
     }
 }
 
@@ -212,7 +246,7 @@ void write_static_or_pppoe(creation &wan)
     char *const interface = wan.names.interface;
     add_interface(wan, interface);
     set(wan, interface, "device", wan.device);
-    set_number(wan, interface, "napt", wan.config->napt);
+    write_option(wan, STORED(napt));
     write_default_route(wan, interface);
     if (wan.config->ipMode == ip_mode_static)
         write_static(wan);
@@ -223,29 +257,27 @@ void write_static_or_pppoe(creation &wan)
 
 void write_dhcp_ipv4(creation &wan)
 {
-    const wan_config *const config = wan.config;
     char *const interface = wan.names.interface;
     add_interface(wan, interface);
-    set(wan, interface, "proto", "dhcp");
+    set(wan, STORED(ipMode), "dhcp");
     set(wan, interface, "device", wan.device);
-    set_number(wan, interface, "napt", config->napt);
-    write_dns(wan, interface, config->autoDns, config->priDns, config->secDns);
+    write_option(wan, STORED(napt));
+    write_dns_v4(wan);
     write_default_route(wan, interface);
     join_wan_zone(wan, interface);
 }
 
 void write_dhcp_ipv6(creation &wan)
 {
-    const wan_config *const config = wan.config;
     char *const interface = wan.names.interface_v6;
     add_interface(wan, interface);
-    set(wan, interface, "proto", "dhcpv6");
+    set(wan, interface, STORED(ipMode).name, "dhcpv6");
     set(wan, interface, "device", wan.device);
     set(wan, interface, "reqaddress", "try");
     set(wan, interface, "reqprefix", "auto");
-    write_dns(wan, interface, config->autoDnsV6, config->priDnsV6, config->secDnsV6);
+    write_dns_v6(wan);
     write_default_route(wan, interface);
-    write_prefix_proxy(wan, interface);
+    write_prefix_proxy(wan);
     join_wan_zone(wan, interface);
 }
 
@@ -257,8 +289,8 @@ void write_dslite(creation &wan)
     char *const interface = wan.names.dslite;
     join_wan_zone(wan, interface);
     add_interface(wan, interface);
-    set(wan, interface, "proto", "dslite");
-    set_text(wan, interface, "peeraddr", config->ipv6AddrDsLite);
+    set(wan, interface, STORED(ipMode).name, "dslite");
+    write_option(wan, STORED(ipv6AddrDsLite));
     set(wan, interface, "tunlink",
         config->ipMode == ip_mode_dhcp ? wan.names.interface_v6 : wan.names.interface);
     set(wan, interface, "encaplimit", "ignore");
@@ -276,8 +308,7 @@ void write_interfaces(creation &wan)
             write_dhcp_ipv6(wan);
     }
     write_dslite(wan);
-    if (config->iphostId != 0)
-        set_number(wan, wan.names.interface, "iphostId", config->iphostId);
+    write_option(wan, STORED(iphostId));
 }
 
 // The first internet WAN becomes the multicast proxy's uplink.
@@ -317,7 +348,7 @@ void write_routed(creation &wan)
 
 void write_bridged(creation &wan)
 {
-    add_list(wan, "@device[0]", "ports", wan.device);
+    wan.error |= config_add_list("network", "@device[0]", "ports", wan.device);
     wan_write_isolate_rule();
     if (wan.bound_ports != 0)
         wan_write_bridge_rule(&wan.rule);

@@ -6,26 +6,27 @@
 #include "store/id_list.h"
 #include "store/mac.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 namespace {
 
 int write_options(const char *section)
 {
     int error = config_add_list("network", "@device[0]", "ports", management_device_name);
-    error |= config_set_number("network", section, "mtu", 1500);
+    error |= config_set_number("network", section, STORED(mtu).name, 1500);
     char protocol[2] = {};
     (void)config_get("network", "korvel", "tr069_ip_protocol", protocol);
 
     const struct {
         const char *option, *value;
     } options[] = {
-        {"IpProtocolType", text_empty(protocol) ? "3" : protocol},
-        {"service_mode", "3"},
-        {"disableLanDhcp", "1"},
-        {"vid", management_vid},
-        {"type", "8021q"},
-        {"ifname", uplink_name},
-        {"name", management_device_name},
+        {STORED(ipProtocol).name, text_empty(protocol) ? "3" : protocol},
+        {STORED(service).name, "3"},
+        {STORED(disableLanDhcp).name, "1"},
+        {STORED(vid).name, management_vid},
+        {device_type_option, "8021q"},
+        {device_uplink_option, uplink_name},
+        {STORED(device).name, management_device_name},
     };
     for (const auto &row : options)
         error |= config_set("network", section, row.option, row.value);
@@ -37,10 +38,10 @@ int write_identity(const char *section)
     const uint32_t id = wan_id_alloc(0);
     char link_name[16];
     management_link_name(id, link_name);
-    int error = config_set("network", section, "lkname", link_name);
+    int error = config_set("network", section, STORED(wanName).name, link_name);
     char mac[18] = {};
     if (wan_derive_mac(static_cast<uint8_t>(id), mac) == 0)
-        error |= config_set("network", section, "macaddr", mac);
+        error |= config_set("network", section, STORED(mac).name, mac);
     return error;
 }
 

@@ -11,6 +11,7 @@
 #include "service/reply.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ unsigned clear_listed_scripts(uci_list *entries)
 bool must_go(const uci_loaded &network, uci_section *section)
 {
     if (strcmp(section->type, "device") == 0) {
-        const char *const name = network.plain(section, "name");
+        const char *const name = network.plain(section, STORED(device).name);
         return name && strcmp(name, "br-lan") != 0;
     }
     return strcmp(section->type, "interface") == 0 && strstr(section->e.name, wan_interface_mark);

@@ -12,6 +12,7 @@
 #include "service/settings.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 namespace {
 
@@ -27,10 +28,10 @@ struct deletion {
     int error; // the results of the calls that count, by bitwise OR
 };
 
-uint32_t device_number(const deletion &wan, const char *option)
+uint32_t device_number(const deletion &wan, const stored_option &option)
 {
     uint32_t value = 0;
-    (void)uci_get_int(wan.device_section, option, &value);
+    (void)uci_get_int(wan.device_section, option.name, &value);
     return value;
 }
 
@@ -162,8 +163,8 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
         log_error("Failed to delete wan_%u", wanId);
         return -1;
     }
-    wan.service = static_cast<uint8_t>(device_number(wan, "service_mode"));
-    wan.mvid = static_cast<uint16_t>(device_number(wan, "mvid"));
+    wan.service = static_cast<uint8_t>(device_number(wan, STORED(service)));
+    wan.mvid = static_cast<uint16_t>(device_number(wan, STORED(mvid)));
 
     wan.error |= config_del_list("network", "korvel", "wanList", wan.names.id);
     if (wan.error != 0 && keep_ids) {

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/os.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 namespace {
 
@@ -27,8 +28,8 @@ size_t collect_pairs(const uci_loaded &network, vlan_pair (&pairs_out)[most_pair
         if (count == most_pairs)
             break;
         uci_section *const section = uci_to_section(element);
-        const char *const vid = network.plain(section, "vid");
-        const char *const mvid = network.plain(section, "mvid");
+        const char *const vid = network.plain(section, STORED(vid).name);
+        const char *const mvid = network.plain(section, STORED(mvid).name);
         if (strcmp(section->type, "device") == 0 && vid && mvid)
             pairs_out[count++] = {static_cast<unsigned>(text_number(vid)),
                                   static_cast<unsigned>(text_number(mvid))};

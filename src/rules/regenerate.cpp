@@ -49,12 +49,11 @@ void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
     wan_rule_ctx wan = {};
     wan.wanId = wan_id;
     wan.config.wanId = wan_id;
-    (void)wan_read_number(network, device, "wanMode", wan.config.wanMode);
-    (void)wan_read_number(network, device, "service_mode", wan.config.service);
-    (void)wan_read_number(network, device, "disableLanDhcp", wan.config.disableLanDhcp);
+    (void)wan_read_option(network, device, STORED(wanMode), &wan.config);
+    (void)wan_read_option(network, device, STORED(service), &wan.config);
+    (void)wan_read_option(network, device, STORED(disableLanDhcp), &wan.config);
     const unsigned bound_ports = wan_read_port_binding(network, device, wan.config.bind);
-    (void)wan_read_number(network, device, "vid", wan.config.vid);
-    wan.config.vlanMode = network.option(device, "vid") ? 1 : 0;
+    wan.config.vlanMode = wan_read_option(network, device, STORED(vid), &wan.config) == 0 ? 1 : 0;
 
     if (wan.config.wanMode == wan_mode_routed)
         regenerate_route_rule(wan, bound_ports);

@@ -3,6 +3,7 @@
 #include "base/config.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
+#include "wan/stored_options.h"
 
 #include <cstdio>
 
@@ -85,7 +86,7 @@ void wan_port_binding_reset(const char *section)
     uci_ptr location = {};
     location.package = "network";
     location.section = section;
-    location.option = "port_binding";
+    location.option = STORED(bind).name;
     location.value = "0";
     (void)uci_commit(context, &location.p, false);
     uci_free_context(context);

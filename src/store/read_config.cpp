@@ -9,6 +9,18 @@
 
 #include <string_view>
 
+int wan_read_option(const uci_loaded &network, uci_section *section, const stored_option &option,
+                    wan_config *record)
+{
+    if (option.field.kind == field_kind::text)
+        return network.get(section, option.name, field_ref(*record, option.field));
+    char text[12] = {};
+    const int result = network.get(section, option.name, text);
+    if (result == 0)
+        set_field_number(*record, option.field, static_cast<uint32_t>(text_number(text)));
+    return result;
+}
+
 uci_section *wan_device_section(const uci_loaded &network, uint32_t wan_id)
 {
     const wan_names::prefix prefix = wan_names::device_prefix(wan_id & 0xff);
@@ -19,8 +31,8 @@ uci_section *wan_device_section(const uci_loaded &network, uint32_t wan_id)
         uci_section *const section = uci_to_section(element);
         if (strcmp(section->type, "device") != 0)
             continue;
-        const char *const link_name = network.plain(section, "lkname");
-        if (link_name && network.plain(section, "name") &&
+        const char *const link_name = network.plain(section, STORED(wanName).name);
+        if (link_name && network.plain(section, STORED(device).name) &&
             strncmp(link_name, prefix.text, prefix_length) == 0)
             return section;
     }
@@ -36,13 +48,13 @@ int wan_find_device(uint32_t wan_id, char (&section_out)[section_name_size], cha
     if (!section)
         return -1;
     (void)text_ref(section_out).format("%s", section->e.name);
-    text_ref(device_out).set(network.plain(section, "name"));
+    text_ref(device_out).set(network.plain(section, STORED(device).name));
     return 0;
 }
 
 unsigned wan_read_port_binding(const uci_loaded &network, uci_section *section, char (&bind_out)[17])
 {
-    uci_list *const entries = network.list(section, "port_binding");
+    uci_list *const entries = network.list(section, STORED(bind).name);
     if (!entries)
         return 0;
     size_t position = 0;
@@ -61,7 +73,7 @@ unsigned wan_read_port_binding(const uci_loaded &network, uci_section *section, 
 
 void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config *record)
 {
-    uci_list *const servers = network.list(interface, "dns");
+    uci_list *const servers = network.list(interface, STORED(priDns).name);
     if (!servers)
         return;
     dns_sorter sorter(*record);
@@ -85,27 +97,54 @@ struct reading {
     int error;                 // the results of the reads that count, by bitwise OR
 };
 
+uci_section *section_of(const reading &state, option_place place)
+{
+    switch (place) {
+    case option_place::device:
+    case option_place::vlan:
+        return state.device;
+    case option_place::interface_v6:
+        return state.record->ipMode == ip_mode_dhcp ? state.interface_v6 : state.interface;
+    case option_place::dslite:
+        return state.dslite;
+    default:
+        return state.interface;
+    }
+}
+
+int read_option(reading &state, const stored_option &option)
+{
+    uci_section *const section = section_of(state, option.place);
+    const int result = wan_read_option(state.network, section, option, state.record);
+    if (option.need == option_need::required)
+        state.error |= result;
+    return result;
+}
+
+void read_options(reading &state, option_place place)
+{
+    for (const stored_option &option : stored_options)
+        if (option.place == place && option.kind != option_kind::by_code)
+            (void)read_option(state, option);
+}
+
 void read_priority(reading &state)
 {
     char mapping[6] = {};
-    if (state.network.get(state.device, "egress_qos_mapping", mapping) == 0 && strncmp(mapping, "0:", 2) == 0)
+    if (state.network.get(state.device, STORED(prio).name, mapping) == 0 && strncmp(mapping, "0:", 2) == 0)
         state.record->prio = static_cast<uint8_t>(mapping[2] - '0');
 }
 
 void read_device_section(reading &state)
 {
     wan_config *const record = state.record;
-    state.error |= wan_read_number(state.network, state.device, "mtu", record->mtu);
-    state.error |= wan_read_number(state.network, state.device, "wanMode", record->wanMode);
-    state.error |= wan_read_number(state.network, state.device, "IpProtocolType", record->ipProtocol);
-    state.error |= wan_read_number(state.network, state.device, "service_mode", record->service);
-    state.error |= wan_read_number(state.network, state.device, "disableLanDhcp", record->disableLanDhcp);
-    state.error |= state.network.get(state.device, "lkname", text_ref(record->wanName, 34));
-    text_ref(record->device).set(state.network.plain(state.device, "name"));
+    read_options(state, option_place::device);
+    state.error |= state.network.get(state.device, STORED(wanName).name, text_ref(record->wanName, 34));
+    text_ref(record->device).set(state.network.plain(state.device, STORED(device).name));
     (void)wan_read_port_binding(state.network, state.device, record->bind);
-    if (wan_read_number(state.network, state.device, "vid", record->vid) == 0) {
+    if (read_option(state, STORED(vid)) == 0) {
         record->vlanMode = 1;
-        (void)wan_read_number(state.network, state.device, "mvid", record->mvid);
+        (void)read_option(state, STORED(mvid));
     }
     read_priority(state);
 }
@@ -123,18 +162,18 @@ void read_pppoe(reading &state)
     record->ipMode = ip_mode_pppoe;
     // Deliberate: wraps to 65528 when the device section has no MTU.
     record->mtu = static_cast<uint16_t>(record->mtu - 8);
-    state.error |= state.network.get(state.interface, "username", record->pppUser);
-    state.error |= state.network.get(state.interface, "password", record->pppPwd);
-    if (!service_name_hidden())
-        (void)state.network.get(state.interface, "service", record->pppServName);
-    (void)wan_read_number(state.network, state.interface, "demand", record->pppDialMode);
+    read_options(state, option_place::pppoe);
+    if (service_name_hidden())
+        text_ref(record->pppServName).clear();
+    (void)read_option(state, STORED(pppDialMode));
 }
 
 void read_address_mode(reading &state)
 {
+    constexpr const char *option = STORED(ipMode).name;
     char protocol[8] = {};
-    if (state.network.get(state.interface, "proto", protocol) != 0)
-        state.error |= state.network.get(state.interface_v6, "proto", protocol);
+    if (state.network.get(state.interface, option, protocol) != 0)
+        state.error |= state.network.get(state.interface_v6, option, protocol);
 
     const std::string_view name = text_view(protocol);
     if (name == "static") {
@@ -145,33 +184,30 @@ void read_address_mode(reading &state)
     }
 }
 
-// Servers come from the link unless `peerdns` says otherwise; where it is set at all, the configured ones are
-// read too.
-void read_dns_choice(reading &state, uci_section *interface, uint8_t &learnt)
+// Servers come from the link unless the option says otherwise; where it is set at all, the configured ones
+// are read too.
+void read_dns_choice(reading &state, const stored_option &choice)
 {
-    learnt = 1;
-    if (wan_read_number(state.network, interface, "peerdns", learnt) == 0)
-        wan_read_dns(state.network, interface, state.record);
+    set_field_number(*state.record, choice.field, 1);
+    if (read_option(state, choice) == 0)
+        wan_read_dns(state.network, section_of(state, choice.place), state.record);
 }
 
 void read_ipv4(reading &state)
 {
-    wan_config *const record = state.record;
-    (void)wan_read_number(state.network, state.interface, "iphostId", record->iphostId);
-    state.error |= wan_read_number(state.network, state.interface, "napt", record->napt);
-    if (record->ipMode != ip_mode_static)
-        read_dns_choice(state, state.interface, record->autoDns);
+    (void)read_option(state, STORED(iphostId));
+    (void)read_option(state, STORED(napt));
+    if (state.record->ipMode != ip_mode_static)
+        read_dns_choice(state, STORED(autoDns));
 }
 
 void read_ipv6(reading &state)
 {
-    wan_config *const record = state.record;
-    uci_section *const interface = record->ipMode == ip_mode_dhcp ? state.interface_v6 : state.interface;
-    read_dns_choice(state, interface, record->autoDnsV6);
-    record->ipv6PrefixProxy = 1;
-    (void)wan_read_number(state.network, interface, "delegate", record->ipv6PrefixProxy);
-    if (state.network.get(state.dslite, "peeraddr", record->ipv6AddrDsLite) == 0)
-        record->ipv6DsLite = 1;
+    read_dns_choice(state, STORED(autoDnsV6));
+    state.record->ipv6PrefixProxy = 1;
+    (void)read_option(state, STORED(ipv6PrefixProxy));
+    if (read_option(state, STORED(ipv6AddrDsLite)) == 0)
+        state.record->ipv6DsLite = 1;
 }
 
 void read_interfaces(reading &state)
@@ -206,7 +242,7 @@ int wan_read_config(const uci_loaded &network, wan_config *record)
     read_device_section(state);
     if (record->wanMode == wan_mode_routed)
         read_interfaces(state);
-    if (network.get(device, "macaddr", record->mac) != 0)
+    if (read_option(state, STORED(mac)) != 0)
         state.error |= wan_read_dev_mac(c_text(record->device), record->mac);
     state.error |= wan_read_ifstatus(record);
     if (state.error != 0)
@@ -222,24 +258,21 @@ int wan_read_config(wan_config *record)
 
 namespace {
 
-// Replaces a field by an option of the interface, or empties it when there is none.
-template <size_t size>
-void restore(const uci_loaded &network, uci_section *interface, const char *option, char (&field)[size])
+// Replaces a text field by its option, or empties it when there is none.
+void restore(const uci_loaded &network, uci_section *interface, const stored_option &option,
+             wan_config *record)
 {
-    text_ref(field).clear();
-    (void)network.get(interface, option, field);
+    field_ref(*record, option.field).clear();
+    (void)wan_read_option(network, interface, option, record);
 }
 
 // The link's state must not become configuration: while it is down there are no addresses to read, and while
 // it is up its routes need not be the configured gateway.
 void restore_static(const uci_loaded &network, uci_section *interface, wan_config *record)
 {
-    restore(network, interface, "ipaddr", record->ip);
-    restore(network, interface, "netmask", record->mask);
-    restore(network, interface, "gateway", record->gateway);
-    restore(network, interface, "ip6addr", record->ipv6Addr);
-    restore(network, interface, "ip6gw", record->ipv6Gateway);
-    restore(network, interface, "ip6prefix", record->ipv6Prefix);
+    for (const stored_option &option : stored_options)
+        if (option.place == option_place::static_v4 || option.place == option_place::static_v6)
+            restore(network, interface, option, record);
 }
 
 void restore_dns(const uci_loaded &network, uci_section *interface, uci_section *interface_v6,
@@ -264,12 +297,12 @@ int wan_read_stored(wan_config *record)
     const wan_names names(record->wanId);
     uci_section *const interface = network.section(names.interface);
     restore_dns(network, interface, network.section(names.interface_v6), record);
-    (void)wan_read_number(network, interface, "iphostId", record->iphostId);
-    (void)wan_read_number(network, interface, "napt", record->napt);
+    (void)wan_read_option(network, interface, STORED(iphostId), record);
+    (void)wan_read_option(network, interface, STORED(napt), record);
     if (record->ipMode == ip_mode_static)
         restore_static(network, interface, record);
     if (record->ipMode == ip_mode_pppoe) {
-        restore(network, interface, "service", record->pppServName);
+        restore(network, interface, STORED(pppServName), record);
         record->pppDialMode = record->pppDialMode != 0 ? 1 : 0;
     }
     return result;

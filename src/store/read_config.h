@@ -2,23 +2,16 @@
 #pragma once
 
 #include "base/config.h"
-#include "wan/wan_config.h"
+#include "wan/stored_options.h"
 
 // Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any
 // length.
 inline constexpr size_t section_name_size = 64;
 
-// Reads an option as a number, cut to the field that takes it. Returns 0, or the failure with the field
-// unchanged. As everywhere, at most 11 characters of the text count.
-template <typename number>
-int wan_read_number(const uci_loaded &network, uci_section *section, const char *option, number &value_out)
-{
-    char text[12] = {};
-    const int result = network.get(section, option, text);
-    if (result == 0)
-        value_out = static_cast<number>(text_number(text));
-    return result;
-}
+// Reads an option of a section (which may be null) into its field of the record. Returns 0, or the failure
+// with the field unchanged.
+int wan_read_option(const uci_loaded &network, uci_section *section, const stored_option &option,
+                    wan_config *record);
 
 // The device section of a WAN: the first section of type `device` with plain options `lkname` and `name`
 // whose `lkname` begins with the identifier's low 8 bits and an underscore (see wan_names::device_prefix).

@@ -1,7 +1,5 @@
 #include "wan/wan_fields.h"
 
-#include "base/text.h"
-
 namespace {
 
 char *bytes(wan_config &config, const wan_field &field)
@@ -60,7 +58,12 @@ const char *field_text(const wan_config &config, const wan_field &field)
     return bytes(config, field);
 }
 
+text_ref field_ref(wan_config &config, const wan_field &field)
+{
+    return {bytes(config, field), field.size};
+}
+
 void set_field_text(wan_config &config, const wan_field &field, const char *value)
 {
-    text_ref(bytes(config, field), field.size).set(value);
+    field_ref(config, field).set(value);
 }

@@ -2,6 +2,7 @@
 // apart.
 #pragma once
 
+#include "base/text.h"
 #include "wan/wan_config.h"
 
 #include <cstddef>
@@ -38,5 +39,7 @@ uint32_t field_number(const wan_config &config, const wan_field &field);
 void set_field_number(wan_config &config, const wan_field &field, uint32_t value);
 // A text field's bytes; field.size of them, possibly without a terminator.
 const char *field_text(const wan_config &config, const wan_field &field);
+// The text field itself, for writing.
+text_ref field_ref(wan_config &config, const wan_field &field);
 // Stores a text as strncpy does: padded with NULs, cut at the field's size.
 void set_field_text(wan_config &config, const wan_field &field, const char *value);

@@ -52,6 +52,10 @@ TEST(wan_fields, a_text_is_padded_and_cut_at_its_field)
     set_field_text(record, WAN_FIELD(ip), "0123456789abcdef-");
     EXPECT_EQ("0123456789abcdef", text_view(record.ip));
     EXPECT_EQ('x', record.ipSec[0]);
+
+    const text_ref field = field_ref(record, WAN_FIELD(ip));
+    EXPECT_EQ(record.ip, field.data);
+    EXPECT_EQ(sizeof(record.ip), field.size);
 }
 
 } // namespace
