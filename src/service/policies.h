@@ -2,7 +2,10 @@
 // shown to clients are made.
 #pragma once
 
+#include <algorithm>
+#include <iterator>
 #include <span>
+#include <string_view>
 
 #include "base/bus_headers.h"
 #include "wan/wan_fields.h"
@@ -16,18 +19,78 @@ struct arg_rule {
     const char *display;    // what a refusal calls it
 };
 
-inline constexpr size_t record_arg_count = 32;
+#define NUMBER(member, low, high, display)                                                                   \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT32, low, high, display                                            \
+    }
+#define FLAG(member, display)                                                                                \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_INT8, 0, 1, display                                                  \
+    }
+#define TEXT(member, display)                                                                                \
+    arg_rule                                                                                                 \
+    {                                                                                                        \
+        WAN_FIELD(member), BLOBMSG_TYPE_STRING, 0, 0, display                                                \
+    }
 
 // The row order is the order in which a request is judged, and row i is policy entry i + 1.
-extern const arg_rule arg_rules[record_arg_count];
-
-// Positions in the parsed attributes.
-enum : size_t {
-    arg_wan_id = 0, // `notUsed` in the policy of add
-    first_record_arg = 1,
-    arg_wan_mode = 1,
-    arg_wait = first_record_arg + record_arg_count, // modify only
+// clang-format off
+inline constexpr arg_rule arg_rules[] = {
+    NUMBER(wanMode, 0, 1,      "WAN_MODE"),
+    NUMBER(ipProtocol, 0, 3,   "IP_PROTOCOL"),
+    NUMBER(ipMode, 0, 2,       "IP_MODE"),
+    FLAG(napt,                 "NAPT"),
+    FLAG(vlanMode,             "VLAN_MODE"),
+    NUMBER(vid, 0, 4095,       "VID"),
+    NUMBER(mvid, 0, 4095,      "MVID"),
+    NUMBER(prio, 0, 7,         "PRIO"),
+    NUMBER(mtu, 650, 1500,     "MTU"),
+    NUMBER(service, 0, 7,      "SERVICE"),
+    FLAG(disableLanDhcp,       "DIS_LAN_DHCP"),
+    TEXT(bind,                 "BIND"),
+    FLAG(autoDns,              "AUTO_DNS"),
+    TEXT(priDns,               "PRI_DNS"),
+    TEXT(secDns,               "SEC_DNS"),
+    FLAG(autoDnsV6,            "AUTO_DNS_V6"),
+    TEXT(priDnsV6,             "PRI_DNS_V6"),
+    TEXT(secDnsV6,             "SEC_DNS_V6"),
+    TEXT(ip,                   "IP"),
+    TEXT(mask,                 "MASK"),
+    TEXT(gateway,              "GATEWAY"),
+    FLAG(ipv6PrefixProxy,      "IPV6_PREFIX_PROXY"),
+    TEXT(ipv6Addr,             "IPV6_ADDR"),
+    TEXT(ipv6Gateway,          "IPV6_GATEWAY"),
+    TEXT(ipv6Prefix,           "IPV6_PREFIX"),
+    TEXT(pppUser,              "PPP_USER"),
+    TEXT(pppPwd,               "PPP_PWD"),
+    TEXT(pppServName,          "PPP_SERVNAME"),
+    FLAG(pppDialMode,          "PPP_DIAL_MODE"),
+    NUMBER(iphostId, 0, 2,     "IPHOST_ID"),
+    FLAG(ipv6DsLite,           "DS_LITE"),
+    TEXT(ipv6AddrDsLite,       "DS_LITE_ADDR"),
 };
+// clang-format on
+
+#undef NUMBER
+#undef FLAG
+#undef TEXT
+
+inline constexpr size_t record_arg_count = std::size(arg_rules);
+
+// The position of an argument in the parsed attributes.
+inline constexpr size_t first_record_arg = 1;
+consteval size_t arg_position(const wan_field &field)
+{
+    for (size_t i = 0; i < record_arg_count; i++)
+        if (arg_rules[i].field.offset == field.offset)
+            return first_record_arg + i;
+    __builtin_unreachable(); // this field is no argument
+}
+inline constexpr size_t arg_wan_id = 0; // `notUsed` in the policy of add
+inline constexpr size_t arg_wan_mode = arg_position(WAN_FIELD(wanMode));
+inline constexpr size_t arg_wait = first_record_arg + record_arg_count; // modify only
 
 inline constexpr size_t add_arg_count = arg_wait;
 inline constexpr size_t modify_arg_count = arg_wait + 1;
@@ -47,5 +110,10 @@ extern const bus_policy<1> wan_id_policy;
 void parse_request(std::span<const blobmsg_policy> policy, blob_attr *message,
                    std::span<blob_attr *> attributes_out);
 
-// The longest display name and its terminator.
-inline constexpr size_t display_name_size = 18;
+// Holds the longest display name and its terminator.
+inline constexpr size_t display_name_size = [] {
+    size_t longest = 0;
+    for (const arg_rule &rule : arg_rules)
+        longest = std::max(longest, std::string_view(rule.display).size());
+    return longest + 1;
+}();

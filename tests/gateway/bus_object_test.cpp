@@ -1,6 +1,9 @@
 // The object on the bus: its methods and their arguments, what they answer, and which of them wait for each
 // other.
 #include "support/daemon_test.h"
+#include "support/golden_tables.h"
+
+#include <libubox/blobmsg.h>
 
 namespace {
 
@@ -33,16 +36,18 @@ text_lines twice(const text_lines &lines)
     return all;
 }
 
+// What the bus calls a type.
+std::string kind_of(int type)
+{
+    return type == BLOBMSG_TYPE_STRING ? "String" : type == BLOBMSG_TYPE_INT8 ? "Boolean" : "Integer";
+}
+
 TEST_F(bus_object_test, its_seven_methods_and_their_arguments_are_listed_in_order)
 {
-    const std::string arguments =
-        R"("wanMode":"Integer","ipProtocol":"Integer","ipMode":"Integer","napt":"Boolean","vlanMode":"Boolean",)"
-        R"("vid":"Integer","mvid":"Integer","prio":"Integer","mtu":"Integer","service":"Integer",)"
-        R"("disableLanDhcp":"Boolean","bind":"String","autoDns":"Boolean","priDns":"String","secDns":"String",)"
-        R"("autoDnsV6":"Boolean","priDnsV6":"String","secDnsV6":"String","ip":"String","mask":"String",)"
-        R"("gateway":"String","ipv6PrefixProxy":"Boolean","ipv6Addr":"String","ipv6Gateway":"String",)"
-        R"("ipv6Prefix":"String","pppUser":"String","pppPwd":"String","pppServName":"String",)"
-        R"("pppDialMode":"Boolean","iphostId":"Integer","ipv6DsLite":"Boolean","ipv6AddrDsLite":"String")";
+    std::string arguments;
+    for (const golden_argument &argument : golden_arguments())
+        arguments +=
+            (arguments.empty() ? "\"" : ",\"") + argument.name + "\":\"" + kind_of(argument.type) + '"';
 
     const program_result listed = run_program({"ubus", "-v", "list", "korvel"});
 

@@ -1,5 +1,7 @@
 #include "support/builders.h"
 
+#include "service/policies.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -198,42 +200,26 @@ private:
     std::string members_;
 };
 
+// Whether a request has the argument: 0 says nothing of a VLAN.
+bool is_given(const wan_config &config, const wan_field &field)
+{
+    if (field.offset == offsetof(wan_config, vid))
+        return config.vlanMode != 0;
+    return field.offset != offsetof(wan_config, mvid) || config.mvid != 0;
+}
+
 void add_arguments(request &out, const wan_config &config)
 {
-    out.number("wanMode", config.wanMode);
-    out.number("ipProtocol", config.ipProtocol);
-    out.number("ipMode", config.ipMode);
-    out.flag("napt", config.napt);
-    out.flag("vlanMode", config.vlanMode);
-    if (config.vlanMode)
-        out.number("vid", config.vid);
-    if (config.mvid)
-        out.number("mvid", config.mvid);
-    out.number("prio", config.prio);
-    out.number("mtu", config.mtu);
-    out.number("service", config.service);
-    out.flag("disableLanDhcp", config.disableLanDhcp);
-    out.string("bind", read(config.bind));
-    out.flag("autoDns", config.autoDns);
-    out.string("priDns", read(config.priDns));
-    out.string("secDns", read(config.secDns));
-    out.flag("autoDnsV6", config.autoDnsV6);
-    out.string("priDnsV6", read(config.priDnsV6));
-    out.string("secDnsV6", read(config.secDnsV6));
-    out.string("ip", read(config.ip));
-    out.string("mask", read(config.mask));
-    out.string("gateway", read(config.gateway));
-    out.flag("ipv6PrefixProxy", config.ipv6PrefixProxy);
-    out.string("ipv6Addr", read(config.ipv6Addr));
-    out.string("ipv6Gateway", read(config.ipv6Gateway));
-    out.string("ipv6Prefix", read(config.ipv6Prefix));
-    out.string("pppUser", read(config.pppUser));
-    out.string("pppPwd", read(config.pppPwd));
-    out.string("pppServName", read(config.pppServName));
-    out.flag("pppDialMode", config.pppDialMode);
-    out.number("iphostId", config.iphostId);
-    out.flag("ipv6DsLite", config.ipv6DsLite);
-    out.string("ipv6AddrDsLite", read(config.ipv6AddrDsLite));
+    for (const arg_rule &rule : arg_rules) {
+        const wan_field &field = rule.field;
+        if (rule.type == BLOBMSG_TYPE_STRING)
+            out.string(field.name,
+                       {field_text(config, field), strnlen(field_text(config, field), field.size)});
+        else if (rule.type == BLOBMSG_TYPE_INT8)
+            out.flag(field.name, field_number(config, field));
+        else if (is_given(config, field))
+            out.number(field.name, static_cast<int>(field_number(config, field)));
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "create/parse_args.h"
 
 #include "service/policies.h"
+#include "support/golden_tables.h"
 
 #include <gtest/gtest.h>
 
@@ -10,97 +11,17 @@
 
 namespace {
 
-struct number_case {
-    const char *name;
-    const char *display;
-    uint32_t accepted_low;
-    uint32_t accepted_high;
-    unsigned bits; // what is kept of the request's number
-};
+// The arguments of one type, in the order in which a request is judged.
+std::vector<golden_argument> arguments_of(int type)
+{
+    std::vector<golden_argument> arguments = golden_arguments();
+    std::erase_if(arguments, [&](const golden_argument &argument) { return argument.type != type; });
+    return arguments;
+}
 
-constexpr number_case number_cases[] = {
-    {"wanMode", "WAN_MODE", 0, 1, 8},   {"ipProtocol", "IP_PROTOCOL", 0, 3, 8},
-    {"ipMode", "IP_MODE", 0, 2, 8},     {"vid", "VID", 0, 4095, 16},
-    {"mvid", "MVID", 0, 4095, 16},      {"prio", "PRIO", 0, 7, 8},
-    {"mtu", "MTU", 650, 1500, 16},      {"service", "SERVICE", 0, 7, 8},
-    {"iphostId", "IPHOST_ID", 0, 2, 8},
-};
-
-struct flag_case {
-    const char *name;
-    const char *display;
-};
-
-constexpr flag_case flag_cases[] = {
-    {"napt", "NAPT"},
-    {"vlanMode", "VLAN_MODE"},
-    {"disableLanDhcp", "DIS_LAN_DHCP"},
-    {"autoDns", "AUTO_DNS"},
-    {"autoDnsV6", "AUTO_DNS_V6"},
-    {"ipv6PrefixProxy", "IPV6_PREFIX_PROXY"},
-    {"pppDialMode", "PPP_DIAL_MODE"},
-    {"ipv6DsLite", "DS_LITE"},
-};
-
-struct text_case {
-    const char *name;
-    const char *display;
-    size_t longest;
-};
-
-constexpr text_case text_cases[] = {
-    {"bind", "BIND", 16},
-    {"priDns", "PRI_DNS", 15},
-    {"secDns", "SEC_DNS", 15},
-    {"priDnsV6", "PRI_DNS_V6", 39},
-    {"secDnsV6", "SEC_DNS_V6", 39},
-    {"ip", "IP", 15},
-    {"mask", "MASK", 15},
-    {"gateway", "GATEWAY", 15},
-    {"ipv6Addr", "IPV6_ADDR", 44},
-    {"ipv6Gateway", "IPV6_GATEWAY", 39},
-    {"ipv6Prefix", "IPV6_PREFIX", 43},
-    {"pppUser", "PPP_USER", 64},
-    {"pppPwd", "PPP_PWD", 64},
-    {"pppServName", "PPP_SERVNAME", 64},
-    {"ipv6AddrDsLite", "DS_LITE_ADDR", 64},
-};
-
-// In the order in which a request is judged.
-constexpr const char *display_order[] = {
-    "WAN_MODE",
-    "IP_PROTOCOL",
-    "IP_MODE",
-    "NAPT",
-    "VLAN_MODE",
-    "VID",
-    "MVID",
-    "PRIO",
-    "MTU",
-    "SERVICE",
-    "DIS_LAN_DHCP",
-    "BIND",
-    "AUTO_DNS",
-    "PRI_DNS",
-    "SEC_DNS",
-    "AUTO_DNS_V6",
-    "PRI_DNS_V6",
-    "SEC_DNS_V6",
-    "IP",
-    "MASK",
-    "GATEWAY",
-    "IPV6_PREFIX_PROXY",
-    "IPV6_ADDR",
-    "IPV6_GATEWAY",
-    "IPV6_PREFIX",
-    "PPP_USER",
-    "PPP_PWD",
-    "PPP_SERVNAME",
-    "PPP_DIAL_MODE",
-    "IPHOST_ID",
-    "DS_LITE",
-    "DS_LITE_ADDR",
-};
+const std::vector<golden_argument> numbers = arguments_of(BLOBMSG_TYPE_INT32);
+const std::vector<golden_argument> flags = arguments_of(BLOBMSG_TYPE_INT8);
+const std::vector<golden_argument> texts = arguments_of(BLOBMSG_TYPE_STRING);
 
 const wan_field &field_of(const std::string &name)
 {
@@ -108,6 +29,12 @@ const wan_field &field_of(const std::string &name)
         if (name == rule.field.name)
             return rule.field;
     throw std::out_of_range("no rule for " + name);
+}
+
+// One more than the greatest number that the argument's field keeps.
+uint32_t field_range(const golden_argument &argument)
+{
+    return 1U << (8 * field_of(argument.name).size);
 }
 
 // A request under construction, and what became of it.
@@ -163,42 +90,42 @@ constexpr uint32_t filler8 = 0x5a;
 
 TEST_F(parse_args_test, numbers_are_accepted_within_their_range)
 {
-    for (const number_case &row : number_cases) {
-        for (const uint32_t value : {row.accepted_low, row.accepted_high}) {
+    for (const golden_argument &row : numbers) {
+        for (const uint32_t value : {row.low, row.high}) {
             SCOPED_TRACE(row.name + std::to_string(value));
             restart();
-            number(row.name, value);
+            number(row.name.c_str(), value);
 
-            expect_stored(row.name, value);
+            expect_stored(row.name.c_str(), value);
         }
     }
 }
 
 TEST_F(parse_args_test, numbers_outside_their_range_are_refused_by_name)
 {
-    for (const number_case &row : number_cases) {
-        const uint32_t below = row.accepted_low - 1; // for a range from 0 the greatest number of all
-        for (const uint32_t value : {below, row.accepted_high + 1, (1U << row.bits) - 1}) {
+    for (const golden_argument &row : numbers) {
+        const uint32_t below = row.low - 1; // for a range from 0 the greatest number of all
+        for (const uint32_t value : {below, row.high + 1, field_range(row) - 1}) {
             SCOPED_TRACE(row.name + std::to_string(value));
             restart();
-            number(row.name, value);
+            number(row.name.c_str(), value);
 
-            expect_refusal(row.display);
+            expect_refusal(row.display.c_str());
         }
     }
 }
 
 TEST_F(parse_args_test, a_number_is_cut_to_its_width_before_it_is_judged)
 {
-    for (const number_case &row : number_cases) {
+    for (const golden_argument &row : numbers) {
         SCOPED_TRACE(row.name);
         restart();
-        number(row.name, (1U << row.bits) + row.accepted_high);
-        expect_stored(row.name, row.accepted_high);
+        number(row.name.c_str(), field_range(row) + row.high);
+        expect_stored(row.name.c_str(), row.high);
 
         restart();
-        number(row.name, (1U << row.bits) + row.accepted_high + 1);
-        expect_refusal(row.display);
+        number(row.name.c_str(), field_range(row) + row.high + 1);
+        expect_refusal(row.display.c_str());
     }
 }
 
@@ -214,29 +141,29 @@ TEST_F(parse_args_test, cut_numbers_by_example)
 
 TEST_F(parse_args_test, flags_are_0_or_1)
 {
-    for (const flag_case &row : flag_cases) {
+    for (const golden_argument &row : flags) {
         SCOPED_TRACE(row.name);
         for (const unsigned value : {0U, 1U}) {
             restart();
-            flag(row.name, value);
-            expect_stored(row.name, value);
+            flag(row.name.c_str(), value);
+            expect_stored(row.name.c_str(), value);
         }
         for (const unsigned value : {2U, 255U}) {
             restart();
-            flag(row.name, value);
-            expect_refusal(row.display);
+            flag(row.name.c_str(), value);
+            expect_refusal(row.display.c_str());
         }
     }
 }
 
 TEST_F(parse_args_test, texts_are_accepted_up_to_their_length)
 {
-    for (const text_case &row : text_cases) {
-        for (const size_t length : {size_t{0}, row.longest - 1, row.longest}) {
+    for (const golden_argument &row : texts) {
+        for (const uint32_t length : {row.low, row.high - 1, row.high}) {
             SCOPED_TRACE(row.name + std::to_string(length));
             restart();
             const std::string value(length, 'x');
-            text(row.name, value);
+            text(row.name.c_str(), value);
 
             EXPECT_EQ(0, parse());
 
@@ -247,13 +174,13 @@ TEST_F(parse_args_test, texts_are_accepted_up_to_their_length)
 
 TEST_F(parse_args_test, longer_texts_are_refused_by_name)
 {
-    for (const text_case &row : text_cases) {
-        for (const size_t length : {row.longest + 1, row.longest + 1000}) {
+    for (const golden_argument &row : texts) {
+        for (const uint32_t length : {row.high + 1, row.high + 1000}) {
             SCOPED_TRACE(row.name + std::to_string(length));
             restart();
-            text(row.name, std::string(length, 'x'));
+            text(row.name.c_str(), std::string(length, 'x'));
 
-            expect_refusal(row.display);
+            expect_refusal(row.display.c_str());
         }
     }
 }
@@ -303,19 +230,21 @@ TEST_F(parse_args_test, the_first_entry_is_not_looked_at)
 
 TEST_F(parse_args_test, every_argument_has_its_display_name_and_place)
 {
-    ASSERT_EQ(std::size(display_order),
-              std::size(number_cases) + std::size(flag_cases) + std::size(text_cases));
-    for (size_t i = 0; i < std::size(display_order); i++)
-        EXPECT_STREQ(display_order[i], arg_rules[i].display);
+    const std::vector<golden_argument> arguments = golden_arguments();
+    ASSERT_EQ(arguments.size(), std::size(arg_rules));
+    for (size_t i = 0; i < arguments.size(); i++)
+        EXPECT_EQ(arguments[i].display, arg_rules[i].display);
 }
 
 TEST_F(parse_args_test, of_several_invalid_arguments_the_first_in_order_is_named)
 {
     // From the last argument to the first, each addition moves the refusal to the front.
-    for (size_t first = std::size(display_order); first-- > 0;) {
-        SCOPED_TRACE(display_order[first]);
+    const std::vector<golden_argument> arguments = golden_arguments();
+    for (size_t first = arguments.size(); first-- > 0;) {
+        const std::string display = arguments[first].display;
+        SCOPED_TRACE(display);
         restart();
-        for (size_t i = std::size(display_order); i-- > first;) {
+        for (size_t i = arguments.size(); i-- > first;) {
             const arg_rule &rule = arg_rules[i];
             if (rule.type == BLOBMSG_TYPE_STRING)
                 text(rule.field.name, std::string(rule.field.size, 'x'));
@@ -325,7 +254,7 @@ TEST_F(parse_args_test, of_several_invalid_arguments_the_first_in_order_is_named
                 number(rule.field.name, 5000);
         }
 
-        expect_refusal(display_order[first]);
+        expect_refusal(display.c_str());
     }
 }
 

@@ -3,6 +3,7 @@
 #include "modify/import.h"
 
 #include "create/create.h"
+#include "service/policies.h"
 #include "support/code_test.h"
 
 #include <algorithm>
@@ -65,43 +66,14 @@ protected:
 std::string definition_of(const wan_config &wan)
 {
     std::string text;
-    const auto number = [&](const char *key, unsigned value) {
-        text += std::string(key) + "=" + std::to_string(value) + "\n";
-    };
-    const auto string = [&](const char *key, const char *value) {
-        text += std::string(key) + "=" + value + "\n";
-    };
-    number("wanMode", wan.wanMode);
-    number("ipProtocol", wan.ipProtocol);
-    number("ipMode", wan.ipMode);
-    number("napt", wan.napt);
-    number("vlanMode", wan.vlanMode);
-    number("vid", wan.vid);
-    number("mvid", wan.mvid);
-    number("prio", wan.prio);
-    number("mtu", wan.mtu);
-    number("service", wan.service);
-    number("disableLanDhcp", wan.disableLanDhcp);
-    string("bind", wan.bind);
-    number("autoDns", wan.autoDns);
-    string("priDns", wan.priDns);
-    string("secDns", wan.secDns);
-    number("autoDnsV6", wan.autoDnsV6);
-    string("priDnsV6", wan.priDnsV6);
-    string("secDnsV6", wan.secDnsV6);
-    string("ip", wan.ip);
-    string("mask", wan.mask);
-    string("gateway", wan.gateway);
-    number("ipv6PrefixProxy", wan.ipv6PrefixProxy);
-    string("ipv6Addr", wan.ipv6Addr);
-    string("ipv6Gateway", wan.ipv6Gateway);
-    string("ipv6Prefix", wan.ipv6Prefix);
-    string("pppUser", wan.pppUser);
-    string("pppPwd", wan.pppPwd);
-    string("pppServName", wan.pppServName);
-    number("pppDialMode", wan.pppDialMode);
-    number("ipv6DsLite", wan.ipv6DsLite);
-    string("ipv6AddrDsLite", wan.ipv6AddrDsLite);
+    for (const arg_rule &rule : arg_rules) {
+        if (rule.field.offset == offsetof(wan_config, iphostId)) // the one argument that is not imported
+            continue;
+        const std::string value = rule.field.kind == field_kind::text
+                                      ? field_text(wan, rule.field)
+                                      : std::to_string(field_number(wan, rule.field));
+        text += rule.field.name + ("=" + value) + "\n";
+    }
     return text;
 }
 
