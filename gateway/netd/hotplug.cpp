@@ -14,6 +14,7 @@ hotplug_queue::hotplug_queue(std::function<void()> idle)
 
 void hotplug_queue::add(const std::string &action, const std::string &interface, const std::string &device)
 {
+    std::erase_if(waiting_, [&](const event &older) { return older.interface == interface; });
     waiting_.push_back({action, interface, device});
     if (!caller_.running())
         next();
@@ -25,9 +26,10 @@ void hotplug_queue::next()
     while (!started && !waiting_.empty()) {
         const event current = waiting_.front();
         waiting_.pop_front();
-        started = caller_.start(
-            {"hotplug-call", "iface"},
-            {"ACTION=" + current.action, "INTERFACE=" + current.interface, "DEVICE=" + current.device});
+        std::vector<std::string> variables = {"ACTION=" + current.action, "INTERFACE=" + current.interface};
+        if (!current.device.empty())
+            variables.push_back("DEVICE=" + current.device);
+        started = caller_.start({"hotplug-call", "iface"}, variables);
     }
     if (!started)
         idle_();

@@ -1,5 +1,6 @@
 #include "netd/ip_settings.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <bit>
 #include <cstdarg>
@@ -61,7 +62,7 @@ route leased_default_route_v6(const std::string &source)
     return {any_v6, 0, "fe80::1", source, provider_route_metric, provider_route_valid};
 }
 
-void add_static(const config_section &interface, ip_settings &settings)
+void add_static(const config_section &interface, unsigned, ip_settings &settings)
 {
     constexpr int v4_bits = 32;
     constexpr int v6_bits = 128;
@@ -80,7 +81,7 @@ void add_static(const config_section &interface, ip_settings &settings)
         settings.routes.push_back({any_v6, 0, gateway, "::/0"});
 }
 
-void add_dhcp(unsigned number, ip_settings &settings)
+void add_dhcp(const config_section &, unsigned number, ip_settings &settings)
 {
     const std::string own = text("198.51.100.%u", (22 + number) % 256);
     settings.v4.push_back({own, 24, {}, {}});
@@ -90,13 +91,13 @@ void add_dhcp(unsigned number, ip_settings &settings)
     settings.lease_seconds = provider_lease_seconds;
 }
 
-void add_dhcpv6(unsigned number, const std::string &name, ip_settings &settings)
+void add_dhcpv6(const config_section &interface, unsigned number, ip_settings &settings)
 {
     const std::string own = text("2001:db8:%x:1::9", number);
     const std::string delegated = text("2001:db8:%x::", (0xa900 + number * 0x100) & 0xffff);
     constexpr int delegated_mask = 56;
     settings.v6.push_back({own, 128, {}, provider_lifetime});
-    settings.prefixes.push_back({delegated, delegated_mask, provider_lifetime, name});
+    settings.prefixes.push_back({delegated, delegated_mask, provider_lifetime, interface.name});
     settings.routes.push_back(leased_default_route_v6(text("%s/%d", delegated.c_str(), delegated_mask)));
     settings.routes.push_back(leased_default_route_v6(own + "/128"));
     settings.servers = {"2001:db8::53", "2001:db8::54"};
@@ -113,7 +114,7 @@ void add_pppoe(const config_section &interface, unsigned number, ip_settings &se
     settings.servers = {"203.0.113.1", "203.0.113.2"};
 }
 
-void add_dslite(ip_settings &settings)
+void add_dslite(const config_section &, unsigned, ip_settings &settings)
 {
     settings.v4.push_back({"192.0.0.2", 29, {}, {}});
     settings.routes.push_back(default_route_v4(any_v4, "0.0.0.0/0"));
@@ -133,38 +134,55 @@ void apply_preferences(const config_section &interface, ip_settings &settings)
     settings.search.insert(settings.search.begin(), domains.begin(), domains.end());
 }
 
+struct protocol {
+    const char *name;
+    const char *own_device; // start of the name of the device that it makes; nullptr: it uses the one below
+    bool has_lower_device;
+    void (*add)(const config_section &interface, unsigned number, ip_settings &settings);
+    bool begins_down; // its client says that it is down before it asks
+};
+
+constexpr protocol protocols[] = {
+    {"static", nullptr, true, add_static, false}, {"dhcp", nullptr, true, add_dhcp, true},
+    {"dhcpv6", nullptr, true, add_dhcpv6, false}, {"pppoe", "pppoe-", true, add_pppoe, false},
+    {"dslite", "ds-", false, add_dslite, false},
+};
+
+// An interface without a protocol, or with one that is not known, has its device and nothing else.
+constexpr protocol no_protocol = {"", nullptr, true, nullptr, false};
+
+const protocol &protocol_of(const config_section &interface)
+{
+    const std::string name = interface.text("proto");
+    const auto *const found =
+        std::ranges::find_if(protocols, [&](const protocol &known) { return known.name == name; });
+    return found == std::end(protocols) ? no_protocol : *found;
+}
+
 } // namespace
 
 std::string lower_device(const config_section &interface)
 {
-    return interface.text("proto") == "dslite" ? "" : interface.text("device");
+    return protocol_of(interface).has_lower_device ? interface.text("device") : "";
 }
 
 std::string layer3_device(const config_section &interface)
 {
-    const std::string protocol = interface.text("proto");
-    if (protocol == "pppoe")
-        return "pppoe-" + interface.name;
-    if (protocol == "dslite")
-        return "ds-" + interface.name;
-    return interface.text("device");
+    const char *const own = protocol_of(interface).own_device;
+    return own ? own + interface.name : interface.text("device");
+}
+
+bool begins_down(const config_section &interface)
+{
+    return protocol_of(interface).begins_down;
 }
 
 ip_settings ip_settings_of(const config_section &interface)
 {
     ip_settings settings;
-    const std::string protocol = interface.text("proto");
-    const unsigned number = interface_number(interface.name);
-    if (protocol == "static")
-        add_static(interface, settings);
-    else if (protocol == "dhcp")
-        add_dhcp(number, settings);
-    else if (protocol == "dhcpv6")
-        add_dhcpv6(number, interface.name, settings);
-    else if (protocol == "pppoe")
-        add_pppoe(interface, number, settings);
-    else if (protocol == "dslite")
-        add_dslite(settings);
+    const protocol &asked = protocol_of(interface);
+    if (asked.add)
+        asked.add(interface, interface_number(interface.name), settings);
     apply_preferences(interface, settings);
     return settings;
 }

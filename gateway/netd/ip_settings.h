@@ -58,6 +58,8 @@ struct ip_settings {
 std::string layer3_device(const config_section &interface);
 // The device below; empty when the protocol has none.
 std::string lower_device(const config_section &interface);
+// Whether a new interface reports that it is down before it negotiates.
+bool begins_down(const config_section &interface);
 
 ip_settings ip_settings_of(const config_section &interface);
 

@@ -60,24 +60,20 @@ int network_daemon::restart()
 void network_daemon::apply(const network_config &next)
 {
     links_.make(next.devices);
-    std::vector<std::string> started = changed_interfaces(next);
+    const std::vector<std::string> changed = changed_interfaces(next);
     remove_unconfigured(next);
-    for (const std::string &name : started) {
+    for (const std::string &name : changed) {
         interface_record &record = *find(name);
         go_down(record);
         record.section = *find_interface(next, name);
+        record.wanted = record.section.starts_by_itself();
     }
-    for (const config_section &section : next.interfaces) {
-        if (find(section.name))
-            continue;
-        add(section, origin::configured);
-        started.push_back(section.name);
-    }
-    for (const std::string &name : started) {
-        interface_record &record = *find(name);
-        if (record.section.starts_by_itself())
+    for (const config_section &section : next.interfaces)
+        if (!find(section.name))
+            add_configured(section);
+    for (const config_section &section : next.interfaces)
+        if (interface_record &record = *find(section.name); record.wanted)
             bring_up(record);
-    }
     links_.remove_others(next.devices);
     config_ = next;
 }
@@ -125,6 +121,15 @@ void network_daemon::add(config_section section, origin source)
     offer(*interfaces_.back());
 }
 
+void network_daemon::add_configured(const config_section &section)
+{
+    add(section, origin::configured);
+    interface_record &record = *interfaces_.back();
+    record.wanted = section.starts_by_itself();
+    if (record.wanted && begins_down(section))
+        announce(record, "ifdown");
+}
+
 void network_daemon::remove(const std::string &name)
 {
     interface_record *const record = find(name);
@@ -158,11 +163,42 @@ void network_daemon::follow_files()
 // An interface whose device is missing stays down.
 void network_daemon::bring_up(interface_record &record)
 {
+    record.wanted = true;
     const std::string device = lower_device(record.section);
     if (record.state != link_state::down || (!device.empty() && !links_.present(device)))
         return;
     record.state = link_state::pending;
+    record.errors.clear();
     record.coming_up.start(options_.pending_ms);
+}
+
+void network_daemon::finish_negotiation(interface_record &record)
+{
+    const scripted_reply script = read_scripted_reply(record.section.name);
+    if (script.mode == reply_mode::failing)
+        fail(record, script.text);
+    else
+        come_up(record);
+    reply_if_settled();
+}
+
+void network_daemon::fail(interface_record &record, const std::string &code)
+{
+    record.state = link_state::down;
+    if (!code.empty())
+        record.errors.push_back({record.section.text("proto"), code});
+    tell_hotplug(record, "ifup-failed"); // the bus is told of "ifup" and "ifdown" only
+}
+
+void network_daemon::hurry()
+{
+    const auto pending = [](const auto &record) { return record->state == link_state::pending; };
+    // One that comes up may bring another along.
+    for (auto next = std::ranges::find_if(interfaces_, pending); next != interfaces_.end();
+         next = std::ranges::find_if(interfaces_, pending)) {
+        (*next)->coming_up.stop();
+        finish_negotiation(**next);
+    }
 }
 
 void network_daemon::come_up(interface_record &record)
@@ -174,7 +210,6 @@ void network_daemon::come_up(interface_record &record)
     announce(record, "ifup");
     if (const std::optional<config_section> side = dynamic_v6_side(record.section))
         bring_along(*side);
-    reply_if_settled();
 }
 
 // A section of that name in the configuration comes first; a record that only holds a laid-down reply makes

@@ -44,6 +44,8 @@ public:
     int restart();
     // Only looks which scripted replies and which board description there are.
     void follow_files();
+    // Ends every negotiation at once, as if its time had passed.
+    void hurry();
     // Replies as soon as no interface is pending and no hotplug script runs.
     void settle(ubus_request_data *request);
 
@@ -63,8 +65,10 @@ private:
         config_section section;
         origin source;
         link_state state = link_state::down;
+        bool wanted = false; // tried again at every reload while it is down
         std::chrono::steady_clock::time_point up_since;
         ip_settings settings; // while up
+        std::vector<interface_error> errors;
         timer coming_up;
         std::string path; // on the bus
         interface_object object{};
@@ -91,6 +95,7 @@ private:
     bool offer_own_objects();
     interface_record *find(const std::string &name);
     void add(config_section section, origin source);
+    void add_configured(const config_section &section);
     void remove(const std::string &name);
     void offer(interface_record &record);
     void withdraw(interface_record &record);
@@ -99,10 +104,13 @@ private:
     std::vector<std::string> changed_interfaces(const network_config &next) const;
     void remove_unconfigured(const network_config &next);
     void bring_up(interface_record &record);
+    void finish_negotiation(interface_record &record);
     void come_up(interface_record &record);
+    void fail(interface_record &record, const std::string &code);
     void bring_along(const config_section &side);
     void go_down(interface_record &record);
     void announce(const interface_record &record, const char *action);
+    void tell_hotplug(const interface_record &record, const char *action);
     void reply_if_settled();
 
     interface_status status_of(const interface_record &record) const;

@@ -27,6 +27,12 @@ int handle_restart(ubus_context *, ubus_object *object, ubus_request_data *, con
     return owner(object).restart();
 }
 
+int handle_hurry(ubus_context *, ubus_object *object, ubus_request_data *, const char *, blob_attr *)
+{
+    owner(object).hurry();
+    return UBUS_STATUS_OK;
+}
+
 int handle_settle(ubus_context *, ubus_object *object, ubus_request_data *request, const char *, blob_attr *)
 {
     owner(object).follow_files();
@@ -38,7 +44,8 @@ const ubus_method network_methods[] = {UBUS_METHOD_NOARG("reload", handle_reload
                                        UBUS_METHOD_NOARG("restart", handle_restart)};
 ubus_object_type network_type = UBUS_OBJECT_TYPE("network", network_methods);
 // What tests need and the network daemon does not have.
-const ubus_method stand_in_methods[] = {UBUS_METHOD_NOARG("settle", handle_settle)};
+const ubus_method stand_in_methods[] = {UBUS_METHOD_NOARG("hurry", handle_hurry),
+                                        UBUS_METHOD_NOARG("settle", handle_settle)};
 ubus_object_type stand_in_type = UBUS_OBJECT_TYPE("gateway-netd", stand_in_methods);
 
 daemon_object network_object;
@@ -69,7 +76,7 @@ ubus_object_type network_daemon::interface_type =
 network_daemon::interface_record::interface_record(network_daemon &own_daemon, config_section own_section,
                                                    origin own_source)
     : daemon(own_daemon), section(std::move(own_section)), source(own_source),
-      coming_up([this] { daemon.come_up(*this); }), path("network.interface." + section.name)
+      coming_up([this] { daemon.finish_negotiation(*this); }), path("network.interface." + section.name)
 {
     object.name = path.c_str();
     object.type = &interface_type;
@@ -125,8 +132,15 @@ void network_daemon::announce(const interface_record &record, const char *action
     blobmsg_add_string(&event, "interface", record.section.name.c_str());
     check(ubus_send_event(bus_, "network.interface", event.head), "network.interface");
     blob_buf_free(&event);
+    tell_hotplug(record, action);
+}
+
+// Scripts learn the device of an interface that is up only.
+void network_daemon::tell_hotplug(const interface_record &record, const char *action)
+{
     if (options_.hotplug)
-        hotplug_.add(action, record.section.name, layer3_device(record.section));
+        hotplug_.add(action, record.section.name,
+                     record.state == link_state::up ? layer3_device(record.section) : "");
 }
 
 void network_daemon::settle(ubus_request_data *request)
@@ -180,7 +194,7 @@ interface_status network_daemon::status_of(const interface_record &record) const
     status.section = &record.section;
     status.state = record.state;
     status.available = device.empty() || links_.present(device);
-    status.autostart = record.source != origin::configured || record.section.starts_by_itself();
+    status.autostart = record.source == origin::scripted || record.wanted;
     status.dynamic = record.source == origin::dynamic;
     status.uptime = static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(uptime).count());
     status.settings = &record.settings;
@@ -189,6 +203,7 @@ interface_status network_daemon::status_of(const interface_record &record) const
         status.downstream_mask = lan->section.number("ip6assign", 0);
     }
     status.assignments = assignments_for(record);
+    status.errors = record.errors;
     return status;
 }
 
@@ -211,13 +226,14 @@ int network_daemon::answer(ubus_request_data *request, const std::string &interf
         blobmsg_add_string(&reply, "filler", std::string(big_reply_filler, 'x').c_str());
         break;
     case reply_mode::usual:
+    case reply_mode::failing:
         add_usual_reply(&reply, interface);
         break;
     case reply_mode::malformed:
         add_unprintable(&reply);
         break;
     case reply_mode::json:
-        if (!blobmsg_add_json_from_string(&reply, script.json.c_str()))
+        if (!blobmsg_add_json_from_string(&reply, script.text.c_str()))
             status = UBUS_STATUS_UNKNOWN_ERROR;
         break;
     case reply_mode::absent:
@@ -269,6 +285,7 @@ int network_daemon::handle_down(ubus_context *, ubus_object *object, ubus_reques
                                 blob_attr *)
 {
     interface_record &record = *static_cast<interface_object *>(object)->record;
+    record.wanted = false;
     record.daemon.go_down(record);
     record.daemon.reply_if_settled();
     return UBUS_STATUS_OK;

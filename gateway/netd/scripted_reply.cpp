@@ -63,6 +63,8 @@ scripted_reply parse_scripted_reply(const std::string &text)
         return {reply_mode::silent, 0, {}};
     if (mode == "big")
         return {reply_mode::big, 0, {}};
+    if (mode == "failing")
+        return {reply_mode::failing, 0, std::string(take_word(rest))};
     return {reply_mode::invalid, 0, {}};
 }
 

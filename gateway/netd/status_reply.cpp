@@ -173,6 +173,18 @@ void add_data(blob_buf *reply, const interface_status &status)
         add_text(reply, "passthru", status.settings->passed_through);
 }
 
+void add_errors(blob_buf *reply, const std::vector<interface_error> &errors)
+{
+    if (errors.empty())
+        return;
+    const array entries(reply, "errors");
+    for (const interface_error &error : errors) {
+        const table entry(reply, nullptr);
+        add_text(reply, "subsystem", error.subsystem);
+        add_text(reply, "code", error.code);
+    }
+}
+
 } // namespace
 
 void add_status(blob_buf *reply, const interface_status &status)
@@ -195,4 +207,5 @@ void add_status(blob_buf *reply, const interface_status &status)
     if (up)
         add_content(reply, status);
     add_data(reply, status);
+    add_errors(reply, status.errors);
 }

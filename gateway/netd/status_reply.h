@@ -15,6 +15,12 @@ struct prefix_assignment {
     std::optional<lifetime> leased;
 };
 
+// Why an interface did not come up.
+struct interface_error {
+    std::string subsystem;
+    std::string code;
+};
+
 enum class link_state { down, pending, up };
 
 struct interface_status {
@@ -28,6 +34,7 @@ struct interface_status {
     std::string downstream;  // interface that gets the prefixes; empty: none
     int downstream_mask = 0; // size of its part
     std::vector<prefix_assignment> assignments;
+    std::vector<interface_error> errors;
 };
 
 // Adds the members to the open container.

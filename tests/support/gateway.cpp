@@ -353,6 +353,8 @@ void gateway::start_netd(const netd_options &options)
         command.push_back("--no-links");
     if (!options.hotplug)
         command.push_back("--no-hotplug");
+    if (options.held)
+        command.insert(command.end(), {"--pending", "3600000"});
     netd_ = child_process(command);
     if (!wait_until([this] { return object_exists("network") || !netd_.running(); }) || !netd_.running())
         throw std::runtime_error("gateway-netd does not serve");
@@ -371,6 +373,13 @@ void gateway::settle_netd()
     if (reply.status)
         throw std::runtime_error("the network daemon does not settle: status " +
                                  std::to_string(reply.status));
+}
+
+void gateway::hurry_netd()
+{
+    const bus_reply reply = call_object("gateway-netd", "hurry");
+    if (reply.status)
+        throw std::runtime_error("the network daemon does not hurry: status " + std::to_string(reply.status));
 }
 
 void gateway::stop_netd()

@@ -34,10 +34,12 @@ struct port_counts {
 };
 
 // What the network daemon's stand-in does beside answering: without `links` it leaves the kernel's devices
-// alone, without `hotplug` it starts no hotplug scripts.
+// alone, without `hotplug` it starts no hotplug scripts. With `held` its interfaces stay pending until
+// hurry_netd().
 struct netd_options {
     bool links = false;
     bool hotplug = false;
+    bool held = false;
 };
 
 // What a bus client sees of a call.
@@ -144,6 +146,7 @@ public:
     void reload_netd(); // as `network reload` does
     // Waits until no interface of the stand-in is pending and none of its hotplug scripts runs.
     void settle_netd();
+    void hurry_netd(); // what is pending comes up, or fails, at once
     void stop_netd();
     void start_korvel(); // starts the bus first if it does not run
     // Ends the daemon and returns its exit status, 128 + signal when the signal killed it.
