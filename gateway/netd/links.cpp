@@ -23,14 +23,6 @@ std::string class_entry(const std::string &device, const char *attribute)
     return "/sys/class/net/" + device + "/" + attribute;
 }
 
-std::string attribute_of(const std::string &device, const char *attribute)
-{
-    std::ifstream in(class_entry(device, attribute));
-    std::string value;
-    in >> value;
-    return value;
-}
-
 std::string bridge_of(const std::string &device)
 {
     std::error_code none; // a device outside every bridge has no such link
@@ -66,7 +58,7 @@ std::string attribute_commands(const config_section &section)
     std::string commands;
     for (const auto &[option, attribute] : {std::pair{"mtu", "mtu"}, std::pair{"macaddr", "address"}}) {
         const std::string value = section.text(option);
-        if (!value.empty() && attribute_of(device, attribute) != value)
+        if (!value.empty() && device_attribute(device, attribute) != value)
             commands += line({"link set dev", device, attribute, value});
     }
     return commands;
@@ -127,6 +119,14 @@ bool has_own_device(const config_section &interface)
 }
 
 } // namespace
+
+std::string device_attribute(const std::string &device, const char *attribute)
+{
+    std::ifstream in(class_entry(device, attribute));
+    std::string value;
+    in >> value;
+    return value;
+}
 
 links::links(bool enabled) : enabled_(enabled), program_(find_program("ip")) {}
 

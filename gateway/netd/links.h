@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+// What the kernel says of a device: "mtu", "address". Empty when there is no such device.
+std::string device_attribute(const std::string &device, const char *attribute);
+
 class links {
 public:
     // Not enabled, all devices count as present and nothing is done.

@@ -97,3 +97,11 @@ std::optional<network_config> read_network_config()
     }
     return config;
 }
+
+const config_section *find_device(const network_config &config, const std::string &device)
+{
+    const auto found =
+        std::find_if(config.devices.rbegin(), config.devices.rend(),
+                     [&](const config_section &section) { return section.text("name") == device; });
+    return found == config.devices.rend() ? nullptr : &*found;
+}

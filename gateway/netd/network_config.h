@@ -34,3 +34,6 @@ struct network_config {
 
 // Reads it with pending changes. Nothing when it cannot be read or parsed; the reason is on standard error.
 std::optional<network_config> read_network_config();
+
+// The section that rules a device, the last of its name; nullptr when there is none.
+const config_section *find_device(const network_config &config, const std::string &device);

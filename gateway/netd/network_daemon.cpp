@@ -225,6 +225,20 @@ void network_daemon::bring_along(const config_section &side)
     bring_up(*find(side.name));
 }
 
+int network_daemon::add_dynamic(config_section section)
+{
+    for (config_option &option : section.options) {
+        if (option.name != "device" || !option.values[0].starts_with('@'))
+            continue;
+        const interface_record *const below = find(option.values[0].substr(1));
+        if (!below)
+            return UBUS_STATUS_NOT_FOUND;
+        option.values = {layer3_device(below->section)};
+    }
+    bring_along(section);
+    return UBUS_STATUS_OK;
+}
+
 void network_daemon::go_down(interface_record &record)
 {
     const std::string side = record.section.name + "_6";

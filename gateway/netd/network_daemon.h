@@ -42,6 +42,13 @@ public:
     // The methods. Each returns a bus status.
     int reload();
     int restart();
+    // An interface that is not configured, for as long as it is up or nothing configured takes its name. Its
+    // device may be "@" and the name of an interface that is there.
+    int add_dynamic(config_section section);
+    // Adds the device's state to the open container; false when there is no such device.
+    bool add_device(blob_buf *reply, const std::string &device) const;
+    // Adds the status of every interface.
+    void add_dump(blob_buf *reply);
     // Only looks which scripted replies and which board description there are.
     void follow_files();
     // Ends every negotiation at once, as if its time had passed.
@@ -89,7 +96,8 @@ private:
     static int handle_status(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *);
     static int handle_up(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *);
     static int handle_down(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *);
-    static const ubus_method interface_methods[3];
+    static int handle_renew(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *);
+    static const ubus_method interface_methods[4];
     static ubus_object_type interface_type;
 
     bool offer_own_objects();

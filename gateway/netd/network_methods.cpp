@@ -1,6 +1,9 @@
 // What the network daemon's stand-in offers and says on the bus.
 #include "netd/network_daemon.h"
 
+#include "netd/device_status.h"
+#include "netd/reply_parts.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -15,6 +18,34 @@ struct daemon_object : ubus_object {
 network_daemon &owner(ubus_object *object)
 {
     return *static_cast<daemon_object *>(object)->daemon;
+}
+
+std::vector<std::string> values_of(blob_attr *attribute)
+{
+    switch (blobmsg_type(attribute)) {
+    case BLOBMSG_TYPE_STRING:
+        return {blobmsg_get_string(attribute)};
+    case BLOBMSG_TYPE_BOOL:
+        return {blobmsg_get_bool(attribute) ? "1" : "0"};
+    case BLOBMSG_TYPE_INT32:
+        return {std::to_string(static_cast<int32_t>(blobmsg_get_u32(attribute)))};
+    default:
+        return {};
+    }
+}
+
+// The members of a request as the options of a section.
+config_section section_of(const char *name, blob_attr *message)
+{
+    config_section section{name, {}};
+    blob_attr *attribute;
+    size_t left;
+    blob_for_each_attr(attribute, message, left)
+    {
+        if (std::vector<std::string> values = values_of(attribute); !values.empty())
+            section.options.push_back({blobmsg_name(attribute), std::move(values)});
+    }
+    return section;
 }
 
 int handle_reload(ubus_context *, ubus_object *object, ubus_request_data *, const char *, blob_attr *)
@@ -40,16 +71,79 @@ int handle_settle(ubus_context *, ubus_object *object, ubus_request_data *reques
     return UBUS_STATUS_OK;
 }
 
+const blobmsg_policy name_policy[] = {{"name", BLOBMSG_TYPE_STRING}};
+
+// The argument `name`; nullptr when it is missing.
+const char *name_in(blob_attr *message)
+{
+    blob_attr *name = nullptr;
+    blobmsg_parse(name_policy, ARRAY_SIZE(name_policy), &name, blob_data(message),
+                  static_cast<unsigned>(blob_len(message)));
+    return name ? blobmsg_get_string(name) : nullptr;
+}
+
+int handle_add_dynamic(ubus_context *, ubus_object *object, ubus_request_data *, const char *,
+                       blob_attr *message)
+{
+    const char *const name = name_in(message);
+    return name ? owner(object).add_dynamic(section_of(name, message)) : UBUS_STATUS_INVALID_ARGUMENT;
+}
+
+int handle_device_status(ubus_context *bus, ubus_object *object, ubus_request_data *request, const char *,
+                         blob_attr *message)
+{
+    const char *const name = name_in(message);
+    if (!name)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    blob_buf reply{};
+    blob_buf_init(&reply, 0);
+    const bool known = owner(object).add_device(&reply, name);
+    if (known)
+        ubus_send_reply(bus, request, reply.head);
+    blob_buf_free(&reply);
+    return known ? UBUS_STATUS_OK : UBUS_STATUS_NOT_FOUND;
+}
+
+int handle_dump(ubus_context *bus, ubus_object *object, ubus_request_data *request, const char *, blob_attr *)
+{
+    blob_buf reply{};
+    blob_buf_init(&reply, 0);
+    owner(object).add_dump(&reply);
+    ubus_send_reply(bus, request, reply.head);
+    blob_buf_free(&reply);
+    return UBUS_STATUS_OK;
+}
+
 const ubus_method network_methods[] = {UBUS_METHOD_NOARG("reload", handle_reload),
-                                       UBUS_METHOD_NOARG("restart", handle_restart)};
-ubus_object_type network_type = UBUS_OBJECT_TYPE("network", network_methods);
+                                       UBUS_METHOD_NOARG("restart", handle_restart),
+                                       UBUS_METHOD("add_dynamic", handle_add_dynamic, name_policy)};
+const ubus_method device_methods[] = {UBUS_METHOD("status", handle_device_status, name_policy)};
+const ubus_method dump_methods[] = {UBUS_METHOD_NOARG("dump", handle_dump)};
 // What tests need and the network daemon does not have.
 const ubus_method stand_in_methods[] = {UBUS_METHOD_NOARG("hurry", handle_hurry),
                                         UBUS_METHOD_NOARG("settle", handle_settle)};
-ubus_object_type stand_in_type = UBUS_OBJECT_TYPE("gateway-netd", stand_in_methods);
 
-daemon_object network_object;
-daemon_object stand_in_object;
+// An object of the daemon's own, with its type.
+struct own_object : daemon_object {
+    template <int n>
+    own_object(const char *own_name, const ubus_method (&object_methods)[n]) : daemon_object{}, own_type{}
+    {
+        own_type.name = own_name;
+        own_type.methods = object_methods;
+        own_type.n_methods = n;
+        name = own_name;
+        type = &own_type;
+        methods = object_methods;
+        n_methods = n;
+    }
+    ubus_object_type own_type;
+};
+
+// `network` comes last: who sees it finds the others there, too.
+own_object own_objects[] = {{"gateway-netd", stand_in_methods},
+                            {"network.device", device_methods},
+                            {"network.interface", dump_methods},
+                            {"network", network_methods}};
 
 // Says what failed; true when nothing did.
 bool check(int status, const char *what)
@@ -65,11 +159,17 @@ void add_unprintable(blob_buf *reply)
     blobmsg_add_string(reply, nullptr, "no member name");
 }
 
+bool describes_interface(reply_mode mode)
+{
+    return mode == reply_mode::json || mode == reply_mode::usual || mode == reply_mode::big ||
+           mode == reply_mode::failing;
+}
+
 } // namespace
 
-const ubus_method network_daemon::interface_methods[3] = {UBUS_METHOD_NOARG("up", handle_up),
-                                                          UBUS_METHOD_NOARG("down", handle_down),
-                                                          UBUS_METHOD_NOARG("status", handle_status)};
+const ubus_method network_daemon::interface_methods[4] = {
+    UBUS_METHOD_NOARG("up", handle_up), UBUS_METHOD_NOARG("down", handle_down),
+    UBUS_METHOD_NOARG("renew", handle_renew), UBUS_METHOD_NOARG("status", handle_status)};
 ubus_object_type network_daemon::interface_type =
     UBUS_OBJECT_TYPE("network.interface", network_daemon::interface_methods);
 
@@ -96,18 +196,10 @@ network_daemon::delayed_reply::delayed_reply(network_daemon &own_daemon, ubus_re
 
 bool network_daemon::offer_own_objects()
 {
-    network_object.name = "network";
-    network_object.type = &network_type;
-    network_object.methods = network_methods;
-    network_object.n_methods = ARRAY_SIZE(network_methods);
-    network_object.daemon = this;
-    stand_in_object.name = "gateway-netd";
-    stand_in_object.type = &stand_in_type;
-    stand_in_object.methods = stand_in_methods;
-    stand_in_object.n_methods = ARRAY_SIZE(stand_in_methods);
-    stand_in_object.daemon = this;
-    return check(ubus_add_object(bus_, &stand_in_object), "gateway-netd") &&
-           check(ubus_add_object(bus_, &network_object), "network");
+    return std::ranges::all_of(own_objects, [this](own_object &object) {
+        object.daemon = this;
+        return check(ubus_add_object(bus_, &object), object.name);
+    });
 }
 
 void network_daemon::offer(interface_record &record)
@@ -207,6 +299,34 @@ interface_status network_daemon::status_of(const interface_record &record) const
     return status;
 }
 
+// What is laid down counts here, too, as far as it is an interface's status.
+void network_daemon::add_dump(blob_buf *reply)
+{
+    const array interfaces(reply, "interface");
+    for (const auto &record : interfaces_) {
+        const std::string &name = record->section.name;
+        const scripted_reply script = read_scripted_reply(name);
+        if (!describes_interface(script.mode))
+            continue;
+        const table entry(reply, nullptr);
+        add_text(reply, "interface", name);
+        if (script.mode == reply_mode::json)
+            blobmsg_add_json_from_string(reply, script.text.c_str());
+        else
+            add_status(reply, status_of(*record));
+    }
+}
+
+bool network_daemon::add_device(blob_buf *reply, const std::string &device) const
+{
+    const config_section *const section = find_device(config_, device);
+    const bool present = links_.present(device);
+    if (!section && !present)
+        return false;
+    add_device_status(reply, device, section, present);
+    return true;
+}
+
 // Replies with what the record says now: it may have changed, or gone, since a delayed request came.
 void network_daemon::add_usual_reply(blob_buf *reply, const std::string &interface)
 {
@@ -288,5 +408,15 @@ int network_daemon::handle_down(ubus_context *, ubus_object *object, ubus_reques
     record.wanted = false;
     record.daemon.go_down(record);
     record.daemon.reply_if_settled();
+    return UBUS_STATUS_OK;
+}
+
+// The lease is asked for again, and what the kernel may have lost of it comes back.
+int network_daemon::handle_renew(ubus_context *, ubus_object *object, ubus_request_data *, const char *,
+                                 blob_attr *)
+{
+    interface_record &record = *static_cast<interface_object *>(object)->record;
+    if (record.state == link_state::up)
+        record.daemon.links_.bring_up(record.section, record.settings);
     return UBUS_STATUS_OK;
 }

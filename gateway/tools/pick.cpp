@@ -11,14 +11,34 @@ struct json_release {
     void operator()(json_object *object) const { (void)json_object_put(object); }
 };
 
+json_object *member_of(json_object *object, const std::string &name)
+{
+    json_object *member = nullptr;
+    (void)json_object_object_get_ex(object, name.c_str(), &member);
+    return member;
+}
+
+// The member of that name; "key=value" is the first element of an array in which the member `key` has that
+// value.
+json_object *step(json_object *object, const std::string &name)
+{
+    const size_t equals = name.find('=');
+    if (equals == std::string::npos || !json_object_is_type(object, json_type_array))
+        return member_of(object, name);
+    for (size_t i = 0; i < json_object_array_length(object); i++) {
+        json_object *const element = json_object_array_get_idx(object, i);
+        json_object *const value = member_of(element, name.substr(0, equals));
+        if (value && name.substr(equals + 1) == json_object_get_string(value))
+            return element;
+    }
+    return nullptr;
+}
+
 json_object *follow(json_object *object, const std::string &path)
 {
     std::istringstream names(path);
-    for (std::string name; object && std::getline(names, name, '.');) {
-        json_object *member = nullptr;
-        (void)json_object_object_get_ex(object, name.c_str(), &member);
-        object = member;
-    }
+    for (std::string name; object && std::getline(names, name, '.');)
+        object = step(object, name);
     return object;
 }
 
@@ -28,10 +48,9 @@ std::string line_of(json_object *element, const std::vector<std::string> &keys)
         return json_object_get_string(element);
     std::string line;
     for (const std::string &key : keys) {
-        json_object *member = nullptr;
-        const bool present = json_object_object_get_ex(element, key.c_str(), &member) && member;
+        json_object *const member = member_of(element, key);
         line += line.empty() ? "" : " ";
-        line += present ? json_object_get_string(member) : "-";
+        line += member ? json_object_get_string(member) : "-";
     }
     return line;
 }

@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-// The value at `path` (member names joined by points) of the JSON text, as lines: one for each element of an
+// The value at `path` of the JSON text, as lines. The path is member names joined by points; behind an array,
+// "key=value" is its first element whose member `key` has that value. Lines: one for each element of an
 // array, else one. With keys, a line has those members of the element, joined by blanks, "-" for one that is
 // missing; without, it has the element itself. Empty when the text is no JSON or there is nothing at the
 // path.

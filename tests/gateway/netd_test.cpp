@@ -522,6 +522,78 @@ TEST_F(netd_test, down_and_up_act_on_one_interface)
                           "hotplug-call iface ACTION=ifup INTERFACE=wan_1 DEVICE=pon.100"}));
 }
 
+TEST_F(netd_test, the_dump_is_every_interface_s_status_behind_its_name)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.script_interface("wan_9", R"(json {"up":true,"x":1})");
+    start_settled();
+    gateway.script_interface("loopback", "absent");
+
+    const json_value interfaces = gateway.call_object("network.interface", "dump").at("interface");
+
+    ASSERT_EQ(interfaces.size(), 3U);
+    EXPECT_EQ(interfaces.at(0).at("interface"), "lan");
+    EXPECT_EQ(interfaces.at(1).text(), R"({"interface":"wan_1",)" + status("wan_1").text.substr(1));
+    EXPECT_EQ(interfaces.at(2).text(), R"({"interface":"wan_9","up":true,"x":1})");
+}
+
+TEST_F(netd_test, a_vlan_device_has_its_parent_its_identifier_and_its_priorities)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100, .prio = 5, .mtu = 1400}));
+    start_settled({.links = true});
+
+    EXPECT_EQ(
+        gateway.call_object("network.device", "status", R"({"name":"pon.100"})").text,
+        R"({"present":true,"type":"8021q","up":true,"parent":"pon","vid":100,"egress_qos_mapping":["0:5"],)"
+        R"("mtu":1400,"macaddr":"00:11:22:33:45:01"})");
+}
+
+TEST_F(netd_test, devices_are_reported_as_far_as_they_are_known)
+{
+    start_settled({.links = true});
+
+    const auto status_of = [this](const std::string &name) {
+        return gateway.call_object("network.device", "status", "{\"name\":\"" + name + "\"}");
+    };
+    EXPECT_EQ(status_of("pon").at("type"), "Network device");
+    EXPECT_EQ(status_of("br-lan").at("type"), "bridge");
+    EXPECT_EQ(status_of("br-lan").at("bridge-members").at(0), "eth0.1");
+    EXPECT_EQ(status_of("nosuch0").status, 4);
+    EXPECT_EQ(gateway.call_object("network.device", "status").status, 2);
+}
+
+TEST_F(netd_test, renewing_brings_back_what_the_kernel_has_lost)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start_settled({.links = true});
+    const text_lines routes = gateway.ip_routes("main");
+    ASSERT_EQ(run_program({"/usr/sbin/ip", "addr", "flush", "dev", "pon.100"}).status, 0);
+    ASSERT_NE(gateway.ip_routes("main"), routes);
+
+    EXPECT_EQ(gateway.call_object("network.interface.wan_1", "renew").status, 0);
+
+    EXPECT_EQ(gateway.ip_routes("main"), routes);
+}
+
+TEST_F(netd_test, an_interface_can_be_added_without_being_configured)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start_settled();
+
+    const char request[] =
+        R"({"name":"wan_1_x","proto":"dhcpv6","device":"@wan_1","peerdns":false,"metric":7})";
+    EXPECT_EQ(gateway.call_object("network", "add_dynamic", request).status, 0);
+    gateway.settle_netd();
+
+    EXPECT_EQ(status("wan_1_x").at("up"), true);
+    EXPECT_EQ(status("wan_1_x").at("dynamic"), true);
+    EXPECT_EQ(status("wan_1_x").at("device"), "pon.100");
+    EXPECT_EQ(status("wan_1_x").at("metric"), 7);
+    EXPECT_EQ(status("wan_1_x").at("dns-server").text(), "[]");
+    EXPECT_EQ(gateway.call_object("network", "add_dynamic", R"({"name":"x","device":"@nosuch"})").status, 4);
+    EXPECT_EQ(gateway.call_object("network", "add_dynamic", R"({"proto":"dhcp"})").status, 2);
+}
+
 TEST_F(netd_test, without_hotplug_no_script_is_started)
 {
     gateway.store_wan(routed_dhcp(1));

@@ -85,56 +85,78 @@ TEST(init_scripts, network_reload_tells_the_network_daemon)
               result.output);
 }
 
+// Members of an interface in the network daemon's dump.
 constexpr char up_status[] =
-    R"({"up":true,"l3_device":"pon.100","ipv4-address":[{"address":"198.51.100.23","mask":24},{"address":"198.51.100.24","mask":25}],)"
+    R"("up":true,"l3_device":"pon.100","ipv4-address":[{"address":"198.51.100.23","mask":24},{"address":"198.51.100.24","mask":25}],)"
     R"("route":[{"target":"10.0.0.0","mask":8,"nexthop":"198.51.100.2"},{"target":"0.0.0.0","mask":0,"nexthop":"198.51.100.1"}],)"
-    R"("dns-server":["192.0.2.1","2001:db8::1"],"inactive":{"route":[],"dns-server":["192.0.2.2"]}})";
+    R"("dns-server":["192.0.2.1","2001:db8::1"],"inactive":{"route":[],"dns-server":["192.0.2.2"]})";
 
 constexpr char no_default_route_status[] =
-    R"({"up":true,"route":[],"dns-server":[],"inactive":{"route":[{"target":"0.0.0.0","mask":0,"nexthop":"198.51.100.1"}],)"
-    R"("dns-server":["192.0.2.2"]}})";
+    R"("up":true,"route":[],"dns-server":[],"inactive":{"route":[{"target":"0.0.0.0","mask":0,"nexthop":"198.51.100.1"}],)"
+    R"("dns-server":["192.0.2.2"]})";
 
-constexpr char down_status[] = R"({"up":false,"data":{}})";
+constexpr char down_status[] = R"("up":false,"data":{})";
 
-TEST(network_functions, answers_come_from_the_interface_s_status)
+// All interfaces, of which wan_1 has this status.
+std::string dump(const std::string &status)
+{
+    return R"({"interface":[{"interface":"lan","up":true,"l3_device":"br-lan","ipv4-address":[{"address":"192.168.1.1",)"
+           R"("mask":24}]},{"interface":"wan_1",)" +
+           status + "}]}";
+}
+
+TEST(network_functions, answers_come_from_the_interface_s_part_of_the_dump)
 {
     struct {
-        const char *status;
+        std::string dump;
         const char *call;
         const char *output; // exit status and value, "-" when unset
     } const cases[] = {
-        {up_status, "network_get_ipaddr VALUE wan_1", "0 198.51.100.23"},
-        {up_status, "network_get_subnet VALUE wan_1", "0 198.51.100.23/24"},
-        {up_status, "network_get_gateway VALUE wan_1", "0 198.51.100.1"},
-        {up_status, "network_get_device VALUE wan_1", "0 pon.100"},
-        {up_status, "network_get_dnsserver VALUE wan_1", "0 192.0.2.1 2001:db8::1"},
-        {up_status, "network_get_dnsserver VALUE wan_1 1", "0 192.0.2.1 2001:db8::1 192.0.2.2"},
-        {no_default_route_status, "network_get_gateway VALUE wan_1", "1 -"},
-        {no_default_route_status, "network_get_gateway VALUE wan_1 1", "0 198.51.100.1"},
-        {no_default_route_status, "network_get_dnsserver VALUE wan_1", "1 -"},
-        {down_status, "network_get_ipaddr VALUE wan_1", "1 -"},
-        {down_status, "network_get_subnet VALUE wan_1", "1 -"},
-        {down_status, "network_get_gateway VALUE wan_1 1", "1 -"},
-        {down_status, "network_get_device VALUE wan_1", "1 -"},
+        {dump(up_status), "network_get_ipaddr VALUE wan_1", "0 198.51.100.23"},
+        {dump(up_status), "network_get_subnet VALUE wan_1", "0 198.51.100.23/24"},
+        {dump(up_status), "network_get_gateway VALUE wan_1", "0 198.51.100.1"},
+        {dump(up_status), "network_get_device VALUE wan_1", "0 pon.100"},
+        {dump(up_status), "network_get_dnsserver VALUE wan_1", "0 192.0.2.1 2001:db8::1"},
+        {dump(up_status), "network_get_dnsserver VALUE wan_1 1", "0 192.0.2.1 2001:db8::1 192.0.2.2"},
+        {dump(no_default_route_status), "network_get_gateway VALUE wan_1", "1 -"},
+        {dump(no_default_route_status), "network_get_gateway VALUE wan_1 1", "0 198.51.100.1"},
+        {dump(no_default_route_status), "network_get_dnsserver VALUE wan_1", "1 -"},
+        {dump(down_status), "network_get_ipaddr VALUE wan_1", "1 -"},
+        {dump(down_status), "network_get_subnet VALUE wan_1", "1 -"},
+        {dump(down_status), "network_get_gateway VALUE wan_1 1", "1 -"},
+        {dump(down_status), "network_get_device VALUE wan_1", "1 -"},
+        {dump(up_status), "network_get_ipaddr VALUE lan", "0 192.168.1.1"},
+        {dump(up_status), "network_get_ipaddr VALUE wan_2", "1 -"},
         {"", "network_get_ipaddr VALUE wan_1", "1 -"},
         {"no json", "network_get_device VALUE wan_1", "1 -"},
     };
     for (const auto &example : cases) {
-        SCOPED_TRACE(std::string(example.call) + " of " + example.status);
+        SCOPED_TRACE(std::string(example.call) + " of " + example.dump);
         const inside_result result =
-            run_in_gateway(with_ubus_printing(example.status) + ". /lib/functions/network.sh; VALUE=old; " +
+            run_in_gateway(with_ubus_printing(example.dump) + ". /lib/functions/network.sh; VALUE=old; " +
                            example.call + "; echo $? ${VALUE--}");
         EXPECT_EQ(std::string(example.output) + "\n", result.output);
     }
 }
 
-TEST(network_functions, the_interface_s_own_object_is_asked)
+TEST(network_functions, the_network_daemon_is_asked_once_about_all_interfaces)
 {
-    EXPECT_EQ("-S call network.interface.wan_1 status\n",
-              run_in_gateway(with_ubus_printing(up_status) +
-                             ". /lib/functions/network.sh; network_get_device VALUE wan_1;"
-                             "cat /tmp/ubus_calls")
+    EXPECT_EQ("pon.100 192.168.1.1\n-S call network.interface dump\n",
+              run_in_gateway(with_ubus_printing(dump(up_status)) +
+                             ". /lib/functions/network.sh; network_get_device DEVICE wan_1;"
+                             "network_get_ipaddr LAN lan; echo $DEVICE $LAN; cat /tmp/ubus_calls")
                   .output);
+}
+
+TEST(network_functions, what_was_learnt_can_be_forgotten)
+{
+    EXPECT_EQ("- pon.100\n", run_in_gateway(with_ubus_printing(dump(down_status)) +
+                                            ". /lib/functions/network.sh; network_get_device OLD wan_1;"
+                                            "printf '%s' '" +
+                                            dump(up_status) +
+                                            "' > /tmp/reply; network_flush_cache;"
+                                            "network_get_device NEW wan_1; echo ${OLD--} $NEW")
+                                 .output);
 }
 
 } // namespace

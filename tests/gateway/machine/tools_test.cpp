@@ -65,7 +65,7 @@ TEST(pick, values_become_lines)
 {
     const char json[] =
         R"({"l3_device":"pon.100","ipv4-address":[{"address":"198.51.100.23","mask":24},{"mask":32}],
-        "dns-server":["192.0.2.1","192.0.2.2"],"inactive":{"route":[]},"empty":null})";
+        "dns-server":["192.0.2.1","192.0.2.2"],"list":[{"name":"a","n":1},{"n":2},{"name":"b","n":3}],"inactive":{"route":[]},"empty":null})";
     struct {
         const char *path;
         std::vector<std::string> keys;
@@ -77,6 +77,10 @@ TEST(pick, values_become_lines)
         {"inactive.route", {"target"}, ""},
         {"inactive.dns-server", {}, ""},
         {"empty", {}, ""},
+        {"list.name=b.n", {}, "3\n"},
+        {"list.n=2.n", {}, "2\n"},
+        {"list.name=c.n", {}, ""},
+        {"list.n", {}, ""},
         {"l3_device.deeper", {}, ""},
     };
     for (const auto &example : cases) {
