@@ -12,6 +12,7 @@
 #include "service/settings.h"
 #include "store/id_list.h"
 #include "store/mac.h"
+#include "store/new_id.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
 #include "wan/stored_options.h"
@@ -354,17 +355,30 @@ void write_bridged(creation &wan)
         wan_write_bridge_rule(&wan.rule);
 }
 
+// Puts a new WAN on the list. Returns 0, or what refuses it.
+int list_new(const wan_config *config, uint8_t &id_out)
+{
+    const int conflict = wan_check_conflicts(config, nullptr);
+    if (wan_conflict_refuses(conflict, "add", config))
+        return conflict;
+    const config_hold hold;
+    id_out = wan_id_choose();
+    if (id_out == 0)
+        return no_identifier_left;
+    wan_id_take(id_out);
+    return 0;
+}
+
 } // namespace
 
 int wan_write(const wan_config *config, uint8_t fixed_id)
 {
-    if (fixed_id == 0) {
-        const int conflict = wan_check_conflicts(config, nullptr);
-        if (wan_conflict_refuses(conflict, "add", config))
-            return conflict;
-    }
+    uint8_t id = fixed_id;
+    if (fixed_id != 0)
+        (void)wan_id_alloc(fixed_id);
+    else if (const int refusal = list_new(config, id))
+        return refusal;
 
-    const uint8_t id = static_cast<uint8_t>(wan_id_alloc(fixed_id));
     creation wan = {config, service_of(config->service), wan_names(id), {id, {}, *config}, {}, {}, {}, 0, 0};
     wan_device_name(*config, wan.device);
     wan_link_name(id, *config, wan.rule.lkname);

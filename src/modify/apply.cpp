@@ -6,6 +6,7 @@
 #include "create/create.h"
 #include "remove/delete_wan.h"
 #include "service/reload.h"
+#include "store/new_id.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
 
@@ -22,6 +23,7 @@ int check_conflicts(const wan_config *config)
 int rewrite(const wan_config *config)
 {
     const stop_hold hold; // in between the WAN is nowhere
+    const wan_id_hold kept(config->wanId);
     const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
     return deleted != 0 ? deleted : wan_write(config, config->wanId);
 }

@@ -5,6 +5,7 @@
 #include "service/settings.h"
 #include "store/id_list.h"
 #include "store/mac.h"
+#include "store/new_id.h"
 #include "wan/wan_names.h"
 #include "wan/stored_options.h"
 
@@ -33,14 +34,14 @@ int write_options(const char *section)
     return error;
 }
 
-int write_identity(const char *section)
+int write_identity(const char *section, uint8_t id)
 {
-    const uint32_t id = wan_id_alloc(0);
+    wan_id_take(id);
     char link_name[16];
     management_link_name(id, link_name);
     int error = config_set("network", section, STORED(wanName).name, link_name);
     char mac[18] = {};
-    if (wan_derive_mac(static_cast<uint8_t>(id), mac) == 0)
+    if (wan_derive_mac(id, mac) == 0)
         error |= config_set("network", section, STORED(mac).name, mac);
     return error;
 }
@@ -49,12 +50,15 @@ int add_management_device()
 {
     // A worker that deletes a section meanwhile would give the new one another name.
     const config_hold hold;
+    const uint8_t id = wan_id_choose();
+    if (id == 0)
+        return -1;
     char section[32] = {};
     if (config_add_section("network", "device", section) != 0)
         return -1;
     const int error = write_options(section);
     wan_port_binding_reset(section);
-    return error != 0 ? error : write_identity(section);
+    return error != 0 ? error : write_identity(section, id);
 }
 
 } // namespace

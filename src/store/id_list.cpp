@@ -58,6 +58,19 @@ bool fills_gaps(uint32_t *use_out)
 
 } // namespace
 
+uint32_t wan_id_next()
+{
+    const uint32_t first = wan_min_free_id();
+    uint32_t use = 0;
+    return fills_gaps(&use) && first != no_free_id ? first : maxWanId + 1;
+}
+
+void wan_id_cover(uint32_t id)
+{
+    if (maxWanId < id)
+        set_highest_id(id);
+}
+
 uint32_t wan_id_alloc(uint32_t requested)
 {
     const uint32_t fixed = requested & 0xff;

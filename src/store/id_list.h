@@ -15,11 +15,18 @@ uint32_t wan_min_free_id();
 // first gap of the list from there on (so two WANs may share one), and its own again without a list.
 uint32_t wan_own_or_free_id(uint8_t wan_id, uint8_t highest_own);
 
+// The identifier that wan_id_alloc(0) would give now. Writes nothing.
+uint32_t wan_id_next();
+
+// Raises maxWanId to an identifier, in the configuration and in memory, when it is below: a WAN beyond it
+// cannot be read. Same locking as wan_id_alloc().
+void wan_id_cover(uint32_t id);
+
 // Picks an identifier and appends it to the list. `requested` counts with its low 8 bits: 0 asks for a new
 // identifier (the first gap when `use_min_wan_id` is set, else the highest one so far plus one), any other
 // value puts that identifier on the list again. Returns the identifier. Lists and maxWanId change in the
-// configuration and in memory; duplicates are not looked for. Call with the handler mutex held, or before the
-// bus is connected.
+// configuration and in memory; duplicates are not looked for: new WANs ask store/new_id first. Call with the
+// handler mutex held, or before the bus is connected.
 uint32_t wan_id_alloc(uint32_t requested);
 
 // Commits an empty handle of the section's `port_binding`, which the library refuses: the configuration stays

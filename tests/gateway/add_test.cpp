@@ -234,6 +234,41 @@ TEST_F(add_test, all_reports_every_wan_as_get_does)
     }
 }
 
+TEST_F(add_test, after_255_creations_new_wans_fill_the_gaps_and_live_ones_stay)
+{
+    const bus_reply added = result_reply(0, 0, "korvel modify OK.");
+    gateway.uci_set("network.korvel.maxWanId", "253");
+    gateway.restart_korvel();
+    for (uint16_t vid = 100; vid < 105; vid++)
+        ASSERT_EQ(added, gateway.call("add", add_request(routed_dhcp(1, {.vid = vid}))));
+
+    EXPECT_EQ("254 255 1 2 3", gateway.uci_get("network.korvel.wanList"));
+    EXPECT_EQ("255", gateway.uci_get("network.korvel.maxWanId"));
+    for (const auto &[id, vid] : {std::pair(254, 100), {255, 101}, {1, 102}, {2, 103}, {3, 104}})
+        EXPECT_EQ(vid, gateway.call("get", "{\"wanId\":" + std::to_string(id) + "}").at("vid")) << id;
+    EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":2})"));
+    EXPECT_EQ(added, gateway.call("add", add_request(routed_dhcp(1, {.vid = 200}))));
+    EXPECT_EQ("254 255 1 3 2", gateway.uci_get("network.korvel.wanList"));
+}
+
+TEST_F(add_test, with_every_identifier_in_use_a_wan_and_the_management_device_are_refused)
+{
+    for (unsigned id = 1; id <= 255; id++)
+        gateway.uci_add_list("network.korvel.wanList", std::to_string(id));
+    gateway.uci_set("network.korvel.maxWanId", "255");
+    gateway.restart_korvel();
+    gateway.clear_log();
+    const std::string before = gateway.config("network");
+
+    EXPECT_EQ(result_reply(0, -1, "korvel modify ERR!"),
+              gateway.call("add", add_request(routed_dhcp(1, {.vid = 100}))));
+    EXPECT_EQ(result_reply(2, -1, "korvel add WAN device ERR!"), gateway.call("addDev"));
+
+    EXPECT_EQ(before, gateway.config("network"));
+    EXPECT_EQ((text_lines{"No WAN identifier is left", "No WAN identifier is left"}),
+              gateway.log_texts(LOG_ERR));
+}
+
 TEST_F(add_test, a_binding_cannot_forge_a_log_message)
 {
     ASSERT_EQ(result_reply(0, 0, "korvel modify OK."),

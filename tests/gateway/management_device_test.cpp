@@ -147,6 +147,42 @@ TEST_F(management_device_test, gaps_of_the_list_are_filled_when_that_is_set)
     EXPECT_EQ("2_OTHER_B_TMP", option(2, "lkname"));
 }
 
+TEST_F(management_device_test, an_identifier_that_a_wan_has_is_passed_over)
+{
+    gateway.store_wan(routed_dhcp(2));
+    gateway.uci_set("network.korvel.maxWanId", "255");
+    gateway.start_korvel();
+
+    EXPECT_EQ(added, gateway.call("addDev"));
+    EXPECT_EQ(added, gateway.call("addDev"));
+
+    EXPECT_EQ((text_lines{"2", "1", "3"}), gateway.uci_list("network.korvel.wanList"));
+    EXPECT_EQ("255", gateway.uci_get("network.korvel.maxWanId"));
+    EXPECT_EQ("1_OTHER_B_TMP", option(1, "lkname"));
+    EXPECT_EQ("3_OTHER_B_TMP", option(3, "lkname"));
+}
+
+// Between the deletion and the writing of a WAN that is modified its identifier stands nowhere.
+TEST_F(management_device_test, the_identifier_of_a_wan_that_is_being_modified_is_passed_over)
+{
+    for (const uint8_t id : {uint8_t{1}, uint8_t{2}})
+        gateway.store_wan(routed_dhcp(id, {.vid = id, .ip_protocol = 3}));
+    gateway.uci_set("network.korvel.use_min_wan_id", "1");
+    gateway.start_korvel();
+    held_service network(gateway, "network");
+    ASSERT_EQ(0, gateway.call("modify", modify_request(routed_dhcp(1, {.vid = 100}), 1)).at("status"));
+    ASSERT_TRUE(network.entered());
+    ASSERT_EQ(text_lines{"2"}, gateway.uci_list("network.korvel.wanList"));
+
+    EXPECT_EQ(added, gateway.call("addDev"));
+
+    network.let_go();
+    ASSERT_TRUE(updates_reach(1, 1));
+    EXPECT_EQ((text_lines{"2", "3", "1"}), gateway.uci_list("network.korvel.wanList"));
+    EXPECT_EQ("1_INTERNET_R_VID_100", option(1, "lkname"));
+    EXPECT_EQ("3_OTHER_B_TMP", option(3, "lkname"));
+}
+
 TEST_F(management_device_test, without_an_address_to_derive_from_there_is_none_and_that_is_no_failure)
 {
     gateway.start_korvel();

@@ -237,6 +237,20 @@ TEST_F(modify_test, a_conflict_is_answered_with_its_code_and_leaves_everything_a
     EXPECT_EQ(text_lines{}, gateway.commands());
 }
 
+TEST_F(modify_test, a_wan_under_a_reserved_identifier_goes_on_working)
+{
+    gateway.store_wan(routed_dhcp(154, {.vid = 1}));
+    gateway.restart_korvel();
+
+    EXPECT_EQ(1, gateway.call("get", R"({"wanId":154})").at("vid"));
+    EXPECT_EQ(result_reply(0, 0, "korvel modify OK."),
+              gateway.call("modify", modify_request(routed_dhcp(154, {.vid = 2}))));
+    EXPECT_EQ("154", gateway.uci_get("network.korvel.wanList"));
+    EXPECT_EQ(2, gateway.call("get", R"({"wanId":154})").at("vid"));
+    EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":154})"));
+    EXPECT_FALSE(gateway.uci_get("network.wan_154"));
+}
+
 TEST_F(modify_test, a_wan_that_does_not_exist_is_answered_ok_and_not_made)
 {
     start_with({routed_dhcp(1, {.vid = 100})});

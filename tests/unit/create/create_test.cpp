@@ -778,18 +778,52 @@ TEST_F(create_test, a_new_wan_gets_the_next_identifier)
     EXPECT_NE(interface("wan_2"), "");
 }
 
-TEST_F(create_test, identifiers_are_kept_in_8_bits)
+TEST_F(create_test, behind_255_identifiers_a_new_wan_gets_the_lowest_free_one_and_can_be_read)
 {
-    gateway.uci_set("network.korvel.maxWanId", "258");
+    gateway.store_wan(routed_dhcp(1, {.vid = 1}));
+    gateway.uci_set("network.korvel.maxWanId", "255");
     load_settings();
     const wan_config wan = routed_dhcp(0, {.vid = 100});
 
     EXPECT_EQ(wan_create(&wan, 0), 0);
 
-    EXPECT_EQ(gateway.uci_get("network.korvel.wanList"), "259");
-    EXPECT_EQ(gateway.uci_get("network.@device[1].lkname"), "3_INTERNET_R_VID_100");
-    EXPECT_NE(interface("wan_3"), "");
-    EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_3"));
+    EXPECT_EQ(gateway.uci_get("network.korvel.wanList"), "1 2");
+    EXPECT_EQ(gateway.uci_get("network.korvel.maxWanId"), "255");
+    EXPECT_EQ(gateway.device_option(2, "lkname"), "2_INTERNET_R_VID_100");
+    EXPECT_NE(interface("wan_2"), "");
+    EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_2"));
+    EXPECT_EQ(gateway.log_texts(LOG_WARNING),
+              text_lines{"WAN identifier 256 cannot be used, 2 is taken instead"});
+}
+
+TEST_F(create_test, with_every_identifier_in_use_a_new_wan_is_refused_before_anything_is_written)
+{
+    for (unsigned id = 1; id <= 255; id++)
+        gateway.uci_add_list("network.korvel.wanList", std::to_string(id));
+    const std::string network = gateway.config("network");
+    const std::string firewall = gateway.config("firewall");
+    const wan_config wan = routed_dhcp(0, {.vid = 100});
+
+    EXPECT_EQ(wan_create(&wan, 0), no_identifier_left);
+
+    EXPECT_EQ(gateway.config("network"), network);
+    EXPECT_EQ(gateway.config("firewall"), firewall);
+    EXPECT_EQ(gateway.commands(), text_lines{});
+    EXPECT_EQ(gateway.list_directory("/etc/hotplug.d/iface"), text_lines{});
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"No WAN identifier is left"});
+}
+
+TEST_F(create_test, a_wan_under_a_reserved_identifier_can_be_written_again)
+{
+    for (const uint8_t id : std::initializer_list<uint8_t>{153, 154, 155, 255}) {
+        const wan_config wan = routed_dhcp(id, {.vid = id});
+
+        EXPECT_EQ(wan_create(&wan, id), 0);
+
+        EXPECT_EQ(gateway.device_option(id, "name"), "pon." + std::to_string(id));
+    }
+    EXPECT_EQ(gateway.uci_get("network.korvel.wanList"), "153 154 155 255");
+    EXPECT_TRUE(gateway.log().empty());
 }
 
 TEST_F(create_test, text_fields_that_are_full_are_written_whole)

@@ -1,0 +1,115 @@
+#include "store/new_id.h"
+
+#include "base/config.h"
+#include "base/log.h"
+#include "store/id_list.h"
+#include "wan/stored_options.h"
+#include "wan/wan_names.h"
+
+#include <atomic>
+
+namespace {
+
+constexpr uint32_t greatest_id = 255;
+
+// Their routing tables (rules/route_rule adds 100) would be the kernel's own `default`, `main` and `local`.
+constexpr uint32_t first_reserved_id = 153;
+constexpr uint32_t last_reserved_id = 155;
+
+// The identifier of a WAN that is being written again; 0: none.
+constinit std::atomic<uint8_t> held_id = 0;
+
+bool is_allowed(uint32_t id)
+{
+    return id >= 1 && id <= greatest_id && (id < first_reserved_id || id > last_reserved_id);
+}
+
+bool is_listed(const uci_loaded &network, uint32_t id)
+{
+    uci_list *const entries = network.list(network.section("korvel"), "wanList");
+    if (!entries)
+        return false;
+    uci_element *entry = nullptr;
+    uci_foreach_element(entries, entry)
+    {
+        if (static_cast<uint8_t>(text_number(entry->name)) == id)
+            return true;
+    }
+    return false;
+}
+
+bool has_device(const uci_loaded &network, uint32_t id)
+{
+    const wan_names::prefix prefix = wan_names::device_prefix(id);
+    uci_element *element = nullptr;
+    uci_foreach_element(network.sections(), element)
+    {
+        uci_section *const section = uci_to_section(element);
+        const char *const link_name = network.plain(section, STORED(wanName).name);
+        if (strcmp(section->type, "device") == 0 && link_name &&
+            strncmp(link_name, prefix.text, strlen(prefix.text)) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool has_interface(const uci_loaded &network, uint32_t id)
+{
+    const wan_names names(id);
+    for (const char *const name : {names.interface, names.interface_v6, names.dslite})
+        if (network.section(name))
+            return true;
+    return false;
+}
+
+bool is_usable(const uci_loaded &network, uint32_t id)
+{
+    return is_allowed(id) && id != held_id && !is_listed(network, id) && !has_device(network, id) &&
+           !has_interface(network, id);
+}
+
+uint32_t choose()
+{
+    const uint32_t next = wan_id_next();
+    const uci_loaded network("network");
+    if (!network) // nothing will be written either
+        return is_allowed(next) ? next : 0;
+    if (is_usable(network, next))
+        return next;
+    for (uint32_t id = 1; id <= greatest_id; id++)
+        if (is_usable(network, id))
+            return id;
+    return 0;
+}
+
+} // namespace
+
+uint8_t wan_id_choose()
+{
+    const uint32_t id = choose();
+    if (id == 0)
+        log_error("No WAN identifier is left");
+    return static_cast<uint8_t>(id);
+}
+
+void wan_id_take(uint8_t id)
+{
+    const uint32_t next = wan_id_next();
+    if (id == next) {
+        (void)wan_id_alloc(0);
+        return;
+    }
+    log_warning("WAN identifier %u cannot be used, %u is taken instead", next, id);
+    wan_id_cover(id);
+    (void)wan_id_alloc(id);
+}
+
+wan_id_hold::wan_id_hold(uint8_t id)
+{
+    held_id = id;
+}
+
+wan_id_hold::~wan_id_hold()
+{
+    held_id = 0;
+}
