@@ -144,26 +144,10 @@ void make_directory(const char *path)
         log_error("Failed to make directory: %s", path);
 }
 
-namespace {
-
-// O_NONBLOCK: a pipe left under the name must not hold up the daemon's start.
-constexpr int input_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
-
-} // namespace
-
-FILE *open_input(const char *path)
-{
-    const int file = open(path, input_flags);
-    FILE *const stream = file < 0 ? nullptr : fdopen(file, "r");
-    if (!stream && file >= 0)
-        (void)close(file);
-    return stream;
-}
-
 long read_file(const char *path, text_ref content)
 {
     content.clear();
-    const int file = open(path, input_flags);
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0)
         return -1;
     size_t length = 0;

@@ -22,10 +22,8 @@ bool remove_file(const char *path);
 // Makes a directory unless something of that name is there; a failure is logged.
 void make_directory(const char *path);
 
-// Opens a file for reading; a pipe under its name is not waited for. Null when that fails; the caller closes.
-FILE *open_input(const char *path);
-
-// Reads at most content.size - 1 bytes of a file and terminates them; a file whose reading fails ends there.
+// Reads at most content.size - 1 bytes of a file and terminates them; a file whose reading fails ends there,
+// and a pipe is not waited for.
 // Returns the number of bytes, or -1 when the file cannot be opened.
 long read_file(const char *path, text_ref content);
 

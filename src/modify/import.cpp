@@ -2,11 +2,11 @@
 
 #include "base/log.h"
 #include "base/os.h"
+#include "base/own_file.h"
 #include "create/create.h"
 #include "remove/delete_all.h"
 #include "service/policies.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <iterator>
 
@@ -27,11 +27,20 @@ void remove_input(const char *path)
         log_error("Failed to delete custom korvel config file: %s", path);
 }
 
+// Opens a file of the import. Null when there is none, or when it is not the daemon's own, which is logged.
+FILE *open_import(const char *path)
+{
+    FILE *stream = nullptr;
+    if (open_own_file(path, &stream) == own_file::foreign)
+        log_error("Left custom korvel config file alone, it is not the daemon's own: %s", path);
+    return stream;
+}
+
 // Takes the paths of the list, one a line; a line too long for a path is read as several. Returns how many,
 // or -1 when there is no list.
 int read_list(definition_path (&paths_out)[most_definitions])
 {
-    FILE *const list = open_input(list_path);
+    FILE *const list = open_import(list_path);
     if (!list)
         return -1;
     int count = 0;
@@ -95,15 +104,15 @@ bool is_usable(const char *text)
     return false;
 }
 
-// Reads the start of a definition and terminates it. A directory can be opened, but there is nothing to
-// read. False when there is no such file, or it stays unread, which is logged.
+// Reads the start of a definition and terminates it. False when there is no such file, or it stays unread,
+// which is logged.
 bool read_definition(const char *path, char (&text_out)[definition_size + 1])
 {
-    FILE *const file = open_input(path);
+    FILE *const file = open_import(path);
     if (!file)
         return false;
     text_out[fread(text_out, 1, definition_size, file)] = '\0';
-    const bool failed = ferror(file) && errno != EISDIR;
+    const bool failed = ferror(file);
     (void)fclose(file);
     if (failed)
         log_error("Failed to read file: %s", path);

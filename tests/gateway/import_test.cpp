@@ -8,6 +8,8 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <sys/mount.h>
+#include <unistd.h>
 
 namespace {
 
@@ -15,6 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr char list_path[] = "/tmp/wan_list";
 constexpr char directory[] = "/tmp/definitions";
+constexpr char not_own[] = "Left custom korvel config file alone, it is not the daemon's own: ";
 constexpr char incomplete[] = "Failed to parse custom korvel config file: missing required parameters";
 // A WAN that claims nothing which others may have.
 constexpr char modest[] = "wanMode=1\nipProtocol=1\nservice=2\n";
@@ -172,11 +175,8 @@ std::vector<useless_file> useless_files()
          },
          {incomplete},
          false},
-        {"directory",
-         [](path_text path) { fs::create_directories(path + "/precious"); },
-         {"Failed to delete custom korvel config file: "},
-         true},
-        {"empty directory", [](path_text path) { fs::create_directory(path); }, {}, false},
+        {"directory", [](path_text path) { fs::create_directories(path + "/precious"); }, {not_own}, true},
+        {"empty directory", [](path_text path) { fs::create_directory(path); }, {not_own}, true},
         {"link to a useless file",
          [inside](path_text path) {
              write_text(inside, "wanMode=1\n");
@@ -186,9 +186,22 @@ std::vector<useless_file> useless_files()
          false},
         {"link to nothing", [](path_text path) { fs::create_symlink("nowhere", path); }, {}, true},
         {"link to itself", [](path_text path) { fs::create_symlink(path, path); }, {}, true},
-        {"link to a directory", [](path_text path) { fs::create_symlink("/etc/config", path); }, {}, false},
+        {"link to a directory",
+         [](path_text path) { fs::create_symlink("/tmp/definitions", path); },
+         {not_own},
+         true},
+        {"writable by all",
+         [](path_text path) {
+             write_text(path, modest);
+             fs::permissions(path, fs::perms(0666));
+         },
+         {not_own},
+         true},
         {"unreadable",
-         [](path_text path) { fs::create_symlink("/proc/self/mem", path); },
+         [](path_text path) {
+             write_text(path, "");
+             EXPECT_EQ(0, mount("/proc/self/mem", path.c_str(), nullptr, MS_BIND, nullptr));
+         },
          {"Failed to read file: "},
          true},
     };
@@ -222,6 +235,7 @@ TEST_F(import_test, behind_a_useless_first_file_definitions_join_what_is_configu
         EXPECT_EQ(errors_of(file, first), gateway.log_texts(LOG_ERR));
         EXPECT_EQ(file.stays, fs::exists(fs::symlink_status(first)));
         EXPECT_FALSE(gateway.exists(second));
+        (void)umount2(first.c_str(), MNT_DETACH);
         // Without what was added everything is as it was.
         EXPECT_EQ(0, gateway.call("del", R"({"wanId":8})").at("status"));
         gateway.uci_set("network.korvel.maxWanId", "7");
@@ -265,6 +279,26 @@ TEST_F(import_test, a_definition_behind_a_link_replaces_the_wans_and_stays)
     EXPECT_EQ(text_lines{"1"}, ids());
     EXPECT_EQ("200", gateway.device_option(1, "vid"));
     EXPECT_EQ(text_lines{"target"}, gateway.list_directory(directory));
+}
+
+TEST_F(import_test, a_list_that_another_user_planted_replaces_and_deletes_nothing)
+{
+    set_up_present_wan();
+    const std::map<std::string, std::string> before = stored();
+    const std::string precious = definition("precious", modest);
+    gateway.chmod("/tmp", 01777);
+    gateway.write_file(list_path, precious + "\n");
+    constexpr uid_t stranger = 65534;
+    if (chown(list_path, stranger, stranger) != 0)
+        GTEST_SKIP() << "an ordinary user has no second one to give files to; run it as root";
+    gateway.clear_log();
+
+    gateway.start_korvel();
+
+    EXPECT_EQ(text_lines{not_own + std::string(list_path)}, gateway.log_texts(LOG_ERR));
+    EXPECT_TRUE(gateway.exists(list_path));
+    EXPECT_TRUE(gateway.exists(precious));
+    EXPECT_EQ(before, stored());
 }
 
 TEST_F(import_test, of_nine_files_the_ninth_is_left_alone)

@@ -159,6 +159,7 @@ gateway::gateway()
 {
     if (!fs::exists(journal_path))
         throw std::runtime_error("not inside a private root: there is no " + std::string(journal_path));
+    umask(022); // a router's
     for (const char *directory :
          {"/etc/config", "/etc/korvel", "/etc/hotplug.d/iface", "/tmp", scripts_path, fakes_path})
         empty_directory(directory);

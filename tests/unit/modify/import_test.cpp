@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -17,15 +18,16 @@ namespace {
 constexpr char list_path[] = "/tmp/wan_list";
 const std::string directory = "/tmp/definitions/";
 constexpr char incomplete[] = "Failed to parse custom korvel config file: missing required parameters";
+const std::string not_own = "Left custom korvel config file alone, it is not the daemon's own: ";
 // Enough for a WAN: routed, DHCP, IPv4, "INTERNET".
 constexpr char minimal[] = "wanMode=1\nipProtocol=1\nservice=1\n";
 
-// A file that cannot be removed: something is mounted on it.
+// A file that cannot be removed: something is mounted on it, by default itself.
 class pinned_file {
 public:
-    explicit pinned_file(std::string path) : path_(std::move(path))
+    explicit pinned_file(std::string path, const char *shown = nullptr) : path_(std::move(path))
     {
-        if (mount(path_.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr))
+        if (mount(shown ? shown : path_.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr))
             throw std::runtime_error("cannot mount on " + path_ + ": " + strerror(errno));
     }
     ~pinned_file() { umount2(path_.c_str(), MNT_DETACH); }
@@ -424,7 +426,7 @@ TEST_F(import_test, a_symbolic_link_is_read_through_and_only_itself_removed)
     EXPECT_EQ(text_lines{"target"}, gateway.list_directory(directory));
 }
 
-TEST_F(import_test, a_pipe_does_not_hold_up_the_start)
+TEST_F(import_test, a_pipe_is_left_and_does_not_hold_up_the_start)
 {
     const std::string after = definition("after", minimal);
     const std::string pipe = directory + "pipe";
@@ -433,44 +435,90 @@ TEST_F(import_test, a_pipe_does_not_hold_up_the_start)
     import({pipe, after});
 
     EXPECT_EQ(text_lines{"1"}, ids());
-    EXPECT_EQ(text_lines{}, gateway.list_directory(directory));
+    EXPECT_EQ(text_lines{"pipe"}, gateway.list_directory(directory));
+    EXPECT_EQ(text_lines{not_own + pipe}, gateway.log_texts(LOG_ERR));
 }
 
-TEST_F(import_test, a_directory_is_no_definition_and_keeps_what_is_in_it)
+TEST_F(import_test, a_directory_is_no_definition_and_stays)
 {
     gateway.store_wan(routed_dhcp(1));
     load_settings();
-    gateway.write_file(directory + "inner/precious", minimal);
+    std::filesystem::create_directories(directory + "inner");
 
     import({directory + "inner", definition("after", minimal)});
 
     EXPECT_EQ((text_lines{"1", "2"}), ids());
-    EXPECT_TRUE(gateway.exists(directory + "inner/precious"));
-    EXPECT_EQ(text_lines{"Failed to delete custom korvel config file: " + directory + "inner"},
-              gateway.log_texts(LOG_ERR));
+    EXPECT_TRUE(gateway.exists(directory + "inner"));
+    EXPECT_EQ(text_lines{not_own + directory + "inner"}, gateway.log_texts(LOG_ERR));
 }
 
 TEST_F(import_test, a_definition_whose_reading_fails_stays_and_is_logged)
 {
-    const std::string link = directory + "link";
+    const std::string unreadable = definition("unreadable", "");
     const std::string usable = definition("usable", minimal);
-    ASSERT_EQ(0, symlink("/proc/self/mem", link.c_str()));
+    const pinned_file pinned(unreadable, "/proc/self/mem");
 
-    import({link, usable});
+    import({unreadable, usable});
 
     EXPECT_EQ(text_lines{"1"}, ids());
-    EXPECT_EQ(text_lines{"link"}, gateway.list_directory(directory));
-    EXPECT_EQ(text_lines{"Failed to read file: " + link}, gateway.log_texts(LOG_ERR));
+    EXPECT_EQ(text_lines{"unreadable"}, gateway.list_directory(directory));
+    EXPECT_EQ(text_lines{"Failed to read file: " + unreadable}, gateway.log_texts(LOG_ERR));
 }
 
-TEST_F(import_test, a_pipe_in_place_of_the_list_does_not_hold_up_the_start)
+TEST_F(import_test, a_list_that_others_may_have_put_there_stays_and_changes_nothing)
 {
-    ASSERT_EQ(0, mkfifo(list_path, 0600));
+    gateway.store_wan(routed_dhcp(1));
+    load_settings();
+    const std::string a = definition("a", minimal);
+    const std::string before = gateway.config("network");
+    const struct {
+        const char *trace;
+        std::function<void()> plant;
+    } cases[] = {
+        {"writable by all", [&] { gateway.write_file(list_path, a + "\n", 0666); }},
+        {"writable by the group", [&] { gateway.write_file(list_path, a + "\n", 0664); }},
+        {"a second name of a file",
+         [&] {
+             gateway.write_file("/tmp/list", a + "\n");
+             std::filesystem::create_hard_link("/tmp/list", list_path);
+         }},
+        {"a link to one",
+         [&] {
+             gateway.write_file("/tmp/list", a + "\n", 0666);
+             std::filesystem::create_symlink("/tmp/list", list_path);
+         }},
+        {"a directory", [&] { std::filesystem::create_directory(list_path); }},
+        {"a pipe", [&] { ASSERT_EQ(0, mkfifo(list_path, 0600)); }},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.trace);
+        row.plant();
+        gateway.clear_log();
 
-    wan_import_custom();
+        wan_import_custom();
 
-    EXPECT_FALSE(gateway.exists(list_path));
-    EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_ERR));
+        EXPECT_EQ(before, gateway.config("network"));
+        EXPECT_TRUE(gateway.exists(list_path));
+        EXPECT_TRUE(gateway.exists(a));
+        EXPECT_EQ((std::vector<log_entry>{{LOG_ERR, gateway.log().at(0).ident, not_own + list_path}}),
+                  gateway.log());
+        gateway.remove(list_path);
+        gateway.remove("/tmp/list");
+    }
+}
+
+TEST_F(import_test, a_definition_that_others_may_have_put_there_stays_and_the_next_one_is_taken)
+{
+    gateway.store_wan(routed_dhcp(1));
+    load_settings();
+    const std::string planted = definition("planted", minimal);
+    gateway.chmod(planted, 0666);
+
+    import({planted, definition("after", minimal)});
+
+    EXPECT_EQ((text_lines{"1", "2"}), ids());
+    EXPECT_EQ(text_lines{"planted"}, gateway.list_directory(directory));
+    EXPECT_EQ(text_lines{not_own + planted}, gateway.log_texts(LOG_ERR));
 }
 
 TEST_F(import_test, a_list_that_cannot_be_removed_is_imported_all_the_same)
