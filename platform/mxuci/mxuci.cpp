@@ -3,7 +3,7 @@
 // empty file behind.
 #include "mxuci.h"
 
-#include "replace_file.h"
+#include "locked_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
+#include <replace_file.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -146,6 +147,13 @@ struct snapshot {
     bool delta_counts;
 };
 
+// Of a file that is there; should it vanish meanwhile, the new one is its writer's alone.
+bool replace_content(const char *path, const exported_text &content)
+{
+    file_replacement next(path);
+    return next && next.write(content.data(), content.size(), look_of(path, 0600)) && next.put_into_place();
+}
+
 // Writes a changed package, unless a file has changed since it was loaded: then the change must be made again
 // on what is there now.
 outcome store(const snapshot &before, const exported_text &content)
@@ -156,8 +164,7 @@ outcome store(const snapshot &before, const exported_text &content)
     const locked_file delta(before.paths.delta, O_RDWR);
     if (!same_state(file.state(), before.file) || !same_state(delta.state(), before.delta))
         return outcome::again;
-    if (!has_content(file, content.data(), content.size()) &&
-        !replace_content(before.paths.file, file, content.data(), content.size()))
+    if (!has_content(file, content.data(), content.size()) && !replace_content(before.paths.file, content))
         return outcome::failed;
     // Only now: had the write failed, the pending changes would still be there.
     if (delta && before.delta_counts && ftruncate(delta.descriptor(), 0) != 0)

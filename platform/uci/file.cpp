@@ -2,17 +2,16 @@
 #include "file.h"
 
 #include <cerrno>
-#include <climits>
 #include <string_view>
 
 #include <fcntl.h>
-#include <libgen.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <leftovers.h>
+#include <replace_file.h>
 #include <uci.h>
+#include <write_whole.h>
 
 namespace uci {
 namespace {
@@ -77,20 +76,6 @@ bool is_named_by(int fd, const char *path)
            opened.st_ino == named.st_ino;
 }
 
-bool write_whole(int fd, const char *data, size_t size)
-{
-    while (size > 0) {
-        const ssize_t written = write(fd, data, size);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
 // Room for at least one more byte and the NUL, the block doubling.
 bool make_room(text *block, size_t used, size_t *capacity)
 {
@@ -135,28 +120,6 @@ std::string_view missing_line_end(int fd, off_t size)
     if (last == '\\')
         return "\n\n"; // the first is joined to the line
     return last == '\n' ? "" : "\n";
-}
-
-bool sync_directory_of(char *path)
-{
-    const descriptor directory(open(dirname(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // Some file systems have nothing to sync for a directory and say so by EINVAL.
-    return directory && (fsync(directory.get()) == 0 || errno == EINVAL);
-}
-
-// The temporary file's name, as mkstemp takes it, for the file at an absolute path.
-text temporary_pattern(const char *path)
-{
-    const char *const name = strrchr(path, '/') + 1;
-    char *pattern = nullptr;
-    const int length =
-        asprintf(&pattern, "%.*s.%s%s", static_cast<int>(name - path), path, name, temporary_suffix);
-    return text(length < 0 ? nullptr : pattern);
-}
-
-bool fill(int fd, mode_t mode, const char *data, size_t size)
-{
-    return fchmod(fd, mode) == 0 && write_whole(fd, data, size) && fsync(fd) == 0;
 }
 
 } // namespace
@@ -235,25 +198,12 @@ int append_whole(int fd, size_t kept, const char *data, size_t size)
     return UCI_ERR_IO;
 }
 
-int replace_file(const char *path, mode_t mode, const char *data, size_t size)
+int replace_file(const char *path, const char *data, size_t size)
 {
-    const text target(realpath(path, nullptr));
-    if (!target)
-        return code_of_errno() == UCI_ERR_MEM ? UCI_ERR_MEM : UCI_ERR_IO;
-    const text temporary = temporary_pattern(target.get());
-    if (!temporary)
-        return UCI_ERR_MEM;
-    remove_leftovers(target.get());
-    descriptor file(mkostemp(temporary.get(), O_CLOEXEC));
-    if (!file)
-        return UCI_ERR_IO;
-    const bool filled = fill(file.get(), mode, data, size);
-    const bool closed = file.close_checked();
-    if (!filled || !closed || rename(temporary.get(), target.get()) != 0) {
-        unlink(temporary.get());
-        return UCI_ERR_IO;
-    }
-    return sync_directory_of(target.get()) ? UCI_OK : UCI_ERR_IO;
+    file_replacement next(path);
+    const bool replaced =
+        next && next.write(data, size, look_of(path, UCI_FILEMODE)) && next.put_into_place();
+    return replaced ? UCI_OK : UCI_ERR_IO;
 }
 
 mode_t mode_of(const char *path, mode_t fallback)

@@ -54,10 +54,9 @@ int read_stream(FILE *stream, bytes *out);
 // was behind these bytes is dropped.
 int append_whole(int fd, size_t kept, const char *data, size_t size);
 
-// Puts a new file in place of the one at path, or of the one a link there points to. At any moment the path
-// names the old contents or the new ones, complete, and on success the new ones are on the disk. The old file
-// must exist, and its exclusive lock be held. Temporary files that stopped writers left are removed.
-int replace_file(const char *path, mode_t mode, const char *data, size_t size);
+// Puts a new file in place of the one at path, whose exclusive lock is held; its mode and owner stay. See
+// file_replacement. UCI_ERR_IO: that failed.
+int replace_file(const char *path, const char *data, size_t size);
 
 // The permission bits of a file, or fallback when it cannot be told.
 mode_t mode_of(const char *path, mode_t fallback);

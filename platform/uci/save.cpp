@@ -60,7 +60,7 @@ int open_delta(const char *path, mode_t mode, locked_file *file, bytes *content)
         const size_t size = drop_zero_bytes(content->data.get(), content->size);
         if (size == content->size)
             return UCI_OK;
-        code = replace_file(path, mode_of(path, mode), content->data.get(), size);
+        code = replace_file(path, content->data.get(), size);
         if (code != UCI_OK)
             return code;
     }
@@ -142,7 +142,7 @@ int rewrite_delta(const package *p, const reverted &what)
         code = remove_lines(p, what, &lines);
     if (code != UCI_OK || lines.size == old_size)
         return code;
-    return replace_file(path.get(), mode_of(path.get(), UCI_FILEMODE), lines.data.get(), lines.size);
+    return replace_file(path.get(), lines.data.get(), lines.size);
 }
 
 // Names are copied: those in ptr may belong to the package that is about to be loaded anew.

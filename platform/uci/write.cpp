@@ -1,7 +1,6 @@
 // Puts packages into configuration files.
 #include "write.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "export.h"
@@ -20,7 +19,7 @@ int write_config(const package *p, const char *path)
     const int code = export_text(p, &contents);
     if (code != UCI_OK)
         return code;
-    return replace_file(path, mode_of(path, UCI_FILEMODE), contents.data.get(), contents.size);
+    return replace_file(path, contents.data.get(), contents.size);
 }
 
 int write_plain(const package *p, bool overwrite)

@@ -167,36 +167,17 @@ void sleep_seconds(unsigned seconds)
         seconds = sleep(seconds);
 }
 
-namespace {
-
-void sync_parent_directory(const char *path)
+script_file::script_file(const char *path) : file_(path)
 {
-    char directory[96];
-    text_ref(directory).format("%.*s", static_cast<int>(strrchr(path, '/') - path), path);
-    const int handle = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (handle < 0)
-        return;
-    (void)fsync(handle);
-    (void)close(handle);
-}
-
-} // namespace
-
-script_file::script_file(const char *path) : path_(path), stream_(nullptr)
-{
-    // Hidden, so that hotplug, which runs what it finds in the directory, never sees a script half written.
-    const char *const name = strrchr(path, '/') + 1;
-    if (!text_ref(temporary_).format("%.*s.%s.new", static_cast<int>(name - path), path, name))
-        return;
-    stream_ = fopen(temporary_, "we");
+    if (file_)
+        stream_ = open_memstream(&content_, &size_);
 }
 
 script_file::~script_file()
 {
-    if (!stream_)
-        return;
-    (void)fclose(stream_);
-    (void)unlink(temporary_);
+    if (stream_)
+        (void)fclose(stream_);
+    free(content_);
 }
 
 void script_file::print(const char *pattern, ...)
@@ -209,14 +190,9 @@ void script_file::print(const char *pattern, ...)
 
 bool script_file::commit()
 {
-    const bool written = fflush(stream_) == 0 && !ferror(stream_) && fchmod(fileno(stream_), 0755) == 0 &&
-                         fsync(fileno(stream_)) == 0;
+    constexpr file_look script = {0755, keep_owner, keep_group};
+    const bool printed = !ferror(stream_);
     const bool closed = fclose(stream_) == 0;
     stream_ = nullptr;
-    if (!written || !closed || rename(temporary_, path_) != 0) {
-        (void)unlink(temporary_);
-        return false;
-    }
-    sync_parent_directory(path_);
-    return true;
+    return printed && closed && file_.write(content_, size_, script) && file_.put_into_place();
 }

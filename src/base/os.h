@@ -4,6 +4,7 @@
 #include "base/text.h"
 
 #include <cstdio>
+#include <replace_file.h>
 
 // Runs a shell command and waits for it. Stop signals act meanwhile. Callers look at what the command was to
 // achieve, not at its exit status.
@@ -29,9 +30,9 @@ long read_file(const char *path, text_ref content);
 
 void sleep_seconds(unsigned seconds);
 
-// An executable script that appears under its path whole or not at all: it is written beside it under a
-// hidden name, synced and renamed by commit(). Its directory must be there. Without a successful commit()
-// nothing is left behind and an older script stays as it was.
+// An executable script that appears under its path whole or not at all, as file_replacement does it: it is
+// opened beside it under a hidden name, and written, synced and renamed by commit(). Its directory must be
+// there. Without a successful commit() nothing is left behind and an older script stays as it was.
 class script_file {
 public:
     explicit script_file(const char *path);
@@ -42,11 +43,13 @@ public:
     // Whether the script could be opened.
     explicit operator bool() const { return stream_ != nullptr; }
     void print(const char *pattern, ...) __attribute__((format(printf, 2, 3)));
-    // Makes the script appear with mode 0755. Returns whether every byte of it reached the disk.
+    // Makes the script appear with mode 0755. Returns whether every byte of it, and its name, reached the
+    // disk.
     bool commit();
 
 private:
-    const char *path_;
-    char temporary_[96];
-    FILE *stream_;
+    file_replacement file_;
+    char *content_ = nullptr; // what was printed, once the stream is closed
+    size_t size_ = 0;
+    FILE *stream_ = nullptr;
 };

@@ -4,7 +4,9 @@
 #include "support/gateway.h"
 #include "support/small_disk.h"
 
+#include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace {
@@ -159,6 +161,13 @@ TEST_F(os_test, while_it_is_written_a_script_has_a_hidden_name)
     EXPECT_EQ(gateway.list_directory("/etc/korvel").size(), 1U);
 }
 
+TEST_F(os_test, nobody_else_may_read_a_script_before_it_is_complete)
+{
+    script_file script(script_path);
+
+    EXPECT_EQ(gateway.mode("/etc/korvel/" + gateway.list_directory("/etc/korvel").at(0)), 0600U);
+}
+
 TEST_F(os_test, a_script_that_is_given_up_leaves_nothing)
 {
     gateway.write_file(script_path, "old");
@@ -179,6 +188,8 @@ TEST_F(os_test, what_a_crash_left_of_a_script_does_not_disturb_the_next_one)
         left_behind = "/etc/korvel/" + gateway.list_directory("/etc/korvel").at(0);
     }
     gateway.write_file(left_behind, std::string(5000, '#'));
+    std::filesystem::last_write_time(left_behind,
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2));
 
     script_file script(script_path);
     script.print("new\n");

@@ -1,11 +1,6 @@
-#include "replace_file.h"
-
-#include <leftovers.h>
+#include "locked_file.h"
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -28,42 +23,6 @@ bool is_still(const char *path, int descriptor)
     struct stat opened, named;
     return fstat(descriptor, &opened) == 0 && stat(path, &named) == 0 && opened.st_dev == named.st_dev &&
            opened.st_ino == named.st_ino;
-}
-
-bool write_all(int descriptor, const char *content, size_t size)
-{
-    while (size > 0) {
-        const ssize_t count = write(descriptor, content, size);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        content += count;
-        size -= static_cast<size_t>(count);
-    }
-    return true;
-}
-
-bool sync_directory(const char *path)
-{
-    const int directory = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0)
-        return false;
-    const bool synced = fsync(directory) == 0;
-    (void)close(directory);
-    return synced;
-}
-
-// Fills a file that mkstemp made and makes it look like the one it is to replace.
-bool fill(int descriptor, const locked_file &present, const char *content, size_t size)
-{
-    struct stat info;
-    if (fstat(present.descriptor(), &info) != 0)
-        return false;
-    // Only root may give a file away; for the others it stays theirs, and its mode is what counts.
-    [[maybe_unused]] const int given = fchown(descriptor, info.st_uid, info.st_gid);
-    return write_all(descriptor, content, size) && fchmod(descriptor, info.st_mode & 07777) == 0 &&
-           fsync(descriptor) == 0;
 }
 
 } // namespace
@@ -111,29 +70,6 @@ file_state locked_file::state() const
     if (descriptor_ < 0 || fstat(descriptor_, &info) != 0)
         return {};
     return state_from(info);
-}
-
-bool replace_content(const char *path, const locked_file &present, const char *content, size_t size)
-{
-    char target[PATH_MAX];
-    if (!realpath(path, target))
-        return false;
-    char *const name = strrchr(target, '/');
-    char temporary[PATH_MAX + 16];
-    (void)snprintf(temporary, sizeof(temporary), "%.*s/.%s%s", static_cast<int>(name - target), target,
-                   name + 1, temporary_suffix);
-    remove_leftovers(target);
-    const int descriptor = mkstemp(temporary);
-    if (descriptor < 0)
-        return false;
-    const bool filled = fill(descriptor, present, content, size);
-    const bool closed = close(descriptor) == 0;
-    if (!filled || !closed || rename(temporary, target) != 0) {
-        (void)unlink(temporary);
-        return false;
-    }
-    *(name == target ? name + 1 : name) = '\0';
-    return sync_directory(target);
 }
 
 bool has_content(const locked_file &present, const char *content, size_t size)

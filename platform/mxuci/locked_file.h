@@ -1,4 +1,4 @@
-// Replaces a file as a whole, under the lock that libuci takes, or not at all.
+// Files under the lock that libuci takes, and what tells that somebody has changed one.
 #pragma once
 
 #include <cstddef>
@@ -34,12 +34,6 @@ public:
 private:
     int descriptor_;
 };
-
-// Gives a locked file new content: written beside it, synced, given its mode and owner, renamed onto it,
-// directory synced. Symbolic links stay what they are. Returns whether all of that worked; if not, the old
-// file is untouched (but for the last step, upon whose failure the new content is in place and may not
-// outlive a loss of power).
-bool replace_content(const char *path, const locked_file &present, const char *content, size_t size);
 
 // Whether the locked file holds exactly this content.
 bool has_content(const locked_file &present, const char *content, size_t size);
