@@ -41,14 +41,29 @@ with_fixed_layout() {
     fi
 }
 
+# The tests that a run has skipped according to its log, each with the reason that it gave.
+skipped_tests() {
+    awk '/: Skipped$/ { reason = ""; reading = 1; next }
+        reading && /^\[  SKIPPED \]/ { print $4 ": " reason; reading = 0 }
+        reading && NF { reason = reason (reason == "" ? "" : " ") $0 }' "$1"
+}
+
 # run_tests PRESET [CTEST OPTION]...: of a preset that was built. Most tests wait more than they compute.
 run_tests() {
-    local run=(ctest --test-dir "$(build_directory "$1")" -j $((2 * jobs)) --output-on-failure --no-tests=error)
+    local directory skipped status=0 run
+    directory=$(build_directory "$1")
+    run=(ctest --test-dir "$directory" -j $((2 * jobs)) --output-on-failure --no-tests=error)
     if [ "$1" = tsan ]; then
         run=(with_fixed_layout "${run[@]}")
     fi
     shift
-    "${run[@]}" "$@"
+    "${run[@]}" "$@" || status=$?
+    skipped=$(skipped_tests "$directory/Testing/Temporary/LastTest.log")
+    if [ -n "$skipped" ]; then
+        say "Skipped:"
+        printf '%s\n' "$skipped"
+    fi
+    return $status
 }
 
 # quietly COMMAND...: its output is shown only when it fails.

@@ -47,7 +47,7 @@ need_packages() {
     [ "$(id -u)" -eq 0 ] || command -v sudo > /dev/null ||
         die "missing: ${missing[*]}. Neither root nor sudo here; as root: apt-get install ${missing[*]}"
     say "Installing ${missing[*]}"
-    install_packages "${missing[@]}" || die "cannot install ${missing[*]}: see apt-get's message above"
+    install_packages "${missing[@]}" || die "cannot install ${missing[*]}: see the message above"
 }
 
 install_packages() {

@@ -1,0 +1,164 @@
+// The parts that the scripts in tools/ share: what they ask of a machine, and what they say when it is not
+// there.
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string load_parts =
+    "set -eu; for part in common packages private_root build; do . " KORVEL_TOOLS "/lib/$part.sh; done; ";
+
+program_result run_script(const std::string &text)
+{
+    return run_program({"bash", "-c", load_parts + text});
+}
+
+// Runs the script as root of a user namespace that is made for it; the preparation comes before.
+program_result run_as_root_of_a_namespace(const std::string &preparation, const std::string &text)
+{
+    return run_program({"unshare", "--user", "--map-root-user", "bash", "-c", preparation + " bash -c \"$0\"",
+                        load_parts + text});
+}
+
+class private_root_check : public testing::Test {
+protected:
+    // As an ordinary user sees himself.
+    static constexpr char not_root[] = "id() { echo 1000; }; ";
+    static constexpr char no_namespaces[] = "echo 0 > /proc/sys/user/max_user_namespaces;";
+
+    void SetUp() override
+    {
+        const program_result result = run_program({"unshare", "--user", "--map-root-user", "true"});
+        if (result.status != 0)
+            GTEST_SKIP() << "it runs in a user namespace; " << result.errors;
+    }
+};
+
+TEST(private_root, can_be_made_where_the_tests_run)
+{
+    const program_result result = run_script("need_private_root; echo on");
+
+    EXPECT_EQ("on\n", result.output);
+    EXPECT_EQ("", result.errors);
+}
+
+TEST_F(private_root_check, a_user_is_told_the_setting_that_forbids_it)
+{
+    const program_result result =
+        run_as_root_of_a_namespace(no_namespaces, std::string(not_root) + "need_private_root; echo on");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.output);
+    EXPECT_EQ("bash: no virtual gateway can be made here: unshare: unshare failed: No space left on device\n"
+              "What helps:\n"
+              "  as root: sysctl user.max_user_namespaces=10000\n"
+              "  run this as root; in a chroot and in most containers nobody else can\n",
+              result.errors);
+}
+
+TEST_F(private_root_check, root_without_rights_is_told_of_its_container)
+{
+    const program_result result =
+        run_as_root_of_a_namespace(std::string(no_namespaces) + "setpriv --bounding-set=-all --inh-caps=-all",
+                                   "need_private_root; echo on");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.output);
+    EXPECT_EQ("bash: no virtual gateway can be made here: unshare: unshare failed: No space left on device\n"
+              "What helps:\n"
+              "  start the container with --privileged\n",
+              result.errors);
+}
+
+TEST_F(private_root_check, root_needs_the_right_to_make_network_devices)
+{
+    const program_result result = run_as_root_of_a_namespace(
+        "setpriv --bounding-set=-net_admin --inh-caps=-net_admin", "need_private_root; echo on");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.output);
+    EXPECT_EQ("bash: no virtual gateway can be made here: root may not make network devices\n"
+              "What helps:\n"
+              "  start the container with --privileged\n",
+              result.errors);
+}
+
+class packages : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(mkdtemp(directory_.data()));
+        fs::create_symlink("/usr/bin/basename", directory_ + "/basename");
+    }
+    void TearDown() override { fs::remove_all(directory_); }
+
+    // Finds programs in the test's directory only.
+    program_result need(const std::string &preparation, const std::string &names) const
+    {
+        return run_script("PATH=" + directory_ + "; " + preparation + "need_packages bash " + names);
+    }
+
+    std::string directory_ = "/tmp/korvel_packages.XXXXXX";
+};
+
+TEST_F(packages, what_is_there_is_not_installed)
+{
+    const program_result result = run_script("need_packages bash util-linux; echo on");
+
+    EXPECT_EQ("on\n", result.output);
+}
+
+TEST_F(packages, missing_ones_are_named_where_nothing_can_install_them)
+{
+    const program_result result = need("", "no-such-a no-such-b");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("bash: missing, and there is no apt-get to install them: bash no-such-a no-such-b\n",
+              result.errors);
+}
+
+TEST_F(packages, a_user_without_sudo_is_told_what_to_install)
+{
+    const program_result result = need("id() { echo 1000; }; apt-get() { :; }; ", "no-such-a");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("bash: missing: bash no-such-a. Neither root nor sudo here; as root: apt-get install bash "
+              "no-such-a\n",
+              result.errors);
+}
+
+TEST_F(packages, those_that_cannot_be_installed_are_named)
+{
+    const program_result result =
+        need("id() { echo 0; }; as_root() { echo refused >&2; return 1; }; apt-get() { :; }; ", "no-such-a");
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_TRUE(
+        result.errors.ends_with("refused\nbash: cannot install bash no-such-a: see the message above\n"))
+        << result.errors;
+}
+
+// A sample for the test below.
+TEST(skipped, tests_skip_what_they_are_asked_to)
+{
+    if (getenv("KORVEL_SKIP_SAMPLE"))
+        GTEST_SKIP() << "the moon\nis not full";
+}
+
+TEST(skipped, tests_are_listed_with_their_reasons)
+{
+    const program_result result =
+        run_script("skipped_tests <(KORVEL_SKIP_SAMPLE=1 " + fs::read_symlink("/proc/self/exe").string() +
+                   " --gtest_filter='skipped.tests_skip*:packages.what*')");
+
+    EXPECT_EQ("skipped.tests_skip_what_they_are_asked_to: the moon is not full\n", result.output);
+}
+
+} // namespace
