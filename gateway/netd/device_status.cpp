@@ -12,7 +12,7 @@ void add_device_status(blob_buf *reply, const std::string &device, const config_
     add_bool(reply, "present", present);
     add_text(reply, "type", type.empty() ? "Network device" : type);
     add_bool(reply, "up", present);
-    if (type == "8021q") {
+    if (section && section->is_vlan()) {
         add_text(reply, "parent", section->text("ifname"));
         add_int(reply, "vid", section->number("vid", 0));
         add_texts(reply, "egress_qos_mapping", section->list("egress_qos_mapping"));

@@ -2,7 +2,9 @@
 
 #include "root/find_program.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
@@ -52,6 +54,17 @@ std::string pair_commands(const std::string &device)
     return line({"link add", device, "type veth peer name", far}) + line({"link set", far, "up"}) + up;
 }
 
+int mtu_of(const std::string &device)
+{
+    return atoi(device_attribute(device, "mtu").c_str());
+}
+
+std::string mtu_command(const std::string &device, int mtu)
+{
+    return line({"link set dev", device, "mtu", std::to_string(mtu)});
+}
+
+// Settings of a device that is there whatever the configuration says.
 std::string attribute_commands(const config_section &section)
 {
     const std::string device = section.text("name");
@@ -62,6 +75,17 @@ std::string attribute_commands(const config_section &section)
             commands += line({"link set dev", device, attribute, value});
     }
     return commands;
+}
+
+std::string vlan_commands(const config_section &section)
+{
+    const std::string device = section.text("name");
+    const std::string parent = section.text("ifname");
+    const std::string own_address = section.text("macaddr");
+    const int most = mtu_of(parent);
+    return pair_commands(device) + mtu_command(device, std::min(section.number("mtu", most), most)) +
+           line({"link set dev", device, "address",
+                 own_address.empty() ? device_attribute(parent, "address") : own_address});
 }
 
 std::string bridge_commands(const config_section &section)
@@ -147,38 +171,12 @@ bool links::present(const std::string &device) const
     return !enabled_ || exists(device);
 }
 
-void links::make(const std::vector<config_section> &devices)
+void links::remove_vlans(const network_config &config, const std::set<std::string> &changed)
 {
-    if (!enabled_)
-        return;
-    std::string commands;
-    for (const config_section &section : devices) {
-        const std::string device = section.text("name");
-        if (section.text("type") != "8021q" || device.empty() || !made_.insert(device).second)
-            continue;
-        if (!exists(device))
-            commands += pair_commands(device);
-    }
-    run(commands);
-
-    commands.clear();
-    for (const config_section &section : devices) {
-        if (section.text("type") == "bridge")
-            commands += bridge_commands(section);
-        if (exists(section.text("name")))
-            commands += attribute_commands(section);
-    }
-    run(commands);
-}
-
-void links::remove_others(const std::vector<config_section> &devices)
-{
-    std::set<std::string> wanted;
-    for (const config_section &section : devices)
-        wanted.insert(section.text("name"));
     std::string commands;
     for (auto device = made_.begin(); device != made_.end();) {
-        if (wanted.contains(*device)) {
+        const config_section *const section = find_device(config, *device);
+        if (section && section->is_vlan() && !changed.contains(*device)) {
             ++device;
             continue;
         }
@@ -186,6 +184,40 @@ void links::remove_others(const std::vector<config_section> &devices)
             commands += line({"link delete", *device});
         device = made_.erase(device);
     }
+    run(commands);
+}
+
+void links::make_vlans(const network_config &config)
+{
+    std::string commands;
+    for (const config_section &section : config.devices) {
+        const std::string device = section.text("name");
+        const std::string parent = section.text("ifname");
+        if (&section != find_device(config, device) || !section.is_vlan() || !exists(parent))
+            continue;
+        if (made_.insert(device).second && !exists(device))
+            commands += vlan_commands(section);
+        else if (mtu_of(device) > mtu_of(parent))
+            commands += mtu_command(device, mtu_of(parent));
+    }
+    run(commands);
+}
+
+void links::follow(const network_config &config, const std::set<std::string> &changed)
+{
+    if (!enabled_)
+        return;
+    remove_vlans(config, changed);
+    std::string commands;
+    for (const config_section &section : config.devices)
+        if (!section.is_vlan() && exists(section.text("name")))
+            commands += attribute_commands(section);
+    run(commands);
+    make_vlans(config);
+    commands.clear();
+    for (const config_section &section : config.devices)
+        if (section.text("type") == "bridge")
+            commands += bridge_commands(section);
     run(commands);
 }
 

@@ -1,6 +1,7 @@
 // The network devices of the private root, made to follow the configuration. Every made device is one end of
 // a pair, since not every kernel has VLAN devices; where the name has room, the other end is called "far-"
-// and the name.
+// and the name. What a VLAN device has of its parent is done here: it is not there without it, begins with
+// its address, and never has a greater MTU.
 #pragma once
 
 #include "netd/ip_settings.h"
@@ -20,10 +21,9 @@ public:
 
     bool present(const std::string &device) const;
 
-    // Makes VLAN devices that are missing, sets MTU and MAC addresses, puts bridges' ports in.
-    void make(const std::vector<config_section> &devices);
-    // Removes VLAN devices that are no longer configured.
-    void remove_others(const std::vector<config_section> &devices);
+    // Removes VLAN devices that have changed or are no longer configured, sets the MTU and MAC addresses of
+    // the other devices, makes the VLAN devices that are missing and puts bridges' ports in.
+    void follow(const network_config &config, const std::set<std::string> &changed);
 
     // Gives the interface's device its addresses and routes; a dialled or tunnelled interface gets its device
     // first.
@@ -31,6 +31,8 @@ public:
     void take_down(const config_section &interface, const ip_settings &settings);
 
 private:
+    void remove_vlans(const network_config &config, const std::set<std::string> &changed);
+    void make_vlans(const network_config &config);
     void run(const std::string &commands) const;
 
     bool enabled_;

@@ -9,6 +9,21 @@
 
 namespace {
 
+// Options that other programs keep in the sections of devices and interfaces.
+constexpr std::string_view foreign_options[] = {
+    "lkname", "wanMode",      "IpProtocolType", "service_mode", "disableLanDhcp",
+    "mvid",   "port_binding", "napt",           "iphostId",
+};
+
+std::vector<config_option> own_options(const config_section &section)
+{
+    std::vector<config_option> own = section.options;
+    std::erase_if(own, [](const config_option &option) {
+        return std::ranges::find(foreign_options, option.name) != std::end(foreign_options);
+    });
+    return own;
+}
+
 config_option copy_option(uci_option *option)
 {
     config_option copy{option->e.name, {}};
@@ -70,6 +85,16 @@ std::vector<std::string> config_section::list(const char *option) const
     return words;
 }
 
+bool config_section::is_vlan() const
+{
+    return text("type") == "8021q";
+}
+
+bool config_section::means_the_same_as(const config_section &other) const
+{
+    return own_options(*this) == own_options(other);
+}
+
 bool config_section::starts_by_itself() const
 {
     return number("auto", 1) && !number("disabled", 0);
@@ -104,4 +129,29 @@ const config_section *find_device(const network_config &config, const std::strin
         std::find_if(config.devices.rbegin(), config.devices.rend(),
                      [&](const config_section &section) { return section.text("name") == device; });
     return found == config.devices.rend() ? nullptr : &*found;
+}
+
+std::set<std::string> changed_devices(const network_config &before, const network_config &next)
+{
+    std::set<std::string> changed;
+    for (const config_section &section : before.devices)
+        if (const std::string name = section.text("name"); !find_device(next, name))
+            changed.insert(name);
+    for (const config_section &section : next.devices) {
+        const std::string name = section.text("name");
+        const config_section *const ruling = find_device(before, name);
+        if (!ruling || !section.means_the_same_as(*ruling))
+            changed.insert(name);
+    }
+    return changed;
+}
+
+std::set<std::string> interrupted_devices(const std::set<std::string> &changed, const network_config &next)
+{
+    std::set<std::string> interrupted = changed;
+    for (const config_section &section : next.devices)
+        if (section.is_vlan() && changed.contains(section.text("ifname")) &&
+            find_device(next, section.text("ifname")))
+            interrupted.insert(section.text("name"));
+    return interrupted;
 }

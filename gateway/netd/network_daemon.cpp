@@ -5,18 +5,6 @@
 
 namespace {
 
-// What the sections say about the device below an interface. Their names are left out: those of anonymous
-// sections change with the sections before them.
-std::vector<std::vector<config_option>> device_options(const network_config &config,
-                                                       const std::string &device)
-{
-    std::vector<std::vector<config_option>> found;
-    for (const config_section &section : config.devices)
-        if (section.text("name") == device)
-            found.push_back(section.options);
-    return found;
-}
-
 const config_section *find_interface(const network_config &config, const std::string &name)
 {
     for (const config_section &section : config.interfaces)
@@ -59,38 +47,34 @@ int network_daemon::restart()
 
 void network_daemon::apply(const network_config &next)
 {
-    links_.make(next.devices);
-    const std::vector<std::string> changed = changed_interfaces(next);
+    const std::set<std::string> changed = changed_devices(config_, next);
     remove_unconfigured(next);
-    for (const std::string &name : changed) {
-        interface_record &record = *find(name);
-        go_down(record);
-        record.section = *find_interface(next, name);
-        record.wanted = record.section.starts_by_itself();
-    }
+    stop_changed(next, interrupted_devices(changed, next));
+    links_.follow(next, changed);
+    config_ = next;
     for (const config_section &section : next.interfaces)
         if (!find(section.name))
             add_configured(section);
     for (const config_section &section : next.interfaces)
         if (interface_record &record = *find(section.name); record.wanted)
             bring_up(record);
-    links_.remove_others(next.devices);
-    config_ = next;
 }
 
-// The configured interfaces that will be configured in another way, or whose device will.
-std::vector<std::string> network_daemon::changed_interfaces(const network_config &next) const
+// Takes the configured interfaces down that will be configured in another way, or whose device loses its
+// link.
+void network_daemon::stop_changed(const network_config &next, const std::set<std::string> &interrupted)
 {
-    std::vector<std::string> names;
-    for (const auto &record : interfaces_) {
-        const config_section *const section = find_interface(next, record->section.name);
-        if (record->source != origin::configured || !section)
+    for (const config_section &section : next.interfaces) {
+        interface_record *const record = find(section.name);
+        if (!record)
             continue;
-        const std::string device = lower_device(record->section);
-        if (*section != record->section || device_options(next, device) != device_options(config_, device))
-            names.push_back(section->name);
+        const bool changed = !section.means_the_same_as(record->section);
+        if (changed || interrupted.contains(lower_device(record->section)))
+            go_down(*record);
+        if (changed)
+            record->wanted = section.starts_by_itself();
+        record->section = section;
     }
-    return names;
 }
 
 // Removes interfaces that are no longer configured, and others whose name the configuration now takes.

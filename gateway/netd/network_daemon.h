@@ -109,7 +109,7 @@ private:
     void withdraw(interface_record &record);
 
     void apply(const network_config &next);
-    std::vector<std::string> changed_interfaces(const network_config &next) const;
+    void stop_changed(const network_config &next, const std::set<std::string> &interrupted);
     void remove_unconfigured(const network_config &next);
     void bring_up(interface_record &record);
     void finish_negotiation(interface_record &record);

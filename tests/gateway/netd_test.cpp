@@ -652,6 +652,129 @@ TEST_F(netd_test, devices_addresses_and_routes_appear_in_the_kernel)
     EXPECT_NE(v6.find("2001:db8:1:1::9/128"), std::string::npos) << v6;
 }
 
+TEST_F(netd_test, a_vlan_device_has_its_parent_s_mtu_at_most)
+{
+    gateway.store_wan(routed_static(3, {.mtu = 1400}));
+    gateway.store_wan(routed_dhcp(1, {.vid = 100, .mtu = 1500}));
+    gateway.store_wan(routed_dhcp(2, {.vid = 200, .mtu = 1300}));
+
+    start_settled({.links = true});
+
+    EXPECT_EQ(device_attribute("pon", "mtu"), "1400");
+    EXPECT_EQ(device_attribute("pon.100", "mtu"), "1400");
+    EXPECT_EQ(device_attribute("pon.200", "mtu"), "1300");
+}
+
+TEST_F(netd_test, a_vlan_device_without_its_parent_is_not_there)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.uci_set("network." + gateway.device_section(1).value() + ".ifname", "nosuch0");
+
+    start_settled({.links = true});
+
+    EXPECT_FALSE(device_exists("pon.100"));
+    EXPECT_EQ(status("wan_1").at("available"), false);
+}
+
+TEST_F(netd_test, setting_up_the_untagged_wan_interrupts_the_vlans_and_caps_them_for_good)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100, .mtu = 1500}));
+    start_settled({.links = true, .hotplug = true, .held = true});
+    note_events();
+
+    gateway.store_wan(routed_static(3, {.mtu = 1400}));
+    gateway.reload_netd();
+
+    ASSERT_TRUE(wait_until([this] { return events() == "ifdown wan_1 unset\n"; })) << events();
+    EXPECT_EQ(status("wan_1").at("pending"), true);
+    gateway.hurry_netd();
+    gateway.settle_netd();
+    EXPECT_EQ(events(), "ifdown wan_1 unset\nifup wan_1 pon.100\nifup wan_3 pon\n");
+    EXPECT_EQ(device_attribute("pon", "mtu"), "1400");
+    EXPECT_EQ(device_attribute("pon", "address"), "00:11:22:33:45:03");
+    EXPECT_EQ(device_attribute("pon.100", "mtu"), "1400");
+    EXPECT_EQ(device_attribute("pon.100", "address"), "00:11:22:33:45:01");
+
+    gateway.uci_set("network." + gateway.device_section(3).value() + ".mtu", "1500");
+    gateway.reload_netd();
+    EXPECT_EQ(device_attribute("pon", "mtu"), "1500");
+    EXPECT_EQ(device_attribute("pon.100", "mtu"), "1400");
+}
+
+class two_wans_on_one_vlan_test : public netd_test {
+protected:
+    two_wans_on_one_vlan_test()
+    {
+        gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+        gateway.store_wan(routed_dhcp(2, {.vid = 100}));
+    }
+
+    void set_device_option(unsigned id, const std::string &option, const std::string &value)
+    {
+        gateway.uci_set("network." + gateway.device_section(id).value() + "." + option, value);
+    }
+    // The network daemon sees no difference then.
+    void give_both_one_address() { set_device_option(1, "macaddr", "00:11:22:33:45:02"); }
+};
+
+TEST_F(two_wans_on_one_vlan_test, the_last_section_rules_both)
+{
+    set_device_option(1, "mtu", "1300");
+    set_device_option(2, "mtu", "1400");
+
+    start_settled({.links = true});
+
+    EXPECT_EQ(device_attribute("pon.100", "mtu"), "1400");
+    EXPECT_EQ(device_attribute("pon.100", "address"), "00:11:22:33:45:02");
+}
+
+TEST_F(two_wans_on_one_vlan_test, sections_that_differ_drop_both_at_every_reload)
+{
+    start_settled({.links = true, .hotplug = true, .held = true});
+    const std::string before = device_attribute("pon.100", "ifindex");
+    note_events();
+
+    gateway.reload_netd();
+    ASSERT_TRUE(wait_until([this] { return events() == "ifdown wan_1 unset\nifdown wan_2 unset\n"; }))
+        << events();
+    gateway.hurry_netd();
+    gateway.settle_netd();
+
+    EXPECT_EQ(events(), "ifdown wan_1 unset\nifdown wan_2 unset\nifup wan_1 pon.100\nifup wan_2 pon.100\n");
+    EXPECT_NE(device_attribute("pon.100", "ifindex"), before);
+}
+
+TEST_F(two_wans_on_one_vlan_test, options_of_other_programs_make_no_difference)
+{
+    give_both_one_address();
+    start_settled({.links = true, .hotplug = true});
+    const std::string before = device_attribute("pon.100", "ifindex");
+    note_events();
+
+    set_device_option(1, "lkname", "1_OTHER_R_VID_100");
+    set_device_option(1, "wanMode", "0");
+    set_device_option(1, "port_binding", "eth0.1");
+    gateway.uci_set("network.wan_1.napt", "0");
+    gateway.reload_netd();
+    gateway.settle_netd();
+
+    EXPECT_EQ(events(), "");
+    EXPECT_EQ(device_attribute("pon.100", "ifindex"), before);
+}
+
+TEST_F(two_wans_on_one_vlan_test, another_priority_makes_the_link_anew)
+{
+    give_both_one_address();
+    start_settled({.links = true, .hotplug = true});
+    const std::string before = device_attribute("pon.100", "ifindex");
+
+    for (const unsigned id : {1U, 2U})
+        gateway.uci_add_list("network." + gateway.device_section(id).value() + ".egress_qos_mapping", "0:5");
+    gateway.reload_netd();
+
+    EXPECT_NE(device_attribute("pon.100", "ifindex"), before);
+}
+
 TEST_F(netd_test, devices_of_removed_wans_disappear)
 {
     gateway.store_wan(routed_dhcp(1, {.vid = 100}));
