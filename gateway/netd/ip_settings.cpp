@@ -139,17 +139,22 @@ struct protocol {
     const char *own_device; // start of the name of the device that it makes; nullptr: it uses the one below
     bool has_lower_device;
     void (*add)(const config_section &interface, unsigned number, ip_settings &settings);
+    bool leased;      // by MAC address
     bool begins_down; // its client says that it is down before it asks
 };
 
+// clang-format off
 constexpr protocol protocols[] = {
-    {"static", nullptr, true, add_static, false}, {"dhcp", nullptr, true, add_dhcp, true},
-    {"dhcpv6", nullptr, true, add_dhcpv6, false}, {"pppoe", "pppoe-", true, add_pppoe, false},
-    {"dslite", "ds-", false, add_dslite, false},
+    {"static", nullptr,  true,  add_static, false, false},
+    {"dhcp",   nullptr,  true,  add_dhcp,   true,  true},
+    {"dhcpv6", nullptr,  true,  add_dhcpv6, true,  false},
+    {"pppoe",  "pppoe-", true,  add_pppoe,  false, false},
+    {"dslite", "ds-",    false, add_dslite, false, false},
 };
+// clang-format on
 
 // An interface without a protocol, or with one that is not known, has its device and nothing else.
-constexpr protocol no_protocol = {"", nullptr, true, nullptr, false};
+constexpr protocol no_protocol = {"", nullptr, true, nullptr, false, false};
 
 const protocol &protocol_of(const config_section &interface)
 {
@@ -177,12 +182,15 @@ bool begins_down(const config_section &interface)
     return protocol_of(interface).begins_down;
 }
 
-ip_settings ip_settings_of(const config_section &interface)
+ip_settings provider::settings_of(const config_section &interface, const std::string &client_address)
 {
     ip_settings settings;
     const protocol &asked = protocol_of(interface);
+    unsigned number = interface_number(interface.name);
+    if (asked.leased)
+        number = leases_.try_emplace({lower_device(interface), client_address}, number).first->second;
     if (asked.add)
-        asked.add(interface, interface_number(interface.name), settings);
+        asked.add(interface, number, settings);
     apply_preferences(interface, settings);
     return settings;
 }

@@ -5,8 +5,10 @@
 
 #include "netd/network_config.h"
 
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct lifetime {
@@ -61,7 +63,17 @@ std::string lower_device(const config_section &interface);
 // Whether a new interface reports that it is down before it negotiates.
 bool begins_down(const config_section &interface);
 
-ip_settings ip_settings_of(const config_section &interface);
+// The provider on the other side. What it gives follows from the digits in the interface's name, so wan_3
+// gets what wan_3 got before; but it knows a DHCP client by its device's MAC address, so two interfaces on
+// one device have one lease, that of the first.
+class provider {
+public:
+    // `client_address`: the MAC address of the interface's device; empty when it is the device's own.
+    ip_settings settings_of(const config_section &interface, const std::string &client_address);
+
+private:
+    std::map<std::pair<std::string, std::string>, unsigned> leases_; // by device and MAC address
+};
 
 // The IPv6 side that a dialled interface brings up by itself, as a section; nothing when it has none.
 std::optional<config_section> dynamic_v6_side(const config_section &interface);

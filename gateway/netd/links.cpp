@@ -125,15 +125,27 @@ std::string route_words(const char *operation, const route &path, const std::str
         {"route", operation, path.target + "/" + std::to_string(path.mask), hop, "dev", device, metric});
 }
 
-// The kernel keeps one default route for each next hop, whatever sources it is for.
-std::string route_commands(const char *operation, const std::vector<route> &routes, const std::string &device)
+// An IPv6 route for one prefix stands beside others with the same target. Its source is left out, since not
+// every kernel has such routes.
+bool is_source_specific(const route &path)
 {
-    std::string commands;
-    std::set<std::string> hops;
-    for (const route &path : routes)
-        if (hops.insert(path.next_hop).second)
-            commands += route_words(operation, path, device);
-    return commands;
+    return path.target.find(':') != std::string::npos && !path.source.ends_with("/0");
+}
+
+// What the kernel tells a route by.
+std::string route_key(const route &path, const std::string &device)
+{
+    const std::string key =
+        path.target + "/" + std::to_string(path.mask) + " metric " + std::to_string(path.metric);
+    return is_source_specific(path) ? key + " via " + path.next_hop + " dev " + device : key;
+}
+
+// The routes as the kernel gets them: with the interface's metric, unless they have one.
+std::vector<route> kernel_routes(const config_section &interface, std::vector<route> routes)
+{
+    for (route &path : routes)
+        path.metric = path.metric ? path.metric : interface.number("metric", 0);
+    return routes;
 }
 
 // A made device exists as long as its interface is up.
@@ -154,15 +166,16 @@ std::string device_attribute(const std::string &device, const char *attribute)
 
 links::links(bool enabled) : enabled_(enabled), program_(find_program("ip")) {}
 
-void links::run(const std::string &commands) const
+void links::run(const std::string &commands, failures how) const
 {
     if (commands.empty())
         return;
     // Each line is independent: one that fails is told by ip, the others are done.
-    FILE *const ip = popen((program_ + " -force -batch -").c_str(), "w");
+    const bool told = how == failures::told;
+    FILE *const ip = popen((program_ + " -force -batch -" + (told ? "" : " 2>/dev/null")).c_str(), "w");
     if (!ip || fputs(commands.c_str(), ip) < 0)
         perror(program_.c_str());
-    if (ip && pclose(ip) != 0)
+    if (ip && pclose(ip) != 0 && told)
         fprintf(stderr, "gateway-netd: ip failed for some of:\n%s", commands.c_str());
 }
 
@@ -221,6 +234,34 @@ void links::follow(const network_config &config, const std::set<std::string> &ch
     run(commands);
 }
 
+std::string links::take_routes(const config_section &interface, const ip_settings &settings)
+{
+    const std::string device = layer3_device(interface);
+    std::string commands;
+    for (const route &path : kernel_routes(interface, settings.routes)) {
+        const bool known = !route_owners_.insert_or_assign(route_key(path, device), interface.name).second;
+        if (!is_source_specific(path))
+            commands += route_words("replace", path, device);
+        else if (!known)
+            commands += route_words("append", path, device);
+    }
+    return commands;
+}
+
+std::string links::give_up_routes(const config_section &interface, const ip_settings &settings)
+{
+    const std::string device = layer3_device(interface);
+    std::string commands;
+    for (const route &path : kernel_routes(interface, settings.routes)) {
+        const auto owner = route_owners_.find(route_key(path, device));
+        if (owner == route_owners_.end() || owner->second != interface.name)
+            continue;
+        commands += route_words("del", path, device);
+        route_owners_.erase(owner);
+    }
+    return commands;
+}
+
 void links::bring_up(const config_section &interface, const ip_settings &settings)
 {
     const std::string device = layer3_device(interface);
@@ -233,22 +274,20 @@ void links::bring_up(const config_section &interface, const ip_settings &setting
         commands += line({"addr replace", address_words(own), "dev", device});
     for (const address &own : settings.v6)
         commands += line({"addr replace", address_words(own), "dev", device, "nodad"});
-    commands += route_commands("append", settings.routes, device);
+    commands += take_routes(interface, settings);
     run(commands);
 }
 
 void links::take_down(const config_section &interface, const ip_settings &settings)
 {
     const std::string device = layer3_device(interface);
-    if (!enabled_ || !exists(device))
+    if (!enabled_)
         return;
-    if (has_own_device(interface)) {
-        run(line({"link delete", device}));
-        return;
-    }
-    std::string commands = route_commands("del", settings.routes, device);
+    std::string commands = give_up_routes(interface, settings);
     for (const std::vector<address> *addresses : {&settings.v4, &settings.v6})
         for (const address &own : *addresses)
             commands += line({"addr del", address_words(own), "dev", device});
-    run(commands);
+    if (!exists(device))
+        return;
+    run(has_own_device(interface) ? line({"link delete", device}) : commands, failures::expected);
 }

@@ -7,6 +7,7 @@
 #include "netd/ip_settings.h"
 #include "netd/network_config.h"
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -26,16 +27,26 @@ public:
     void follow(const network_config &config, const std::set<std::string> &changed);
 
     // Gives the interface's device its addresses and routes; a dialled or tunnelled interface gets its device
-    // first.
+    // first. A default route takes the place of another interface's of the same metric.
     void bring_up(const config_section &interface, const ip_settings &settings);
+    // Takes back what the interface has brought, as far as it is there: its address may have gone with
+    // another interface's that has the same.
     void take_down(const config_section &interface, const ip_settings &settings);
 
 private:
     void remove_vlans(const network_config &config, const std::set<std::string> &changed);
     void make_vlans(const network_config &config);
-    void run(const std::string &commands) const;
+    // Commands that make the interface's routes, its own from now on, and that remove those which no other
+    // interface has taken since.
+    std::string take_routes(const config_section &interface, const ip_settings &settings);
+    std::string give_up_routes(const config_section &interface, const ip_settings &settings);
+
+    enum class failures { told, expected };
+    void run(const std::string &commands, failures how = failures::told) const;
 
     bool enabled_;
     std::string program_;
     std::set<std::string> made_; // VLAN devices
+    // The interface that each route of the kernel's main table belongs to, by what tells routes apart there.
+    std::map<std::string, std::string> route_owners_;
 };

@@ -187,7 +187,8 @@ void network_daemon::hurry()
 
 void network_daemon::come_up(interface_record &record)
 {
-    record.settings = ip_settings_of(record.section);
+    const config_section *const device = find_device(config_, lower_device(record.section));
+    record.settings = provider_.settings_of(record.section, device ? device->text("macaddr") : "");
     links_.bring_up(record.section, record.settings);
     record.state = link_state::up;
     record.up_since = std::chrono::steady_clock::now();

@@ -131,6 +131,7 @@ private:
     ubus_context *bus_;
     daemon_options options_;
     links links_;
+    provider provider_;
     hotplug_queue hotplug_;
     board_object board_;
     network_config config_;

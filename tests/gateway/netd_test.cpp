@@ -58,6 +58,13 @@ protected:
     }
     std::string events() const { return gateway.file("/tmp/events"); }
 
+    text_lines default_routes() const
+    {
+        text_lines routes = gateway.ip_routes("main");
+        std::erase_if(routes, [](const std::string &route) { return !route.starts_with("default"); });
+        return routes;
+    }
+
     bool device_exists(const std::string &device) { return gateway.exists("/sys/class/net/" + device); }
 
     std::string device_attribute(const std::string &device, const std::string &attribute)
@@ -642,14 +649,60 @@ TEST_F(netd_test, devices_addresses_and_routes_appear_in_the_kernel)
     EXPECT_EQ(device_attribute("pon.100", "mtu"), "1400");
     EXPECT_EQ(device_attribute("pon.100", "address"), "00:11:22:33:45:01");
     EXPECT_TRUE(device_exists("far-pon.100"));
-    const text_lines routes = gateway.ip_routes("main");
-    EXPECT_TRUE(std::find(routes.begin(), routes.end(), "default via 198.51.100.1 dev pon.100") !=
-                routes.end());
-    EXPECT_TRUE(std::find(routes.begin(), routes.end(), "default via 100.64.0.1 dev pppoe-wan_2") !=
-                routes.end());
+    const std::string v4 = run_program({"/usr/sbin/ip", "-4", "-br", "addr"}).output;
+    EXPECT_NE(v4.find("198.51.100.23/24"), std::string::npos) << v4;
+    EXPECT_NE(v4.find("100.64.3.9 peer 100.64.0.1/32"), std::string::npos) << v4;
     const std::string v6 =
         run_program({"/usr/sbin/ip", "-6", "-br", "addr", "show", "dev", "pon.100"}).output;
     EXPECT_NE(v6.find("2001:db8:1:1::9/128"), std::string::npos) << v6;
+}
+
+TEST_F(netd_test, a_default_route_replaces_one_of_the_same_metric_for_good)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start_settled({.links = true});
+    EXPECT_EQ(default_routes(), text_lines{"default via 198.51.100.1 dev pon.100"});
+
+    gateway.store_wan(routed_pppoe(2, {.vid = 200}));
+    gateway.reload_netd();
+    gateway.settle_netd();
+    EXPECT_EQ(default_routes(), text_lines{"default via 100.64.0.1 dev pppoe-wan_2"});
+
+    gateway.uci_delete("network.wan_2");
+    gateway.reload_netd();
+    EXPECT_EQ(default_routes(), text_lines{}) << "wan_1 does not notice";
+    EXPECT_EQ(status("wan_1").at("route").size(), 1U);
+
+    (void)gateway.call_object("network.interface.wan_1", "down");
+    (void)gateway.call_object("network.interface.wan_1", "up");
+    gateway.settle_netd();
+    EXPECT_EQ(default_routes(), text_lines{"default via 198.51.100.1 dev pon.100"});
+}
+
+TEST_F(netd_test, a_wan_whose_default_route_was_replaced_leaves_the_other_s)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start_settled({.links = true});
+    gateway.store_wan(routed_pppoe(2, {.vid = 200}));
+    gateway.reload_netd();
+    gateway.settle_netd();
+
+    gateway.uci_delete("network.wan_1");
+    gateway.reload_netd();
+
+    EXPECT_EQ(default_routes(), text_lines{"default via 100.64.0.1 dev pppoe-wan_2"});
+}
+
+TEST_F(netd_test, default_routes_of_different_metrics_stand_beside_each_other)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.store_wan(routed_dhcp(2, {.vid = 200}));
+    gateway.uci_set("network.wan_2.metric", "10");
+
+    start_settled({.links = true});
+
+    EXPECT_EQ(default_routes(), (text_lines{"default via 198.51.100.1 dev pon.100",
+                                            "default via 198.51.100.1 dev pon.200 metric 10"}));
 }
 
 TEST_F(netd_test, a_vlan_device_has_its_parent_s_mtu_at_most)
@@ -742,6 +795,25 @@ TEST_F(two_wans_on_one_vlan_test, sections_that_differ_drop_both_at_every_reload
 
     EXPECT_EQ(events(), "ifdown wan_1 unset\nifdown wan_2 unset\nifup wan_1 pon.100\nifup wan_2 pon.100\n");
     EXPECT_NE(device_attribute("pon.100", "ifindex"), before);
+}
+
+TEST_F(two_wans_on_one_vlan_test, both_have_one_address_which_goes_with_either)
+{
+    give_both_one_address();
+    start_settled({.links = true});
+    const std::string address = R"([{"address":"198.51.100.23","mask":24}])";
+    ASSERT_EQ(status("wan_1").at("ipv4-address").text(), address);
+    ASSERT_EQ(status("wan_2").at("ipv4-address").text(), address);
+
+    gateway.uci_delete("network." + gateway.device_section(1).value());
+    gateway.uci_delete("network.wan_1");
+    gateway.reload_netd();
+
+    EXPECT_EQ(status("wan_2").at("up"), true);
+    EXPECT_EQ(status("wan_2").at("ipv4-address").text(), address) << "it does not notice";
+    const std::string left =
+        run_program({"/usr/sbin/ip", "-4", "-br", "addr", "show", "dev", "pon.100"}).output;
+    EXPECT_EQ(left.find("198.51.100.23"), std::string::npos) << left;
 }
 
 TEST_F(two_wans_on_one_vlan_test, options_of_other_programs_make_no_difference)
