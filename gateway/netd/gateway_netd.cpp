@@ -100,6 +100,7 @@ int main(int argc, char **argv)
         started = daemon.start();
         if (started)
             uloop_run();
+        daemon.stop();
     }
     current.reconnecting.reset();
     ubus_free(bus);

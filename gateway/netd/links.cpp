@@ -166,13 +166,14 @@ std::string device_attribute(const std::string &device, const char *attribute)
 
 links::links(bool enabled) : enabled_(enabled), program_(find_program("ip")) {}
 
-void links::run(const std::string &commands, failures how) const
+void links::run(const std::string &commands, failures how, const char *family) const
 {
     if (commands.empty())
         return;
     // Each line is independent: one that fails is told by ip, the others are done.
     const bool told = how == failures::told;
-    FILE *const ip = popen((program_ + " -force -batch -" + (told ? "" : " 2>/dev/null")).c_str(), "w");
+    FILE *const ip =
+        popen((program_ + family + " -force -batch -" + (told ? "" : " 2>/dev/null")).c_str(), "w");
     if (!ip || fputs(commands.c_str(), ip) < 0)
         perror(program_.c_str());
     if (ip && pclose(ip) != 0 && told)
@@ -202,16 +203,21 @@ void links::remove_vlans(const network_config &config, const std::set<std::strin
 
 void links::make_vlans(const network_config &config)
 {
+    left_over_.clear();
     std::string commands;
     for (const config_section &section : config.devices) {
         const std::string device = section.text("name");
         const std::string parent = section.text("ifname");
         if (&section != find_device(config, device) || !section.is_vlan() || !exists(parent))
             continue;
-        if (made_.insert(device).second && !exists(device))
+        if (!exists(device)) {
             commands += vlan_commands(section);
-        else if (mtu_of(device) > mtu_of(parent))
+            made_.insert(device);
+        } else if (!made_.contains(device)) {
+            left_over_.insert(device);
+        } else if (mtu_of(device) > mtu_of(parent)) {
             commands += mtu_command(device, mtu_of(parent));
+        }
     }
     run(commands);
 }
@@ -232,6 +238,15 @@ void links::follow(const network_config &config, const std::set<std::string> &ch
         if (section.text("type") == "bridge")
             commands += bridge_commands(section);
     run(commands);
+}
+
+void links::flush_rules() const
+{
+    if (!enabled_)
+        return;
+    const std::string keep_main = "rule flush\nrule add lookup main pref 32766\n";
+    run(keep_main + "rule add lookup default pref 32767\n");
+    run(keep_main, failures::told, " -6");
 }
 
 std::string links::take_routes(const config_section &interface, const ip_settings &settings)

@@ -21,10 +21,16 @@ public:
     explicit links(bool enabled);
 
     bool present(const std::string &device) const;
+    // Whether the device is a VLAN that was there before this process: one that was killed has left it, and
+    // as long as it is there nobody can use it.
+    bool left_over(const std::string &device) const { return left_over_.contains(device); }
 
     // Removes VLAN devices that have changed or are no longer configured, sets the MTU and MAC addresses of
     // the other devices, makes the VLAN devices that are missing and puts bridges' ports in.
     void follow(const network_config &config, const std::set<std::string> &changed);
+
+    // Removes all policy rules but the kernel's own.
+    void flush_rules() const;
 
     // Gives the interface's device its addresses and routes; a dialled or tunnelled interface gets its device
     // first. A default route takes the place of another interface's of the same metric.
@@ -42,11 +48,12 @@ private:
     std::string give_up_routes(const config_section &interface, const ip_settings &settings);
 
     enum class failures { told, expected };
-    void run(const std::string &commands, failures how = failures::told) const;
+    void run(const std::string &commands, failures how = failures::told, const char *family = "") const;
 
     bool enabled_;
     std::string program_;
     std::set<std::string> made_; // VLAN devices
+    std::set<std::string> left_over_;
     // The interface that each route of the kernel's main table belongs to, by what tells routes apart there.
     std::map<std::string, std::string> route_owners_;
 };

@@ -25,7 +25,16 @@ network_daemon::~network_daemon() = default;
 // `network` comes last: who sees it finds the interfaces there, too.
 bool network_daemon::start()
 {
+    links_.flush_rules();
     return reload() == UBUS_STATUS_OK && offer_own_objects();
+}
+
+void network_daemon::stop()
+{
+    for (const auto &record : interfaces_)
+        if (record->state == link_state::up)
+            links_.take_down(record->section, record->settings);
+    links_.follow({}, {});
 }
 
 int network_daemon::reload()
@@ -42,6 +51,7 @@ int network_daemon::reload()
 int network_daemon::restart()
 {
     apply(network_config{}); // nothing configured: everything goes down
+    links_.flush_rules();
     return reload();
 }
 
@@ -144,15 +154,23 @@ void network_daemon::follow_files()
         remove(name);
 }
 
-// An interface whose device is missing stays down.
+// An interface stays down when its device is missing or left over.
 void network_daemon::bring_up(interface_record &record)
 {
     record.wanted = true;
     const std::string device = lower_device(record.section);
-    if (record.state != link_state::down || (!device.empty() && !links_.present(device)))
+    if (record.state != link_state::down)
         return;
-    record.state = link_state::pending;
     record.errors.clear();
+    if (links_.left_over(device))
+        record.errors.push_back({"interface", "DEVICE_CLAIM_FAILED"});
+    else if (device.empty() || links_.present(device))
+        negotiate(record);
+}
+
+void network_daemon::negotiate(interface_record &record)
+{
+    record.state = link_state::pending;
     record.coming_up.start(options_.pending_ms);
 }
 

@@ -37,7 +37,11 @@ public:
 
     // Puts the objects on the bus and starts the configured interfaces. False when that is impossible; the
     // reason is on standard error.
+    // Policy rules that others have made before are gone afterwards.
     bool start();
+
+    // Takes everything out of the kernel, as an orderly end does; nobody is told.
+    void stop();
 
     // The methods. Each returns a bus status.
     int reload();
@@ -112,6 +116,7 @@ private:
     void stop_changed(const network_config &next, const std::set<std::string> &interrupted);
     void remove_unconfigured(const network_config &next);
     void bring_up(interface_record &record);
+    void negotiate(interface_record &record);
     void finish_negotiation(interface_record &record);
     void come_up(interface_record &record);
     void fail(interface_record &record, const std::string &code);

@@ -866,6 +866,74 @@ TEST_F(netd_test, devices_of_removed_wans_disappear)
     EXPECT_EQ(gateway.ip_routes("main"), lan_only);
 }
 
+const text_lines kernel_rules = {"0: from all lookup local", "32766: from all lookup main",
+                                 "32767: from all lookup default"};
+
+TEST_F(netd_test, a_start_takes_the_policy_rules_of_others)
+{
+    for (const char *family : {"-4", "-6"})
+        ASSERT_EQ(run_program({"/usr/sbin/ip", family, "rule", "add", "oif", "pon", "lookup", "150"}).status,
+                  0);
+
+    start_settled({.links = true});
+
+    EXPECT_EQ(gateway.ip_rules(), kernel_rules);
+    EXPECT_EQ(run_program({"/usr/sbin/ip", "-6", "rule"}).output,
+              "0:\tfrom all lookup local\n32766:\tfrom all lookup main\n");
+}
+
+TEST_F(netd_test, after_a_restart_route_scripts_have_their_rules_back_and_bridged_wans_have_not)
+{
+    start_settled({.links = true, .hotplug = true});
+    gateway.start_korvel();
+    for (const wan_config &wan :
+         {routed_dhcp(1, {.vid = 100, .bind = "1"}), bridged_wan(2, "01", {.vid = 200})})
+        ASSERT_EQ(gateway.call("add", add_request(wan)).at("status"), 0);
+    gateway.settle_netd();
+    const text_lines of_the_routed = gateway.ip_rules();
+    ASSERT_GT(of_the_routed.size(), kernel_rules.size());
+    (void)gateway.run_script("/etc/korvel/rule_wan_2.sh");
+    ASSERT_EQ(gateway.ip_rules().size(), of_the_routed.size() + 1);
+
+    ASSERT_EQ(run_program({"/etc/init.d/network", "restart"}).status, 0);
+    gateway.settle_netd();
+
+    EXPECT_EQ(gateway.ip_rules(), of_the_routed);
+}
+
+TEST_F(netd_test, an_orderly_end_leaves_no_device)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.store_wan(routed_pppoe(2, {.vid = 200}));
+    start_settled({.links = true});
+
+    gateway.stop_netd();
+
+    EXPECT_FALSE(device_exists("pon.100") || device_exists("pon.200") || device_exists("pppoe-wan_2"));
+    EXPECT_EQ(gateway.ip_routes("main"), text_lines{});
+}
+
+TEST_F(netd_test, vlans_that_a_killed_daemon_has_left_cannot_be_claimed_until_they_are_deleted)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start_settled({.links = true});
+
+    gateway.stop_netd(SIGKILL);
+    ASSERT_TRUE(device_exists("pon.100"));
+    start_settled({.links = true});
+
+    EXPECT_EQ(
+        R"({"up":false,"pending":false,"available":true,"autostart":true,"dynamic":false,"proto":"dhcp",)"
+        R"("device":"pon.100","data":{},"errors":[{"subsystem":"interface","code":"DEVICE_CLAIM_FAILED"}]})",
+        status("wan_1").text);
+
+    ASSERT_EQ(run_program({"/usr/sbin/ip", "link", "delete", "pon.100"}).status, 0);
+    gateway.reload_netd();
+    gateway.settle_netd();
+    EXPECT_EQ(status("wan_1").at("up"), true);
+    EXPECT_FALSE(status("wan_1").json().has("errors"));
+}
+
 TEST_F(netd_test, an_untagged_interface_that_goes_leaves_the_uplink_clean)
 {
     gateway.store_wan(routed_static(3, {.ip_protocol = 3}));

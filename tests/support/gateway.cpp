@@ -383,9 +383,12 @@ void gateway::hurry_netd()
         throw std::runtime_error("the network daemon does not hurry: status " + std::to_string(reply.status));
 }
 
-void gateway::stop_netd()
+void gateway::stop_netd(int signal_number)
 {
-    netd_.stop(SIGTERM);
+    netd_.stop(signal_number);
+    // Its objects vanish when the bus notices; a later start must not take the old ones for the new.
+    if (bus_.running() && !wait_until([this] { return !object_exists("network"); }))
+        throw std::runtime_error("the object network outlives the daemon");
 }
 
 void gateway::start_korvel()

@@ -147,7 +147,7 @@ public:
     // Waits until no interface of the stand-in is pending and none of its hotplug scripts runs.
     void settle_netd();
     void hurry_netd(); // what is pending comes up, or fails, at once
-    void stop_netd();
+    void stop_netd(int signal_number = SIGTERM);
     void start_korvel(); // starts the bus first if it does not run
     // Ends the daemon and returns its exit status, 128 + signal when the signal killed it.
     int stop_korvel(int signal_number = SIGTERM);

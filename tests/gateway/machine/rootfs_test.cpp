@@ -75,13 +75,14 @@ std::string with_ubus_printing(const std::string &text)
            text + "' > /tmp/reply; ";
 }
 
-TEST(init_scripts, network_reload_tells_the_network_daemon)
+TEST(init_scripts, network_reload_and_restart_tell_the_network_daemon)
 {
     const inside_result result = run_in_gateway(
-        with_ubus_printing("") +
-        "/etc/init.d/network reload; /etc/init.d/network restart; cat /gateway/journal /tmp/ubus_calls");
+        with_ubus_printing("") + "/etc/init.d/network reload; /etc/init.d/network restart; "
+                                 "/etc/init.d/network status; cat /gateway/journal /tmp/ubus_calls");
 
-    EXPECT_EQ("/etc/init.d/network reload\n/etc/init.d/network restart\n-S call network reload\n",
+    EXPECT_EQ("/etc/init.d/network reload\n/etc/init.d/network restart\n/etc/init.d/network status\n"
+              "-S call network reload\n-S call network restart\n",
               result.output);
 }
 
