@@ -38,9 +38,13 @@ std::function<bool()> object_is_there(const char *object)
 
 // The gateway's programs; ended in reverse order.
 struct running_gateway {
+    explicit running_gateway(const std::string &pace)
+        : network{{"gateway-netd", "--pace", pace}, object_is_there("network")}
+    {}
+
     launched_program log{{"gateway-tool", "syslogd"}, [] { return fs::exists(log_socket_path); }};
     launched_program bus{{"ubusd"}, [] { return run_silently({"ubus", "-S", "list"}) == 0; }};
-    launched_program network{{"gateway-netd"}, object_is_there("network")};
+    launched_program network;
     std::unique_ptr<launched_program> korvel;
 };
 
@@ -75,7 +79,7 @@ int run_gateway(const launcher_options &options)
     copy_config(options.config);
     int status = 0;
     {
-        running_gateway gateway;
+        running_gateway gateway(options.pace);
         if (options.start_korvel)
             gateway.korvel =
                 std::make_unique<launched_program>(command_words{"korvel", "-d"}, object_is_there("korvel"));

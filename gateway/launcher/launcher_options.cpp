@@ -12,6 +12,8 @@ and ends with the command's status. Without a command: an interactive shell.
 
   --shell         run an interactive shell
   --config DIR    put the files of DIR in /etc/config before anything starts
+  --pace PACE     how long interfaces take to come up: fast (no time, the
+                  default) or real (seconds, as on a line)
   --no-korvel     leave starting korvel to the command
   --show-journal  print the started commands at the end
   --show-log      print the system log at the end
@@ -20,12 +22,21 @@ and ends with the command's status. Without a command: an interactive shell.
 
 namespace {
 
-enum option_code { code_help, code_shell, code_config, code_no_korvel, code_show_journal, code_show_log };
+enum option_code {
+    code_help,
+    code_shell,
+    code_config,
+    code_pace,
+    code_no_korvel,
+    code_show_journal,
+    code_show_log
+};
 
 constexpr option long_options[] = {
     {"help", no_argument, nullptr, code_help},
     {"shell", no_argument, nullptr, code_shell},
     {"config", required_argument, nullptr, code_config},
+    {"pace", required_argument, nullptr, code_pace},
     {"no-korvel", no_argument, nullptr, code_no_korvel},
     {"show-journal", no_argument, nullptr, code_show_journal},
     {"show-log", no_argument, nullptr, code_show_log},
@@ -43,6 +54,11 @@ bool apply(int code, launcher_options &options)
         return true;
     case code_config:
         options.config = optarg;
+        break;
+    case code_pace:
+        options.pace = optarg;
+        if (options.pace != "fast" && options.pace != "real")
+            throw std::invalid_argument("no such pace: " + options.pace);
         break;
     case code_no_korvel:
         options.start_korvel = false;

@@ -10,8 +10,9 @@ struct launcher_options {
     bool start_korvel = true;
     bool show_journal = false;
     bool show_log = false;
-    std::string config;    // directory whose files replace those in /etc/config; empty: none
-    command_words command; // to run in the gateway; empty: an interactive shell
+    std::string pace = "fast"; // at which interfaces come up, or "real"
+    std::string config;        // directory whose files replace those in /etc/config; empty: none
+    command_words command;     // to run in the gateway; empty: an interactive shell
 };
 
 extern const char launcher_usage[];

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <getopt.h>
 #include <optional>
+#include <string>
 
 namespace {
 
@@ -19,17 +20,29 @@ struct command_line {
 
 [[noreturn]] void usage(int status)
 {
-    (void)fputs("Usage: gateway-netd [--no-links] [--no-hotplug] [--pending MILLISECONDS] [--socket PATH]\n",
-                status ? stderr : stdout);
+    (void)fputs(
+        "Usage: gateway-netd [--no-links] [--no-hotplug] [--pace fast|real] [--pending MILLISECONDS]\n"
+        "                    [--socket PATH]\n",
+        status ? stderr : stdout);
     exit(status);
+}
+
+bool is_real_pace(const std::string &pace)
+{
+    if (pace != "real" && pace != "fast")
+        usage(EXIT_FAILURE);
+    return pace == "real";
 }
 
 command_line parse(int argc, char **argv)
 {
-    constexpr option options[] = {
-        {"no-links", no_argument, nullptr, 'l'},      {"no-hotplug", no_argument, nullptr, 'n'},
-        {"pending", required_argument, nullptr, 'p'}, {"socket", required_argument, nullptr, 's'},
-        {"help", no_argument, nullptr, 'h'},          {}};
+    constexpr option options[] = {{"no-links", no_argument, nullptr, 'l'},
+                                  {"no-hotplug", no_argument, nullptr, 'n'},
+                                  {"pace", required_argument, nullptr, 'r'},
+                                  {"pending", required_argument, nullptr, 'p'},
+                                  {"socket", required_argument, nullptr, 's'},
+                                  {"help", no_argument, nullptr, 'h'},
+                                  {}};
     command_line parsed;
     for (int letter; (letter = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         switch (letter) {
@@ -41,6 +54,9 @@ command_line parse(int argc, char **argv)
             break;
         case 'p':
             parsed.daemon.pending_ms = atoi(optarg);
+            break;
+        case 'r':
+            parsed.daemon.real_pace = is_real_pace(optarg);
             break;
         case 's':
             parsed.socket = optarg;

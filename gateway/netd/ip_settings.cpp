@@ -141,20 +141,21 @@ struct protocol {
     void (*add)(const config_section &interface, unsigned number, ip_settings &settings);
     bool leased;      // by MAC address
     bool begins_down; // its client says that it is down before it asks
+    int seconds;      // that it takes on a real line
 };
 
 // clang-format off
 constexpr protocol protocols[] = {
-    {"static", nullptr,  true,  add_static, false, false},
-    {"dhcp",   nullptr,  true,  add_dhcp,   true,  true},
-    {"dhcpv6", nullptr,  true,  add_dhcpv6, true,  false},
-    {"pppoe",  "pppoe-", true,  add_pppoe,  false, false},
-    {"dslite", "ds-",    false, add_dslite, false, false},
+    {"static", nullptr,  true,  add_static, false, false, 0},
+    {"dhcp",   nullptr,  true,  add_dhcp,   true,  true,  3},
+    {"dhcpv6", nullptr,  true,  add_dhcpv6, true,  false, 4},
+    {"pppoe",  "pppoe-", true,  add_pppoe,  false, false, 3},
+    {"dslite", "ds-",    false, add_dslite, false, false, 1},
 };
 // clang-format on
 
 // An interface without a protocol, or with one that is not known, has its device and nothing else.
-constexpr protocol no_protocol = {"", nullptr, true, nullptr, false, false};
+constexpr protocol no_protocol = {"", nullptr, true, nullptr, false, false, 0};
 
 const protocol &protocol_of(const config_section &interface)
 {
@@ -180,6 +181,11 @@ std::string layer3_device(const config_section &interface)
 bool begins_down(const config_section &interface)
 {
     return protocol_of(interface).begins_down;
+}
+
+int real_negotiation_seconds(const config_section &interface)
+{
+    return protocol_of(interface).seconds;
 }
 
 ip_settings provider::settings_of(const config_section &interface, const std::string &client_address)

@@ -62,6 +62,8 @@ std::string layer3_device(const config_section &interface);
 std::string lower_device(const config_section &interface);
 // Whether a new interface reports that it is down before it negotiates.
 bool begins_down(const config_section &interface);
+// How long an interface of its protocol takes to come up on a real line.
+int real_negotiation_seconds(const config_section &interface);
 
 // The provider on the other side. What it gives follows from the digits in the interface's name, so wan_3
 // gets what wan_3 got before; but it knows a DHCP client by its device's MAC address, so two interfaces on

@@ -171,7 +171,9 @@ void network_daemon::bring_up(interface_record &record)
 void network_daemon::negotiate(interface_record &record)
 {
     record.state = link_state::pending;
-    record.coming_up.start(options_.pending_ms);
+    constexpr int ms_per_second = 1000;
+    record.coming_up.start(options_.real_pace ? ms_per_second * real_negotiation_seconds(record.section)
+                                              : options_.pending_ms);
 }
 
 void network_daemon::finish_negotiation(interface_record &record)

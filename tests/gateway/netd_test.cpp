@@ -275,6 +275,20 @@ TEST_F(netd_test, an_interface_is_pending_before_it_is_up)
         status("wan_2").text);
 }
 
+TEST_F(netd_test, at_a_real_pace_coming_up_takes_seconds)
+{
+    gateway.start_bus();
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    const child_process daemon({"gateway-netd", "--no-links", "--no-hotplug", "--pace", "real"});
+    ASSERT_TRUE(wait_until([this] { return gateway.object_exists("network"); }));
+
+    ASSERT_TRUE(wait_until(
+        [this] { return status("lan").at("up").boolean() && status("lan").at("uptime").integer() >= 1; }));
+    EXPECT_EQ(status("wan_1").at("pending"), true);
+
+    EXPECT_TRUE(wait_until([this] { return status("wan_1").at("up").boolean(); }));
+}
+
 TEST_F(netd_test, settling_ends_when_what_was_pending_is_gone)
 {
     const struct {
@@ -1172,7 +1186,8 @@ TEST_F(netd_test, without_a_bus_it_says_so_and_fails)
 TEST_F(netd_test, a_wrong_command_line_prints_the_usage)
 {
     for (const program_arguments &args :
-         {program_arguments{"gateway-netd", "--nosuch"}, program_arguments{"gateway-netd", "word"}}) {
+         {program_arguments{"gateway-netd", "--nosuch"}, program_arguments{"gateway-netd", "word"},
+          program_arguments{"gateway-netd", "--pace", "slow"}}) {
         const program_result result = run_program(args);
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.errors.find("Usage: gateway-netd"), std::string::npos);

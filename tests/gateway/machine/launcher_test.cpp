@@ -40,6 +40,7 @@ TEST(launcher_command_line, what_it_does_not_know_is_refused)
 {
     EXPECT_THROW(parsed({"--unknown"}), std::invalid_argument);
     EXPECT_THROW(parsed({"--config"}), std::invalid_argument);
+    EXPECT_THROW(parsed({"--pace", "slow"}), std::invalid_argument);
     EXPECT_THROW(parsed({"--shell", "--", "true"}), std::invalid_argument);
 }
 
@@ -91,6 +92,21 @@ TEST(launcher, the_journal_and_the_log_are_shown_at_the_end)
     EXPECT_EQ(0U, result.output.find("Started commands:\n")) << result.output;
     EXPECT_LT(result.output.find("\n/etc/init.d/firewall reload\n"), log) << result.output;
     EXPECT_EQ("System log:\nwarning korvel Receive stop signal: 15\n", result.output.substr(log));
+}
+
+TEST(launcher, at_a_real_pace_only_what_asks_nobody_is_up_at_once)
+{
+    const scratch_directory config;
+    std::ofstream(config.path() + "/network")
+        << "config interface 'lan'\n\toption proto 'static'\n\toption device 'br-lan'\n"
+           "config interface 'wan_1'\n\toption proto 'dhcp'\n\toption device 'pon'\n";
+    const char look[] = "state() { ubus -S call network.interface.$1 status | gateway-tool pick up; };"
+                        "until [ $(state lan) = true ]; do sleep 0.01; done; state wan_1";
+
+    const program_result result =
+        launch({"--no-korvel", "--config", config.path(), "--pace", "real", "--", "sh", "-c", look});
+
+    EXPECT_EQ("false\n", result.output) << result.errors;
 }
 
 TEST(launcher, a_program_that_does_not_come_up_is_named)
