@@ -77,6 +77,7 @@ void show(const char *title, const char *path)
 int run_gateway(const launcher_options &options)
 {
     copy_config(options.config);
+    (void)run_silently({"/etc/init.d/boot", "boot"});
     int status = 0;
     {
         running_gateway gateway(options.pace);

@@ -47,7 +47,7 @@ void prepare()
 private_root_options gateway_root_options()
 {
     private_root_options options;
-    options.rootfs = KORVEL_SOURCE_DIRECTORY "/gateway/rootfs";
+    options.rootfs = {KORVEL_SOURCE_DIRECTORY "/gateway/rootfs", KORVEL_SOURCE_DIRECTORY "/openwrt/root"};
     options.passed = {{KORVEL_SOURCE_DIRECTORY, false}, {KORVEL_BUILD_DIRECTORY, true}};
     options.shell = find_program("busybox");
     return options;

@@ -3,9 +3,9 @@
 
 #include "root/private_root.h"
 
-// Options for a gateway of this build: its files over the machine's, busybox ash as /bin/sh, the build
-// directory passed through writable (so that coverage data and test reports survive) and the source directory
-// read-only.
+// Options for a gateway of this build: its files and the package's over the machine's, busybox ash as
+// /bin/sh, the build directory passed through writable (so that coverage data and test reports survive) and
+// the source directory read-only.
 private_root_options gateway_root_options();
 
 // As enter_private_root; before the body runs, /gateway/bin is filled and put in front of PATH, an empty

@@ -11,7 +11,7 @@ struct passed_directory {
 };
 
 struct private_root_options {
-    std::string rootfs;                   // directory whose files lie over the machine's; empty: none
+    std::vector<std::string> rootfs;      // directories whose files lie over the machine's; no file is in two
     std::vector<passed_directory> passed; // bound in this order, so an inner directory follows its outer one
     std::string shell;                    // program behind /bin/sh; empty: the machine's own
     bool network = true;                  // whether to make br-lan, the ports and the uplink; lo is always up

@@ -128,7 +128,8 @@ public:
 
     void build()
     {
-        stage_files();
+        for (const std::string &directory : options_.rootfs)
+            stage_files(below(machine_root, directory));
         stage_shell();
         present_top_level();
         make_own_directories();
@@ -149,11 +150,8 @@ private:
         return not_a_link ? path : "/" / link / relative.lexically_relative(top);
     }
 
-    void stage_files() const
+    void stage_files(const fs::path &source) const
     {
-        if (options_.rootfs.empty())
-            return;
-        const fs::path source = below(machine_root, options_.rootfs);
         for (const fs::directory_entry &entry : fs::recursive_directory_iterator(source)) {
             const fs::path target =
                 below(upper_root, real_place("/" / entry.path().lexically_relative(source)));
@@ -332,8 +330,8 @@ private:
 // entered.
 private_root_options without_links(private_root_options options)
 {
-    if (!options.rootfs.empty())
-        options.rootfs = fs::canonical(options.rootfs);
+    for (std::string &directory : options.rootfs)
+        directory = fs::canonical(directory);
     for (passed_directory &directory : options.passed)
         directory.path = fs::canonical(directory.path);
     return options;

@@ -235,6 +235,15 @@ void gateway::set_config(const std::string &name, const std::string &text)
     write_file("/etc/config/" + name, text);
 }
 
+void gateway::install_package()
+{
+    fs::copy(KORVEL_SOURCE_DIR "/openwrt/root/etc", "/etc",
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    const program_result result = run_program({"/etc/init.d/boot", "boot"});
+    if (result.status != 0 || exists("/etc/uci-defaults/60-korvel"))
+        throw std::runtime_error("the first boot: " + result.output + result.errors);
+}
+
 void gateway::store_wan(const wan_config &config)
 {
     set_config("network",

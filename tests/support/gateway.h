@@ -104,6 +104,10 @@ public:
     void uci_add_list(const std::string &place, const std::string &value);
     void uci_delete(const std::string &place);
 
+    // Installs the package, which is there but for what a fresh gateway has put back, and does what the first
+    // boot does with it. Its rules then follow each reload of the firewall.
+    void install_package();
+
     // Stores the WAN as creation would: its sections, its identifier in wanList, maxWanId raised to it if
     // need be. Nothing is reloaded and no script is written.
     void store_wan(const wan_config &config);

@@ -112,13 +112,13 @@ TEST(launcher, at_a_real_pace_only_what_asks_nobody_is_up_at_once)
 TEST(launcher, a_program_that_does_not_come_up_is_named)
 {
     const scratch_directory config;
-    // Without the highest identifier korvel ends at once.
-    std::ofstream(config.path() + "/network") << "config korvel 'korvel'\n\toption pon_adapt 'pon'\n";
+    // The network daemon does not start with a configuration that cannot be read.
+    std::ofstream(config.path() + "/network") << "config korvel 'korvel\n";
 
     const program_result result = launch({"--config", config.path(), "--", "true"});
 
     EXPECT_EQ(private_root_failed, result.status);
-    EXPECT_NE(std::string::npos, result.errors.find("korvel has ended")) << result.errors;
+    EXPECT_NE(std::string::npos, result.errors.find("gateway-netd has ended")) << result.errors;
 }
 
 } // namespace

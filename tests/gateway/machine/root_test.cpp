@@ -221,7 +221,7 @@ TEST_P(root_test, the_working_directory_stays)
 
 TEST_P(root_test, a_part_that_cannot_be_made_is_named)
 {
-    options_.rootfs = "/nowhere/rootfs";
+    options_.rootfs = {"/nowhere/rootfs"};
 
     const inside_result result = run("echo never");
 

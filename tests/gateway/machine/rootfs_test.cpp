@@ -66,6 +66,39 @@ TEST(init_scripts, every_request_is_noted)
     }
 }
 
+// Includes "reloaded" (for both generations), "compatible" (for the later one only), "earlier" (for the
+// earlier one only) and three for nobody, each of which prints its name.
+constexpr char includes[] = R"(
+add() { echo "echo $1" > /tmp/$1; printf "set firewall.$1=include\nset firewall.$1.path=/tmp/$1\n"
+n=$1; shift; for o; do printf "set firewall.$n.$o\n"; done; }
+{ add reloaded type=script fw4_compatible=1 reload=1; add compatible type=script fw4_compatible=1
+add earlier type=script reload=1; add off type=script enabled=0 fw4_compatible=1
+add rules type=restore reload=1; add plain type=script; } | uci batch
+)";
+
+TEST(init_scripts, the_firewall_runs_the_includes_that_its_generation_runs)
+{
+    EXPECT_EQ("reloaded\ncompatible\n",
+              run_in_gateway(std::string(includes) + "/etc/init.d/firewall reload").output);
+    EXPECT_EQ("reloaded\nearlier\n", run_in_gateway(std::string(includes) +
+                                                    "echo 3 > /gateway/firewall; /etc/init.d/firewall reload")
+                                         .output);
+    EXPECT_EQ("reloaded\ncompatible\nearlier\nplain\n",
+              run_in_gateway(std::string(includes) + "echo 3 > /gateway/firewall; /etc/init.d/firewall start")
+                  .output);
+    EXPECT_EQ("", run_in_gateway(std::string(includes) + "/etc/init.d/firewall stop").output);
+}
+
+TEST(init_scripts, a_boot_does_once_what_packages_left_to_be_done)
+{
+    const inside_result result =
+        run_in_gateway("rm -f /etc/uci-defaults/*; echo 'echo first; LEAK=1' > /etc/uci-defaults/10-a;"
+                       "echo 'echo second ${LEAK:-clean}; exit 1' > /etc/uci-defaults/20-b;"
+                       "/etc/init.d/boot boot; ls /etc/uci-defaults; /etc/init.d/boot boot");
+
+    EXPECT_EQ("first\nsecond clean\n20-b\nsecond clean\n", result.output);
+}
+
 // The bus tool of this gateway prints the given text and notes how it was called.
 std::string with_ubus_printing(const std::string &text)
 {
