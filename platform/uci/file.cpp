@@ -16,8 +16,6 @@
 namespace uci {
 namespace {
 
-constexpr mode_t permission_bits = 07777;
-
 int code_of_errno()
 {
     switch (errno) {
@@ -208,8 +206,7 @@ int replace_file(const char *path, const char *data, size_t size)
 
 mode_t mode_of(const char *path, mode_t fallback)
 {
-    struct stat status;
-    return path && stat(path, &status) == 0 ? status.st_mode & permission_bits : fallback;
+    return path ? look_of(path, fallback).mode : fallback;
 }
 
 } // namespace uci
