@@ -11,7 +11,6 @@
 
 #include "delta.h"
 #include "export.h"
-#include "lookup.h"
 #include "parse.h"
 
 namespace {
