@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2154 # common.sh sets source_directory
 # Configures and builds a preset.
 
 jobs=$(nproc)

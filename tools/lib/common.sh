@@ -1,5 +1,7 @@
+# shellcheck shell=bash
 # What the scripts in tools/ and .ci/ share: messages and places. Sourced by bash, with `set -eu` in force.
 
+# shellcheck disable=SC2034 # for those that source this
 source_directory=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
 say() {

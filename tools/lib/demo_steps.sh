@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # The steps of a demonstration: sentences, command lines and what they print. Sourced by a shell in a virtual gateway.
 
 # How long an effect may take, in seconds.

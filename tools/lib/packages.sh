@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Installs from Debian what a script needs and the machine lacks.
 
 # What tells that a package is there: a program, or a file (a pattern with a slash). Packages of the same name as their
@@ -12,7 +13,9 @@ declare -A package_sign=(
     [libclang-rt-dev]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 )
 
+# shellcheck disable=SC2034 # for those that source this
 build_packages=(g++ cmake ninja-build libgtest-dev libjson-c-dev)
+# shellcheck disable=SC2034
 gateway_packages=(busybox ebtables iptables iproute2 util-linux)
 
 has_package() {

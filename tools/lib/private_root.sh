@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Whether this machine lets a virtual gateway be made, which lives in namespaces of its own.
 
 # in_namespaces [UNSHARE OPTION]...: tries the namespaces of a private root, with a /proc of their own.

@@ -1,10 +1,12 @@
 #!/bin/sh
+# shellcheck shell=dash
 # ipcalc.sh ADDRESS/LENGTH or ipcalc.sh ADDRESS NETMASK: prints what follows from them as shell assignments.
 
 # to_number A.B.C.D: sets `number`; fails when it is no address.
 to_number() {
     local IFS=. octet
     number=0
+    # shellcheck disable=SC2086 # at its points
     set -- $1
     [ $# -eq 4 ] || return 1
     for octet; do
@@ -38,7 +40,7 @@ if [ "$address" != "$1" ]; then
     case "$prefix" in '' | *[!0-9]*) refuse "$@" ;; esac
     [ "$prefix" -le 32 ] || refuse "$@"
 else
-    to_number "$2" && mask_length $number || refuse "$@"
+    { to_number "$2" && mask_length $number; } || refuse "$@"
 fi
 to_number "$address" || refuse "$@"
 mask=$((0xffffffff << (32 - prefix) & 0xffffffff))

@@ -1,3 +1,4 @@
+# shellcheck shell=dash
 # What scripts ask about interfaces, answered by the network daemon. Each function takes the name of a variable and an
 # interface; it sets the variable and succeeds, or unsets it and fails when the interface has no such thing.
 
@@ -28,12 +29,14 @@ network_store() {
 
 network_get_ipaddr() {
     network_load
+    # shellcheck disable=SC2046 # a word each
     set -- "$1" $(network_pick "$2" ipv4-address address)
     network_store "$1" "$2"
 }
 
 network_get_subnet() {
     network_load
+    # shellcheck disable=SC2046 # a word each
     set -- "$1" $(network_pick "$2" ipv4-address address mask)
     network_store "$1" "${2:+$2/$3}"
 }
@@ -70,6 +73,7 @@ network_get_dnsserver() {
     local _servers
     _servers=$(network_pick "$2" dns-server)
     [ "${3:-0}" = 0 ] || _servers="$_servers $(network_pick "$2" inactive.dns-server)"
+    # shellcheck disable=SC2086 # a word each
     set -- "$1" $_servers
     _servers="$1"
     shift
