@@ -22,7 +22,7 @@ namespace {
 // What the steps of one creation share.
 struct creation {
     const wan_config *config;
-    const service_type &service;
+    const wan_service &service;
     wan_names names;
     wan_rule_ctx rule;
     char device[12];         // the network device's name
@@ -379,7 +379,8 @@ int wan_write(const wan_config *config, uint8_t fixed_id)
     else if (const int refusal = list_new(config, id))
         return refusal;
 
-    creation wan = {config, service_of(config->service), wan_names(id), {id, {}, *config}, {}, {}, {}, 0, 0};
+    creation wan = {config, wan_service_of(config->service), wan_names(id), {id, {}, *config}, {}, {}, {}, 0,
+                    0};
     wan_device_name(*config, wan.device);
     wan_link_name(id, *config, wan.rule.lkname);
     choose_mac(wan);

@@ -21,7 +21,7 @@ void remove_common_scripts()
     wan_write_mvlan_rule();
 }
 
-unsigned clear_listed_scripts(uci_list *entries)
+unsigned remove_listed_scripts(uci_list *entries)
 {
     unsigned count = 0;
     uci_element *entry = nullptr;
@@ -47,7 +47,7 @@ bool must_go(const uci_loaded &network, uci_section *section)
 
 // Deletes from the last section to the first: deleting one gives every unnamed section behind it another
 // name, while those before it keep theirs.
-unsigned clear_sections()
+unsigned sweep_sections()
 {
     const uci_loaded network("network");
     if (!network)
@@ -105,14 +105,14 @@ unsigned wan_force_clear()
         if (!network)
             return 0;
         if (uci_list *const entries = network.list(network.section("korvel"), "wanList"))
-            count += clear_listed_scripts(entries);
+            count += remove_listed_scripts(entries);
     }
     // Before the sections: this write also commits what others left pending, so that the names read next stay
     // true.
     maxWanId = 0;
     if (config_set("network", "korvel", "maxWanId", "0") != 0)
         log_error("Failed to reset maxWanId");
-    count += clear_sections();
+    count += sweep_sections();
     (void)config_delete("network", "korvel", "wanList"); // it may be missing
     return count;
 }

@@ -1,16 +1,16 @@
-// Removes every WAN.
+// Deletes every WAN.
 #pragma once
 
 #include "base/bus_headers.h"
 
-// Deletes every WAN on the list, then the scripts that concern all of them, and reloads the services. Sweeps
-// the configuration by force when the list cannot be read or a deletion failed. Outcomes are logged. Call
-// with the handler mutex held, or before the bus is connected.
+// Deletes every WAN on the list, removes the scripts that concern all of them, and reloads the system
+// services. Sweeps the configuration when the list cannot be read or a deletion failed. Outcomes are logged.
+// Call with the handler mutex held, or before the bus is connected.
 void wan_delete_all();
 
-// Deletes, without looking at the WANs one by one: the scripts of every identifier on the list, every device
-// section but br-lan's, every interface whose name contains "wan_", and the list itself. Returns how many
-// list entries and sections that were; 0 when `network` cannot be loaded. Same locking.
+// The sweep. Takes away, without looking at the WANs one by one: the scripts of every identifier on the list,
+// every device section but br-lan's, every interface whose name contains "wan_", and the list itself. Returns
+// how many list entries and sections that were; 0 when `network` cannot be loaded. Same locking.
 unsigned wan_force_clear();
 
 // Bus method `delAll`. Sends no reply.

@@ -106,7 +106,7 @@ void leave_bridge_vlans(const char *device)
     if (!network)
         return;
     // Deliberate: cleared once for all sections, so a section without the device has the entry found last
-    // removed.
+    // deleted.
     char port[12] = {};
     uci_element *element = nullptr;
     uci_foreach_element(network.sections(), element)
@@ -150,7 +150,7 @@ void finish(deletion &wan, int reload, int keep_ids)
     } else if (wan.had_ipv6_interface) {
         reload_system_services(dhcpv6_deleted);
     }
-    if ((reload || keep_ids) && service_of(wan.service).carries_calls)
+    if ((reload || keep_ids) && wan_service_of(wan.service).carries_calls)
         reload_system_services(call_wan_deleted);
 }
 

@@ -1,4 +1,4 @@
-// Removes one WAN with everything that refers to it.
+// Deletes one WAN with everything that refers to it.
 #pragma once
 
 #include <cstdint>
@@ -6,12 +6,11 @@
 #include "base/bus_headers.h"
 
 // Deletes a WAN's identifier from the list, its device section, its interfaces with their places in firewall,
-// multicast proxy, UPnP and DHCP (routed) or in the LAN bridge and its VLANs (bridged), and its scripts,
-// after running them with
-// "-r". Every deletion is tried, whatever became of the one before.
+// multicast proxy, UPnP and DHCP (routed) or in the LAN bridge and its VLANs (bridged), and removes its
+// scripts. Every deletion is tried, whatever became of the one before.
 //
-// `reload` nonzero: the multicast script and the reloads of network, firewall, miniupnpd and omcproxy are
-// done here; zero: they are the caller's, but for a network reload when a DHCPv6 interface went. `keep_ids`
+// `reload` nonzero: the multicast script and the reload of the system services (service/reload) are done
+// here; zero: they are the caller's, but for what must follow when a DHCPv6 interface went. `keep_ids`
 // nonzero: the WAN is written again at once, so an emptied identifier list does not start over.
 //
 // Returns 0, -1 when there is no such WAN (nothing is changed), or the OR of the configuration calls that

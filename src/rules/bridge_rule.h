@@ -7,5 +7,5 @@
 // than a name; does not run it. Failures are logged.
 void wan_write_bridge_rule(const wan_rule_ctx *ctx);
 
-// Runs the script with "-r" and deletes it, if there is one. Failures are logged.
+// Removes the script, if there is one. Failures are logged.
 void wan_remove_bridge_rule(uint8_t wan_id);

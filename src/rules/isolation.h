@@ -1,10 +1,10 @@
 // The script that keeps bridged WANs which share the LAN bridge from forwarding to each other.
 #pragma once
 
-// Runs the present script with "-r", deletes it, and writes a new one from the LAN bridge's ports when two or
+// Removes the present script, and writes a new one from the LAN bridge's ports when two or
 // more of them are WAN devices with names that a shell takes for nothing else; does not run that. A bridge
 // without a `ports` list leaves the script alone. Failures are logged.
 void wan_write_isolate_rule();
 
-// Runs the script with "-r" and deletes it, if there is one. Failures are logged.
+// Removes the script, if there is one. Failures are logged.
 void wan_remove_isolate_rule();

@@ -37,7 +37,7 @@ size_t collect_pairs(const uci_loaded &network, vlan_pair (&pairs_out)[most_pair
     return count;
 }
 
-void clear_mapping()
+void remove_mapping()
 {
     if (file_exists(mvlan_rule_path) && !remove_file(mvlan_rule_path))
         log_error("Failed to delete mvlan rule: %s", mvlan_rule_path);
@@ -54,7 +54,7 @@ void wan_write_mvlan_rule()
     vlan_pair pairs[most_pairs];
     const size_t count = collect_pairs(network, pairs);
     if (count == 0)
-        return clear_mapping();
+        return remove_mapping();
 
     script_file script(mvlan_rule_path);
     if (script) {

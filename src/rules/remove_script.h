@@ -1,6 +1,6 @@
 // Takes a generated script back.
 #pragma once
 
-// Runs a script with "-r", so that it removes what it installed, and deletes it. A script that does not exist
-// is left alone. Returns false when the file could not be deleted.
+// Removes a script: runs it with "-r", so that it takes back what it installed, and then the file goes. A
+// script that does not exist is left alone. Returns false when the file stayed.
 bool remove_script(const char *path);

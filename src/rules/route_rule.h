@@ -7,5 +7,5 @@
 // Writes the WAN's /etc/hotplug.d/iface/99-wan_<id>; does not run it. Failures are logged.
 void wan_write_route_rule(const wan_rule_ctx *ctx);
 
-// Runs the script with "-r" and deletes it, if there is one. Failures are logged.
+// Removes the script, if there is one. Failures are logged.
 void wan_remove_route_rule(uint8_t wan_id);

@@ -150,7 +150,7 @@ void read_device_section(reading &state)
 }
 
 // Whether the operator's branding hides the PPPoE service name.
-bool service_name_hidden()
+bool ppp_service_name_hidden()
 {
     char text[12] = {};
     return config_get("custom", "gpon", "ppp_service_name_hidden", text) == 0 && text_number(text) == 1;
@@ -163,7 +163,7 @@ void read_pppoe(reading &state)
     // Deliberate: wraps to 65528 when the device section has no MTU.
     record->mtu = static_cast<uint16_t>(record->mtu - 8);
     read_options(state, option_place::pppoe);
-    if (service_name_hidden())
+    if (ppp_service_name_hidden())
         text_ref(record->pppServName).clear();
     (void)read_option(state, STORED(pppDialMode));
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr service_type service_types[] = {
+constexpr wan_service wan_services[] = {
     {"TR069_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/false},
     {"INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/false},
     {"TR069", /*internet=*/false, /*binds_ports=*/false, /*carries_calls=*/false},
@@ -14,7 +14,7 @@ constexpr service_type service_types[] = {
     {"VOIP_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/true},
     {"TR069_VOIP_INTERNET", /*internet=*/true, /*binds_ports=*/true, /*carries_calls=*/true},
 };
-constexpr service_type unknown_service = {"OTHER", false, false, false};
+constexpr wan_service unknown_service = {"OTHER", false, false, false};
 
 } // namespace
 
@@ -63,9 +63,9 @@ script_path route_rule_path(uint8_t wan_id)
     return path;
 }
 
-const service_type &service_of(uint8_t code)
+const wan_service &wan_service_of(uint8_t code)
 {
-    return code < std::size(service_types) ? service_types[code] : unknown_service;
+    return code < std::size(wan_services) ? wan_services[code] : unknown_service;
 }
 
 void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35])
@@ -77,6 +77,6 @@ void wan_link_name(uint8_t wan_id, const wan_config &config, char (&name_out)[35
         text_ref(vid_label).format("VID_");
     text_ref(name_out).clear();
     text_ref(name_out, 34)
-        .format("%u_%s_%s_%s", wan_id, service_of(config.service).name,
+        .format("%u_%s_%s_%s", wan_id, wan_service_of(config.service).name,
                 config.wanMode == wan_mode_routed ? "R" : "B", vid_label);
 }

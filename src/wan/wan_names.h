@@ -1,4 +1,4 @@
-// Every name that is made from a WAN's identifier or from its service, in one place, and those of the
+// Every name that is made from a WAN's identifier or from what it is for, in one place, and those of the
 // management device. The name of a WAN's network device is made by the setting that it begins with
 // (service/settings).
 #pragma once
@@ -58,15 +58,16 @@ script_path route_rule_path(uint8_t wan_id);  // /etc/hotplug.d/iface/99-wan_<id
 inline constexpr char isolate_rule_path[] = "/etc/korvel/rule_wan_isolate.sh";
 inline constexpr char mvlan_rule_path[] = "/etc/korvel/rule_mvlan.sh";
 
-// What a service code stands for. Any code beyond the table is named "OTHER" and belongs to no group.
+// What a WAN is for: the meaning of the record's `service`. Any code beyond the table is named "OTHER" and
+// belongs to no group.
 enum : uint8_t { service_other = 3 };
-struct service_type {
+struct wan_service {
     const char *name;
     bool internet;      // multicast proxy, UPnP and default routes follow it
     bool binds_ports;   // LAN ports may be bound to it
     bool carries_calls; // the telephony service follows it
 };
-const service_type &service_of(uint8_t code);
+const wan_service &wan_service_of(uint8_t code);
 
 // The link name, "<id>_<service>_<R|B>_VID_<vid>", kept as `lkname` of the device section and shown as
 // wanName. It is built in 34 bytes, one less than the field has.

@@ -113,7 +113,7 @@ TEST(wan_names, services_have_their_names_and_groups)
     for (const auto &row : cases) {
         SCOPED_TRACE(static_cast<int>(row.code));
 
-        const service_type &service = service_of(row.code);
+        const wan_service &service = wan_service_of(row.code);
 
         EXPECT_STREQ(row.name, service.name);
         EXPECT_EQ(row.internet, service.internet);
