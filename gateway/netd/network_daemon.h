@@ -2,13 +2,14 @@
 // the configuration from one reload to the next.
 //
 // An interface that appears or changes is pending for a moment and then up; its events go to the bus and, in
-// the same order, to the hotplug scripts. Everything runs on the loop's thread.
+// the same order, to the hotplug scripts. One that is wanted and cannot come up is tried again at every
+// reload. Everything runs on the loop's thread.
 #pragma once
 
 #include "netd/board.h"
 #include "netd/bus_headers.h"
-#include "netd/ip_settings.h"
 #include "netd/hotplug.h"
+#include "netd/ip_settings.h"
 #include "netd/links.h"
 #include "netd/loop.h"
 #include "netd/network_config.h"
@@ -36,9 +37,8 @@ public:
     network_daemon(const network_daemon &) = delete;
     network_daemon &operator=(const network_daemon &) = delete;
 
-    // Puts the objects on the bus and starts the configured interfaces. False when that is impossible; the
-    // reason is on standard error.
-    // Policy rules that others have made before are gone afterwards.
+    // Removes all policy rules but the kernel's own, puts the objects on the bus and starts the configured
+    // interfaces. False when that is impossible; the reason is on standard error.
     bool start();
 
     // Takes everything out of the kernel, as an orderly end does; nobody is told.
@@ -47,8 +47,8 @@ public:
     // The methods. Each returns a bus status.
     int reload();
     int restart();
-    // An interface that is not configured, for as long as it is up or nothing configured takes its name. Its
-    // device may be "@" and the name of an interface that is there.
+    // Adds an interface that is not configured; it makes room when the configuration takes its name. Its
+    // device may be "@" and the name of another interface, for that one's.
     int add_dynamic(config_section section);
     // Adds the device's state to the open container; false when there is no such device.
     bool add_device(blob_buf *reply, const std::string &device) const;
@@ -62,8 +62,8 @@ public:
     void settle(ubus_request_data *request);
 
 private:
-    // Why there is an interface: the configuration names it, a dialled one brought it along, or a reply is
-    // laid down.
+    // Why there is an interface: the configuration names it, a dialled one or a client brought it, or a reply
+    // is laid down.
     enum class origin { configured, dynamic, scripted };
 
     struct interface_record;
