@@ -14,8 +14,8 @@ class descriptor {
 public:
     descriptor() = default;
     explicit descriptor(int fd) : fd_(fd) {}
-    descriptor(descriptor &&other) : fd_(other.release()) {}
-    descriptor &operator=(descriptor &&other)
+    descriptor(descriptor &&other) noexcept : fd_(other.release()) {}
+    descriptor &operator=(descriptor &&other) noexcept
     {
         reset(other.release());
         return *this;
