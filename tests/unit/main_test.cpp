@@ -8,6 +8,7 @@
 #include "support/gateway.h"
 
 #include <csignal>
+#include <cstdarg>
 
 // main.cpp is part of this program, its main() under another name.
 int korvel_main(int argc, char *argv[]);
@@ -19,6 +20,7 @@ int config_failure = 0;
 bool bus_is_there = true;
 int registration = UBUS_STATUS_OK;
 sighandler_t stop_handler = nullptr;
+bool stop_signals_held = false; // whether they were, when something was last logged
 ubus_context fake_bus = {};
 
 void note(const std::string &step)
@@ -48,6 +50,17 @@ void __wrap_openlog(const char *ident, int options, int facility)
 void __wrap_closelog()
 {
     note("closelog");
+}
+void __wrap_syslog(int priority, const char *pattern, ...)
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    stop_signals_held =
+        sigismember(&mask, SIGHUP) && sigismember(&mask, SIGINT) && sigismember(&mask, SIGTERM);
+    va_list arguments;
+    va_start(arguments, pattern);
+    vsyslog(priority, pattern, arguments);
+    va_end(arguments);
 }
 sighandler_t __wrap_signal(int number, sighandler_t handler)
 {
@@ -197,6 +210,7 @@ TEST_F(main_test, a_refused_registration_is_logged_and_ends_the_service)
         after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "ubus_free", "uloop_done", "closelog"}),
         steps);
     EXPECT_EQ(text_lines{"Failed to register on the bus: Invalid argument"}, gateway.log_texts(LOG_ERR));
+    EXPECT_TRUE(stop_signals_held) << "the stop handler logs too";
 }
 
 TEST_F(main_test, without_a_highest_identifier_start_up_ends_at_once)

@@ -1,13 +1,62 @@
 // What leaves the process: commands, files, and scripts that appear whole or not at all.
 #include "base/os.h"
 
+#include "base/config.h"
+#include "base/stop_signals.h"
 #include "support/gateway.h"
 #include "support/small_disk.h"
 
 #include <chrono>
+#include <csignal>
+#include <cstdarg>
 #include <ctime>
 #include <filesystem>
 #include <sys/stat.h>
+
+namespace {
+
+unsigned watched_syncs = 0; // how many files were synced since somebody began to look
+bool watching = false;
+bool no_process = false;        // whether no process can be started
+bool stop_signals_held = false; // whether they were, when something was last logged
+
+bool holds_stop_signals()
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, SIGHUP) && sigismember(&mask, SIGINT) && sigismember(&mask, SIGTERM);
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_fsync(int descriptor);
+
+// Starts a child, which notes the descriptors that it was given, as another thread might just then.
+int __wrap_fsync(int descriptor)
+{
+    if (watching)
+        run_command(("ls /proc/self/fd >/tmp/child-" + std::to_string(watched_syncs++)).c_str());
+    return __real_fsync(descriptor);
+}
+
+int __real_system(const char *command);
+
+int __wrap_system(const char *command)
+{
+    return no_process ? -1 : __real_system(command);
+}
+
+void __wrap_syslog(int priority, const char *pattern, ...)
+{
+    stop_signals_held = holds_stop_signals();
+    va_list arguments;
+    va_start(arguments, pattern);
+    vsyslog(priority, pattern, arguments);
+    va_end(arguments);
+}
+}
 
 namespace {
 
@@ -21,6 +70,17 @@ TEST_F(os_test, a_command_has_ended_when_the_call_returns)
 
     EXPECT_EQ(gateway.file("/tmp/result"), "done\n");
     EXPECT_TRUE(gateway.log().empty()) << "its exit status is nobody's business";
+}
+
+TEST_F(os_test, a_command_that_cannot_be_started_is_logged_with_the_stop_signals_held_again)
+{
+    const stop_signal_mask blocked(stop_signal_mask::block); // as in a handler
+    no_process = true;
+    run_command("true");
+    no_process = false;
+
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"Failed to run: true"});
+    EXPECT_TRUE(stop_signals_held);
 }
 
 TEST_F(os_test, a_commands_output_is_cut_at_the_buffers_end)
@@ -87,6 +147,23 @@ TEST_F(os_test, a_command_is_waited_for_after_its_output_ended)
 
     EXPECT_STREQ(output, "text");
     EXPECT_EQ(gateway.file("/tmp/result"), "done\n");
+}
+
+TEST_F(os_test, a_child_that_starts_while_files_are_written_has_none_of_their_descriptors)
+{
+    run_command("ls /proc/self/fd >/tmp/before");
+    script_file script("/etc/korvel/script");
+    script.print("text");
+    watched_syncs = 0;
+    watching = true;
+
+    EXPECT_EQ(config_set("network", "korvel", "option", "value"), 0);
+    EXPECT_TRUE(script.commit());
+
+    watching = false;
+    EXPECT_GE(watched_syncs, 3U) << "both files and a directory";
+    for (unsigned i = 0; i < watched_syncs; i++)
+        EXPECT_EQ(gateway.file("/tmp/before"), gateway.file("/tmp/child-" + std::to_string(i))) << i;
 }
 
 TEST_F(os_test, files_are_read_up_to_the_buffers_end)
