@@ -14,8 +14,8 @@
 #include "store/mac.h"
 #include "store/new_id.h"
 #include "store/read_config.h"
-#include "wan/wan_names.h"
 #include "wan/stored_options.h"
+#include "wan/wan_names.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include "store/id_list.h"
 #include "store/mac.h"
 #include "store/new_id.h"
-#include "wan/wan_names.h"
 #include "wan/stored_options.h"
+#include "wan/wan_names.h"
 
 namespace {
 

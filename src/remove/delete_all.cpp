@@ -9,9 +9,9 @@
 #include "rules/route_rule.h"
 #include "service/reload.h"
 #include "service/reply.h"
-#include "service/settings.h"
-#include "wan/wan_names.h"
+#include "store/id_list.h"
 #include "wan/stored_options.h"
+#include "wan/wan_names.h"
 
 namespace {
 
@@ -104,26 +104,24 @@ unsigned wan_force_clear()
         const uci_loaded network("network");
         if (!network)
             return 0;
-        if (uci_list *const entries = network.list(network.section("korvel"), "wanList"))
+        if (uci_list *const entries = wan_listed_ids(network))
             count += remove_listed_scripts(entries);
     }
     // Before the sections: this write also commits what others left pending, so that the names read next stay
     // true.
-    maxWanId = 0;
-    if (config_set("network", "korvel", "maxWanId", "0") != 0)
+    if (wan_ids_restart() != 0)
         log_error("Failed to reset maxWanId");
     count += sweep_sections();
-    (void)config_delete("network", "korvel", "wanList"); // it may be missing
+    wan_list_delete();
     return count;
 }
 
 void wan_delete_all()
 {
     const uci_loaded network("network");
-    uci_section *const korvel = network ? network.section("korvel") : nullptr;
-    if (!korvel)
+    if (!network || !network.section("korvel"))
         return;
-    if (uci_list *const entries = network.list(korvel, "wanList"))
+    if (uci_list *const entries = wan_listed_ids(network))
         delete_by_list(entries);
     else if (!sweep_without_list())
         return;

@@ -10,9 +10,10 @@
 #include "service/reload.h"
 #include "service/reply.h"
 #include "service/settings.h"
+#include "store/id_list.h"
 #include "store/read_config.h"
-#include "wan/wan_names.h"
 #include "wan/stored_options.h"
+#include "wan/wan_names.h"
 
 namespace {
 
@@ -133,10 +134,8 @@ void delete_bridged(deletion &wan)
 // With the last WAN gone, identifiers start from 1 again.
 void restart_ids_when_empty(deletion &wan)
 {
-    if (config_total_list("network", "korvel", "wanList") != 0)
-        return;
-    maxWanId = 0;
-    wan.error |= config_set("network", "korvel", "maxWanId", "0");
+    if (wan_listed_count() == 0)
+        wan.error |= wan_ids_restart();
 }
 
 void finish(deletion &wan, int reload, int keep_ids)
@@ -166,7 +165,7 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     wan.service = static_cast<uint8_t>(device_number(wan, STORED(service)));
     wan.mvid = static_cast<uint16_t>(device_number(wan, STORED(mvid)));
 
-    wan.error |= config_del_list("network", "korvel", "wanList", wan.names.id);
+    wan.error |= wan_id_unlist(wan.names);
     if (wan.error != 0 && keep_ids) {
         // Nobody would write the WAN again: better to leave it whole.
         log_error("Failed to delete wan_%u: %d", wanId, wan.error);

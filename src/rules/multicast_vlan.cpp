@@ -3,8 +3,8 @@
 #include "base/config.h"
 #include "base/log.h"
 #include "base/os.h"
-#include "wan/wan_names.h"
 #include "wan/stored_options.h"
+#include "wan/wan_names.h"
 
 namespace {
 

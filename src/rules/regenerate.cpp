@@ -9,6 +9,7 @@
 #include "rules/route_rule.h"
 #include "rules/rule_ctx.h"
 #include "service/settings.h"
+#include "store/id_list.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
 
@@ -68,7 +69,7 @@ void wan_regen_missing_rules()
     for (const char *const directory : script_directories)
         make_directory(directory);
     const uci_loaded network("network");
-    uci_list *const entries = network ? network.list(network.section("korvel"), "wanList") : nullptr;
+    uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return;
     uci_element *entry = nullptr;

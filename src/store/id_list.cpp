@@ -1,18 +1,66 @@
 #include "store/id_list.h"
 
-#include "base/config.h"
 #include "service/settings.h"
-#include "wan/wan_names.h"
 #include "wan/stored_options.h"
 
 #include <cstdio>
 
+namespace {
+
+// The section and the option that hold the list.
+constexpr char list_section[] = "korvel";
+constexpr char list_option[] = "wanList";
+
+// Sets the highest identifier in memory and in the configuration. Returns the configuration's result.
+int set_highest_id(uint32_t highest)
+{
+    maxWanId = highest;
+    return config_set_number("network", list_section, "maxWanId", static_cast<int>(highest));
+}
+
+uint32_t list_id(uint32_t id)
+{
+    (void)config_add_list("network", list_section, list_option, wan_names(id).id);
+    return id;
+}
+
+// Whether new identifiers fill gaps; the option's value in use_out.
+bool fills_gaps(uint32_t *use_out)
+{
+    return uci_get_int(list_section, "use_min_wan_id", use_out) == 0 && *use_out != 0;
+}
+
+} // namespace
+
+uci_list *wan_listed_ids(const uci_loaded &network)
+{
+    return network ? network.list(network.section(list_section), list_option) : nullptr;
+}
+
+int wan_listed_count()
+{
+    return config_total_list("network", list_section, list_option);
+}
+
+int wan_id_unlist(const wan_names &names)
+{
+    return config_del_list("network", list_section, list_option, names.id);
+}
+
+void wan_list_delete()
+{
+    (void)config_delete("network", list_section, list_option);
+}
+
+int wan_ids_restart()
+{
+    return set_highest_id(0);
+}
+
 uint32_t wan_min_free_id()
 {
     const uci_loaded network("network");
-    if (!network)
-        return no_free_id;
-    uci_list *const entries = network.list(network.section("korvel"), "wanList");
+    uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return no_free_id;
 
@@ -35,29 +83,6 @@ uint32_t wan_own_or_free_id(uint8_t wan_id, uint8_t highest_own)
     return first_free == no_free_id ? wan_id : first_free;
 }
 
-namespace {
-
-// Sets the highest identifier in memory and in the configuration.
-void set_highest_id(uint32_t highest)
-{
-    maxWanId = highest;
-    (void)config_set_number("network", "korvel", "maxWanId", static_cast<int>(highest));
-}
-
-uint32_t list_id(uint32_t id)
-{
-    (void)config_add_list("network", "korvel", "wanList", wan_names(id).id);
-    return id;
-}
-
-// Whether new identifiers fill gaps; the option's value in use_out.
-bool fills_gaps(uint32_t *use_out)
-{
-    return uci_get_int("korvel", "use_min_wan_id", use_out) == 0 && *use_out != 0;
-}
-
-} // namespace
-
 uint32_t wan_id_next()
 {
     const uint32_t first = wan_min_free_id();
@@ -68,7 +93,7 @@ uint32_t wan_id_next()
 void wan_id_cover(uint32_t id)
 {
     if (maxWanId < id)
-        set_highest_id(id);
+        (void)set_highest_id(id);
 }
 
 uint32_t wan_id_alloc(uint32_t requested)
@@ -79,11 +104,11 @@ uint32_t wan_id_alloc(uint32_t requested)
     if (fixed != 0)
         return list_id(fixed);
     if (!fills_gaps(&use) || first == no_free_id) {
-        set_highest_id(maxWanId + 1);
+        (void)set_highest_id(maxWanId + 1);
         return list_id(maxWanId);
     }
 
-    set_highest_id(static_cast<uint32_t>(config_total_list("network", "korvel", "wanList")) + 1);
+    (void)set_highest_id(static_cast<uint32_t>(wan_listed_count()) + 1);
     list_id(first);
     printf("use_min_wan_id = %u, min_wan_id = %d, maxWanId = %d\n", use, static_cast<int>(first),
            static_cast<int>(maxWanId.load()));

@@ -1,7 +1,27 @@
-// The list of WAN identifiers in use, network.korvel.wanList, and the allocation of new ones.
+// The list of WAN identifiers in use, network.korvel.wanList, and the allocation of new ones. What changes
+// the list or maxWanId is called with the handler mutex held, or before the bus is connected, unless it says
+// otherwise.
 #pragma once
 
+#include "base/config.h"
+#include "wan/wan_names.h"
+
 #include <cstdint>
+
+// The list's entries, in order of addition; null when `network` could not be loaded or has no such list.
+uci_list *wan_listed_ids(const uci_loaded &network);
+
+// How many entries the list has; 0 when it is missing or cannot be read. Loads the configuration itself.
+int wan_listed_count();
+
+// Takes an identifier off the list. Returns 0, or the configuration library's non-zero result.
+int wan_id_unlist(const wan_names &names);
+
+// Deletes the list as a whole; it may be missing.
+void wan_list_delete();
+
+// Has identifiers start from 1 again: maxWanId is 0 in memory, and in the configuration if the result is 0.
+int wan_ids_restart();
 
 // What wan_min_free_id() answers when the list cannot be read; as a signed number -1.
 inline constexpr uint32_t no_free_id = UINT32_MAX;

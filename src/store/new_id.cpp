@@ -26,7 +26,7 @@ bool is_allowed(uint32_t id)
 
 bool is_listed(const uci_loaded &network, uint32_t id)
 {
-    uci_list *const entries = network.list(network.section("korvel"), "wanList");
+    uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return false;
     uci_element *entry = nullptr;

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "service/policies.h"
 #include "service/reply.h"
+#include "store/id_list.h"
 #include "store/read_config.h"
 #include "store/reply_fields.h"
 #include "wan/wan_names.h"
@@ -48,7 +49,7 @@ bool add_tables(std::span<const wan_config> records)
 int read_listed(std::span<wan_config> records)
 {
     const uci_loaded network("network");
-    uci_list *const entries = network ? network.list(network.section("korvel"), "wanList") : nullptr;
+    uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return 0;
     int result = 0;
@@ -94,7 +95,7 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
 
 int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    const int count = config_total_list("network", "korvel", "wanList");
+    const int count = wan_listed_count();
     if (count <= 0)
         return UBUS_STATUS_OK;
     const size_t wans = static_cast<size_t>(count);
