@@ -183,10 +183,10 @@ TEST_F(uloop_test, one_pass_ends_when_a_timer_becomes_due_and_the_next_pass_fire
     uloop_timeout_set(&timer, 50);
     const auto start = steady::now();
 
-    EXPECT_EQ(uloop_run_timeout(200), 0);
+    EXPECT_EQ(uloop_run_timeout(60000), 0);
 
     EXPECT_GE(steady::now() - start, 50ms);
-    EXPECT_LT(steady::now() - start, 200ms);
+    EXPECT_LT(steady::now() - start, 30s);
     EXPECT_TRUE(timer.pending);
     EXPECT_FALSE(fired);
     EXPECT_EQ(uloop_run_timeout(0), 0);
@@ -197,14 +197,14 @@ TEST_F(uloop_test, one_pass_ends_when_a_timer_becomes_due_and_the_next_pass_fire
 TEST_F(uloop_test, one_pass_waits_no_longer_than_asked)
 {
     test_timer timer([] { FAIL(); });
-    uloop_timeout_set(&timer, 5000);
+    uloop_timeout_set(&timer, 60000);
     const auto start = steady::now();
 
     uloop_run_timeout(0);
     uloop_run_timeout(30);
 
     EXPECT_GE(steady::now() - start, 30ms);
-    EXPECT_LT(steady::now() - start, 1000ms);
+    EXPECT_LT(steady::now() - start, 30s);
     EXPECT_TRUE(timer.pending);
 }
 
@@ -256,7 +256,7 @@ TEST_F(uloop_test, a_timer_months_away_leaves_the_wait_as_asked)
     uloop_run_timeout(30);
 
     EXPECT_GE(steady::now() - start, 30ms);
-    EXPECT_LT(steady::now() - start, 1000ms);
+    EXPECT_LT(steady::now() - start, 30s);
     EXPECT_TRUE(timer.pending);
 }
 
@@ -717,7 +717,7 @@ TEST_F(uloop_test, each_child_is_reported_to_its_own_record)
 TEST_F(uloop_test, a_child_that_runs_on_holds_up_nothing)
 {
     // The child that runs on would end by itself, much later, if the loop waited for it.
-    const pid_t runs_on = start_child([] { sleep(5); });
+    const pid_t runs_on = start_child([] { sleep(60); });
     bool fired = false;
     test_timer timer([&] {
         fired = true;
@@ -731,7 +731,7 @@ TEST_F(uloop_test, a_child_that_runs_on_holds_up_nothing)
     EXPECT_EQ(run(), 0);
 
     EXPECT_TRUE(fired);
-    EXPECT_LT(steady::now() - start, 4s);
+    EXPECT_LT(steady::now() - start, 30s);
     kill(runs_on, SIGKILL);
     waitpid(runs_on, nullptr, 0);
 }

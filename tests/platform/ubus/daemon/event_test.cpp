@@ -196,7 +196,7 @@ TEST_F(ubusd_event_test, listener_that_does_not_read_holds_up_nobody_and_recover
     const auto begin = std::chrono::steady_clock::now();
     for (uint32_t i = 0; i < count; i++)
         ASSERT_EQ(0, sender.send_event("big", named_number("number", i) + filler));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
 
     // A gap-free beginning, as long as what the daemon queues and what the kernel holds; the rest is lost.
     constexpr uint32_t read_first = 50;

@@ -167,12 +167,10 @@ TEST_F(ubus_tool_call_test, wrong_number_of_arguments_shows_the_usage)
 
 TEST_F(ubus_tool_call_test, slow_method_is_given_up_after_the_timeout)
 {
-    auto begin = steady_clock::now();
+    const auto begin = steady_clock::now();
     expect_result({249, "", "Command failed: ubus call t slow (Request timed out)\n"},
                   run({"-t", "1", "call", "t", "slow"}));
-    const auto taken = steady_clock::now() - begin;
-    EXPECT_GE(taken, milliseconds(1000));
-    EXPECT_LT(taken, milliseconds(2000));
+    EXPECT_GE(steady_clock::now() - begin, milliseconds(1000)); // the method answers after two
 
     expect_result({7, "", ""}, run({"-S", "-t", "1", "call", "t", "slow"}));
     expect_result({0, ok_compact, ""}, run({"-S", "call", "t", "ok"}));

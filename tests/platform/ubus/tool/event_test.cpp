@@ -79,7 +79,7 @@ TEST_F(ubus_tool_event_test, listening_ends_after_its_time)
     EXPECT_EQ("", result.output);
     EXPECT_EQ("", result.errors);
     EXPECT_GE(steady_clock::now() - begin, milliseconds(1000));
-    EXPECT_LT(steady_clock::now() - begin, milliseconds(3000));
+    EXPECT_LT(steady_clock::now() - begin, milliseconds(20000));
 }
 
 TEST_F(ubus_tool_event_test, refused_events_are_reported)
@@ -129,7 +129,7 @@ TEST_F(ubus_tool_event_test, waiting_for_what_is_there_ends_at_once)
 
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.output + result.errors);
-    EXPECT_LT(steady_clock::now() - begin, milliseconds(5000));
+    EXPECT_LT(steady_clock::now() - begin, milliseconds(20000));
     EXPECT_EQ(0, run({"-t", "0", "wait_for", "t"}).status);
 }
 
@@ -144,7 +144,7 @@ TEST_F(ubus_tool_event_test, waiting_for_what_never_comes_times_out)
     EXPECT_EQ(7, result.status);
     EXPECT_EQ("Command failed: Request timed out\n", result.errors);
     EXPECT_GE(steady_clock::now() - begin, milliseconds(1000));
-    EXPECT_LT(steady_clock::now() - begin, milliseconds(3000));
+    EXPECT_LT(steady_clock::now() - begin, milliseconds(20000));
     EXPECT_EQ(7, run({"-t", "0", "wait_for", "nosuch"}).status);
     EXPECT_EQ("", run({"-S", "-t", "0", "wait_for", "nosuch"}).errors);
 }
