@@ -23,8 +23,14 @@ target_compile_options(korvel_freestanding INTERFACE
 
 set(korvel_release "$<CONFIG:MinSizeRel>")
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-target_compile_options(korvel_flags INTERFACE "$<${korvel_release}:-fstack-protector-strong>")
-target_compile_definitions(korvel_flags INTERFACE "$<${korvel_release}:_FORTIFY_SOURCE=2>")
+# An environment that hardens by itself, as an OpenWrt build tree does, is not contradicted.
+set(korvel_given_flags "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}")
+if(NOT korvel_given_flags MATCHES "-fstack-protector|-fno-stack-protector")
+    target_compile_options(korvel_flags INTERFACE "$<${korvel_release}:-fstack-protector-strong>")
+endif()
+if(NOT korvel_given_flags MATCHES "_FORTIFY_SOURCE")
+    target_compile_definitions(korvel_flags INTERFACE "$<${korvel_release}:_FORTIFY_SOURCE=2>")
+endif()
 target_link_options(korvel_flags INTERFACE
     "$<${korvel_release}:-Wl,-z,relro,-z,now>" "$<${korvel_release}:-Wl,--gc-sections>" "$<${korvel_release}:-pie>")
 if(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")

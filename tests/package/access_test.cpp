@@ -1,4 +1,5 @@
 // Who may do what: the roles in the bus daemon's and the remote-procedure daemon's access files.
+#include "package/recipe.h"
 #include "support/daemon_test.h"
 
 #include <gtest/gtest.h>
@@ -147,6 +148,24 @@ TEST_F(access_test, the_bus_daemon_may_trust_its_files)
         SCOPED_TRACE(path);
         EXPECT_EQ(0644U, gateway.mode(path));
     }
+}
+
+TEST_F(access_test, an_installation_on_a_running_gateway_makes_the_roles_known)
+{
+    if (!may_become_nobody())
+        GTEST_SKIP() << "this run has only one user";
+    const char added[] = "/usr/share/acl.d/added.json";
+    gateway.write_file(added, R"({"group":"testers","access":{"korvel":{"methods":["get"]}}})");
+    gateway.write_file("/etc/init.d/rpcd", "#!/bin/sh\nexec gateway-tool journal \"$0\" \"$@\"\n", 0755);
+    ASSERT_EQ(text_lines{}, reached_as("testers"));
+    gateway.clear_commands();
+
+    EXPECT_EQ(0, run_control(gateway, "postinst").status);
+
+    EXPECT_EQ((text_lines{"/etc/init.d/rpcd reload"}), gateway.commands());
+    EXPECT_EQ((text_lines{"get"}), reached_as("testers"));
+    gateway.remove(added);
+    gateway.remove("/etc/init.d/rpcd");
 }
 
 TEST_F(access_test, remote_callers_have_the_same_roles)

@@ -20,7 +20,7 @@ protected:
 
 TEST_F(version_test, the_package_is_of_the_builds_version)
 {
-    EXPECT_EQ(KORVEL_VERSION, find("openwrt/Makefile", "\nPKG_VERSION:=(.*)\n"));
+    EXPECT_EQ(KORVEL_VERSION, find("openwrt/korvel/Makefile", "\nPKG_VERSION:=(.*)\n"));
 }
 
 TEST_F(version_test, the_newest_entry_of_the_changes_is_the_builds_version)

@@ -14,7 +14,7 @@ declare -A package_sign=(
 )
 
 # shellcheck disable=SC2034 # for those that source this
-build_packages=(g++ cmake ninja-build libgtest-dev libjson-c-dev)
+build_packages=(g++ cmake make ninja-build libgtest-dev libjson-c-dev)
 # shellcheck disable=SC2034
 gateway_packages=(busybox ebtables iptables iproute2 util-linux)
 
