@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-constinit mutex handler_mutex;
+constinit fair_mutex handler_mutex;
 constinit blob_buf reply_buffer = {};
 
 handler_reply::handler_reply()

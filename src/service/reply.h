@@ -8,7 +8,7 @@
 
 // Serialises every change of the WANs: `add`, `del`, `delAll`, the immediate `modify` and the deferred
 // workers. Taken after the arguments are validated, released before the reply is sent, never taken twice.
-extern mutex handler_mutex;
+extern fair_mutex handler_mutex;
 
 // The buffer of all replies. Handlers run on the bus thread one at a time, so one is enough.
 extern blob_buf reply_buffer;

@@ -1,6 +1,10 @@
 #include "support/handler_call.h"
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <stdexcept>
+#include <thread>
 
 #include <libubox/blobmsg_json.h>
 
@@ -35,12 +39,15 @@ reply_part read_part(blob_attr *attribute)
     return part;
 }
 
-bool is_free(mutex &lock)
+// Asks from another thread: this one may hold it.
+bool is_free(fair_mutex &lock)
 {
-    if (pthread_mutex_trylock(&lock.handle) != 0)
-        return false;
-    pthread_mutex_unlock(&lock.handle);
-    return true;
+    const auto taken = std::make_shared<std::promise<void>>();
+    std::thread([&lock, taken] {
+        const scoped_lock hold(lock);
+        taken->set_value();
+    }).detach();
+    return taken->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
 }
 
 } // namespace
