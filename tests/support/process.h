@@ -11,8 +11,9 @@
 using program_environment = std::vector<std::pair<std::string, std::string>>;
 using program_arguments = std::vector<std::string>;
 
-// How long a test waits before something that should happen counts as not happening.
-constexpr std::chrono::milliseconds default_deadline{10000};
+// How long a test waits before something that should happen counts as not happening: longer than a busy
+// machine leaves a program without its turn.
+constexpr std::chrono::milliseconds default_deadline{30000};
 
 // Calls the condition every few milliseconds until it holds. False when it still does not hold at the
 // deadline.
