@@ -4,13 +4,13 @@
 # What tells that a package is there: a program, or a file (a pattern with a slash). Packages of the same name as their
 # program are not listed.
 declare -A package_sign=(
-    [ninja-build]=ninja
-    [libgtest-dev]=/usr/include/gtest/gtest.h
-    [libjson-c-dev]=/usr/include/json-c/json.h
-    [iproute2]=ip
-    [util-linux]=flock
-    [binutils]=readelf
-    [libclang-rt-dev]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
+    ["ninja-build"]=ninja
+    ["libgtest-dev"]=/usr/include/gtest/gtest.h
+    ["libjson-c-dev"]=/usr/include/json-c/json.h
+    ["iproute2"]=ip
+    ["util-linux"]=flock
+    ["binutils"]=readelf
+    ["libclang-rt-dev"]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 )
 
 # shellcheck disable=SC2034 # for those that source this
