@@ -328,6 +328,65 @@ TEST_F(rules_test, a_script_that_met_another_ebtables_is_taken_back_twice_and_ru
     EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_ERR));
 }
 
+// Starts the scripts of an event of wan_1, as the network daemon does.
+child_process wan_event()
+{
+    return child_process({"hotplug-call", "iface"}, {{"ACTION", "ifup"}, {"INTERFACE", "wan_1"}});
+}
+
+TEST_F(rules_test, while_a_routed_wan_s_script_runs_the_others_wait)
+{
+    write_script("rule_wan_2.sh", "");
+    gateway.write_file("/etc/hotplug.d/iface/99-wan_1",
+                       "echo begin >> /tmp/runs; sleep 0.5; echo end >> /tmp/runs\n");
+    child_process event = wan_event();
+    ASSERT_TRUE(wait_until([this] { return runs() == "begin\n"; }));
+
+    EXPECT_EQ(0, apply().status);
+
+    EXPECT_EQ(0, event.wait());
+    EXPECT_EQ("begin\nend\nrule_wan_2.sh\n", runs());
+}
+
+TEST_F(rules_test, a_routed_wan_s_script_waits_for_the_others)
+{
+    write_script("rule_wan_2.sh", std::string(held) + "; echo end >> /tmp/runs");
+    gateway.write_file("/etc/hotplug.d/iface/99-wan_1", "echo event >> /tmp/runs\n");
+    child_process run({apply_rules});
+    ASSERT_TRUE(wait_until([this] { return !runs().empty(); }));
+
+    child_process event = wan_event();
+    ASSERT_TRUE(wait_until([] { return run_program({"pgrep", "-f", "hold-rules"}).status == 0; }));
+    gateway.write_file("/tmp/go", "");
+
+    EXPECT_EQ(0, run.wait());
+    EXPECT_EQ(0, event.wait());
+    EXPECT_EQ("rule_wan_2.sh\nend\nevent\n", runs());
+}
+
+TEST_F(rules_test, a_routed_wan_s_script_that_hangs_does_not_hold_the_others_forever)
+{
+    const child_process hanging({"sleep", "1000"});
+
+    EXPECT_EQ(
+        0, run_program({"/usr/libexec/korvel/hold-rules", "-t", "1", std::to_string(hanging.pid())}).status);
+
+    child_process run({apply_rules});
+    EXPECT_EQ(0, run.wait());
+}
+
+TEST_F(rules_test, the_holder_s_command_line_is_checked)
+{
+    for (const program_arguments &words :
+         std::vector<program_arguments>{{}, {"-t", "1"}, {"1", "2"}, {"all"}, {"-x", "1"}}) {
+        program_arguments arguments{"/usr/libexec/korvel/hold-rules"};
+        arguments.insert(arguments.end(), words.begin(), words.end());
+        const program_result result = run_program(arguments);
+        EXPECT_EQ(2, result.status);
+        EXPECT_NE(std::string::npos, result.errors.find("Usage: hold-rules [-t SECONDS] PROCESS\n"));
+    }
+}
+
 TEST_F(rules_test, its_command_line_is_checked)
 {
     for (const program_arguments &arguments :
