@@ -192,6 +192,29 @@ TEST_F(service_test, a_restart_leaves_one_daemon)
     EXPECT_EQ(std::to_string(process()) + "\n", run_program({"pgrep", "-x", "korvel"}).output);
 }
 
+// A gateway of a release that ran no rules and kept no highest identifier, with its configuration and scripts
+// kept.
+TEST_F(service_test, an_upgraded_gateway_has_its_wans_with_their_rules)
+{
+    store_bridged_wan();
+    gateway.store_wan(routed_dhcp(2, {.vid = 200}));
+    gateway.start_netd();
+    gateway.start_korvel(); // writes the scripts
+    gateway.stop_korvel();
+    gateway.uci_delete("firewall.korvel");
+    gateway.uci_delete("network.korvel.maxWanId");
+
+    gateway.install_package();
+    start();
+
+    ASSERT_TRUE(serves());
+    EXPECT_TRUE(rules_come());
+    EXPECT_EQ("2", gateway.uci_get("network.korvel.maxWanId").value_or("missing"));
+    EXPECT_EQ(2U, gateway.call("all").json().size());
+    EXPECT_EQ(0, gateway.call("del", R"({"wanId":1})").status);
+    EXPECT_FALSE(rules_come(std::chrono::milliseconds(0)));
+}
+
 // The helper that waits for the daemon's object is not the daemon's child, which would never collect it.
 TEST_F(service_test, the_daemon_has_no_dead_children)
 {
