@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -161,10 +162,19 @@ long read_file(const char *path, text_ref content)
     return static_cast<long>(length);
 }
 
-void sleep_seconds(unsigned seconds)
+uint64_t steady_milliseconds()
 {
-    while (seconds > 0)
-        seconds = sleep(seconds);
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+void sleep_until(uint64_t milliseconds)
+{
+    const timespec end = {static_cast<time_t>(milliseconds / 1000),
+                          static_cast<long>(milliseconds % 1000 * 1000000)};
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR)
+        ;
 }
 
 script_file::script_file(const char *path) : file_(path)

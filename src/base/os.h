@@ -3,6 +3,7 @@
 
 #include "base/text.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <replace_file.h>
 
@@ -28,7 +29,9 @@ void make_directory(const char *path);
 // Returns the number of bytes, or -1 when the file cannot be opened.
 long read_file(const char *path, text_ref content);
 
-void sleep_seconds(unsigned seconds);
+// The time of a clock that nobody sets, and sleep until it shows that much.
+uint64_t steady_milliseconds();
+void sleep_until(uint64_t milliseconds);
 
 // An executable script that appears under its path whole or not at all, as file_replacement does it: it is
 // opened beside it under a hidden name, and written, synced and renamed by commit(). Its directory must be

@@ -48,16 +48,19 @@ size_t lowest_empty_slot()
     return slot;
 }
 
-// Waits until the entry's seconds are over.
+// Waits until the entry's seconds are over. A second ends where the clock says so, however late this thread
+// comes to see it: lost moments must not add up until a change falls behind the next slot's.
 void count_down(size_t slot)
 {
+    uint64_t second_end = steady_milliseconds();
     for (;;) {
         {
             const scoped_lock lock(pending_mutex);
             if (pending_slots[slot]->countdown == 0)
                 return;
         }
-        sleep_seconds(1);
+        second_end += 1000;
+        sleep_until(second_end);
         const scoped_lock lock(pending_mutex);
         uint64_t &countdown = pending_slots[slot]->countdown;
         if (countdown != 0)
