@@ -76,7 +76,7 @@ void write_number(creation &wan, const stored_option &option)
 
 void write_text(creation &wan, const stored_option &option)
 {
-    char value[sizeof(wan_config) + 1]; // room for any field and a terminator
+    char value[sizeof(wan_config) + 1] = {}; // room for any field and a terminator
     text_ref(value).format("%.*s", option.field.size, field_text(*wan.config, option.field));
     if (option.kind == option_kind::plain)
         set(wan, option, value);
