@@ -77,7 +77,8 @@ void show(const char *title, const char *path)
 int run_gateway(const launcher_options &options)
 {
     copy_config(options.config);
-    (void)run_silently({"/etc/init.d/boot", "boot"});
+    (void)run_silently(
+        {"/etc/init.d/boot", "boot"}); // as on a gateway, what fails there does not keep it from booting
     int status = 0;
     {
         running_gateway gateway(options.pace);

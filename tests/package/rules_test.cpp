@@ -219,6 +219,19 @@ TEST_F(rules_test, nothing_of_a_run_is_left_running)
     EXPECT_NE(0, run_program({"pgrep", "-f", "sleep 977"}).status);
 }
 
+TEST_F(rules_test, of_a_run_that_was_killed_nothing_kills_others_later)
+{
+    write_script("rule_wan_1.sh", "sleep 978");
+    child_process run({apply_rules, "-t", "1"});
+    ASSERT_TRUE(wait_until([] { return run_program({"pgrep", "-f", "sleep 978"}).status == 0; }));
+
+    (void)run.stop(SIGKILL);
+
+    EXPECT_TRUE(wait_until([] { return run_program({"pgrep", "-f", "apply-rules"}).output.empty(); }));
+    EXPECT_EQ(0, run_program({"pgrep", "-f", "sleep 978"}).status);
+    EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_ERR));
+}
+
 TEST_F(rules_test, a_script_s_complaints_are_logged_but_for_rules_that_were_not_there)
 {
     write_script("rule_wan_1.sh", "ip rule del from all fwmark 0x1000/0x1000 prohibit\n"
