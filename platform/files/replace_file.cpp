@@ -1,6 +1,5 @@
 #include "replace_file.h"
 
-#include "leftovers.h"
 #include "write_whole.h"
 
 #include <cerrno>
@@ -27,7 +26,21 @@ bool find_target(const char *path, char (&target_out)[PATH_MAX])
     return length < static_cast<int>(sizeof(target_out));
 }
 
-// Of the directory that an absolute path is in.
+// Whether two streams hold the same from here on.
+bool same_content(FILE *one, FILE *other)
+{
+    for (;;) {
+        char block[4096], beside[4096];
+        const size_t count = fread(block, 1, sizeof(block), one);
+        if (fread(beside, 1, sizeof(beside), other) != count || memcmp(block, beside, count) != 0)
+            return false;
+        if (count < sizeof(block))
+            return !ferror(one) && !ferror(other);
+    }
+}
+
+} // namespace
+
 bool sync_directory_of(const char *path)
 {
     char directory[PATH_MAX];
@@ -42,8 +55,6 @@ bool sync_directory_of(const char *path)
     return synced;
 }
 
-} // namespace
-
 file_look look_of(const char *path, mode_t mode_if_missing)
 {
     struct stat info;
@@ -52,14 +63,14 @@ file_look look_of(const char *path, mode_t mode_if_missing)
     return {info.st_mode & permission_bits, info.st_uid, info.st_gid};
 }
 
-file_replacement::file_replacement(const char *path)
+file_replacement::file_replacement(const char *path, const char *suffix)
 {
     if (!find_target(path, target_))
         return;
     remove_leftovers(target_);
     const char *const name = strrchr(target_, '/') + 1;
     (void)snprintf(temporary_, sizeof(temporary_), "%.*s.%s%s", static_cast<int>(name - target_), target_,
-                   name, temporary_suffix);
+                   name, suffix);
     descriptor_ = mkostemp(temporary_, O_CLOEXEC);
     if (descriptor_ < 0)
         temporary_[0] = '\0';
@@ -80,23 +91,71 @@ void file_replacement::give_up()
     temporary_[0] = '\0';
 }
 
-// The look comes last: until then the file is nobody else's to read.
-bool file_replacement::fill(const char *data, size_t size, const file_look &look)
+// C libraries disagree about how a stream learns that its writer has failed: so it never does, and the
+// failure is kept here.
+ssize_t file_replacement::write_some(void *cookie, const char *data, size_t size)
 {
-    if (!write_whole(descriptor_, data, size))
-        return false;
+    file_replacement *const file = static_cast<file_replacement *>(cookie);
+    if (file->write_error_ == 0 && !write_whole(file->descriptor_, data, size))
+        file->write_error_ = errno;
+    return static_cast<ssize_t>(size);
+}
+
+FILE *file_replacement::open_writer()
+{
+    const cookie_io_functions_t calls = {nullptr, write_some, nullptr, nullptr};
+    return fopencookie(this, "w", calls);
+}
+
+FILE *file_replacement::open_reader() const
+{
+    return fopen(temporary_, "re");
+}
+
+bool file_replacement::written() const
+{
+    if (write_error_ != 0)
+        errno = write_error_;
+    return write_error_ == 0;
+}
+
+bool file_replacement::equals_target() const
+{
+    FILE *const old = fopen(target_, "re");
+    FILE *const own = old ? open_reader() : nullptr;
+    const bool equal = own && same_content(own, old);
+    if (old)
+        (void)fclose(old);
+    if (own)
+        (void)fclose(own);
+    return equal;
+}
+
+// The look comes last: until then the file is nobody else's to read.
+bool file_replacement::dress(const file_look &look)
+{
     [[maybe_unused]] const int given = fchown(descriptor_, look.owner, look.group);
     return fchmod(descriptor_, look.mode) == 0 && fsync(descriptor_) == 0;
 }
 
-bool file_replacement::write(const char *data, size_t size, const file_look &look)
+bool file_replacement::finish(const file_look &look)
 {
-    const bool filled = descriptor_ >= 0 && fill(data, size, look);
+    const bool finished = descriptor_ >= 0 && written() && dress(look);
+    const int reason = errno;
     const bool closed = descriptor_ >= 0 && close(descriptor_) == 0;
     descriptor_ = -1;
-    if (!filled || !closed)
+    if (!finished || !closed)
         give_up();
-    return filled && closed;
+    if (!finished)
+        errno = reason;
+    return finished && closed;
+}
+
+bool file_replacement::write(const char *data, size_t size, const file_look &look)
+{
+    if (descriptor_ >= 0 && !write_whole(descriptor_, data, size))
+        write_error_ = errno;
+    return finish(look);
 }
 
 bool file_replacement::put_into_place()

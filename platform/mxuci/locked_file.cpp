@@ -1,7 +1,6 @@
 #include "locked_file.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -70,21 +69,4 @@ file_state locked_file::state() const
     if (descriptor_ < 0 || fstat(descriptor_, &info) != 0)
         return {};
     return state_from(info);
-}
-
-bool has_content(const locked_file &present, const char *content, size_t size)
-{
-    struct stat info;
-    if (fstat(present.descriptor(), &info) != 0 || static_cast<size_t>(info.st_size) != size)
-        return false;
-    char block[4096];
-    size_t offset = 0;
-    while (offset < size) {
-        const ssize_t count = pread(present.descriptor(), block, sizeof(block), static_cast<off_t>(offset));
-        if (count <= 0 || static_cast<size_t>(count) > size - offset ||
-            memcmp(block, content + offset, static_cast<size_t>(count)) != 0)
-            return false;
-        offset += static_cast<size_t>(count);
-    }
-    return true;
 }

@@ -1,7 +1,6 @@
 // Files under the lock that libuci takes, and what tells that somebody has changed one.
 #pragma once
 
-#include <cstddef>
 #include <sys/stat.h>
 
 // What a file was at some moment, to tell later whether somebody has changed it since. All zero: it did not
@@ -34,6 +33,3 @@ public:
 private:
     int descriptor_;
 };
-
-// Whether the locked file holds exactly this content.
-bool has_content(const locked_file &present, const char *content, size_t size);

@@ -1,15 +1,15 @@
-// The mxuci calls over libuci. libuci parses, looks up and changes in memory; the result is exported into
-// memory and written by ourselves, because libuci's own commit reports success on a full disk and leaves an
-// empty file behind.
+// The mxuci calls over libuci. libuci parses, looks up and changes in memory; the result is written by
+// ourselves, because libuci's own commit reports success on a full disk and leaves an empty file behind.
 #include "mxuci.h"
 
+#include "gathering.h"
+#include "mxuci_gather.h"
 #include "locked_file.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <new>
 #include <pthread.h>
 #include <replace_file.h>
 #include <string_view>
@@ -32,30 +32,6 @@ public:
     call_lock &operator=(const call_lock &) = delete;
 };
 
-// A context for one load.
-class context_owner {
-public:
-    context_owner() : context_(uci_alloc_context()) {}
-    ~context_owner()
-    {
-        if (context_)
-            uci_free_context(context_);
-    }
-    context_owner(const context_owner &) = delete;
-    context_owner &operator=(const context_owner &) = delete;
-    explicit operator bool() const { return context_ != nullptr; }
-    uci_context *get() const { return context_; }
-
-private:
-    uci_context *context_;
-};
-
-// A configuration's file and the file of its pending changes.
-struct config_paths {
-    char file[128];
-    char delta[128];
-};
-
 // Where a change is made, and with what. `option` is null for a section.
 struct place {
     const char *config, *section, *option;
@@ -64,16 +40,6 @@ struct place {
 bool is_plain(const char *part)
 {
     return part && part[0] != '\0' && !strpbrk(part, ".=/");
-}
-
-bool make_paths(const char *config, config_paths *paths_out)
-{
-    if (!is_plain(config))
-        return false;
-    const int file = snprintf(paths_out->file, sizeof(paths_out->file), UCI_CONFDIR "/%s", config);
-    const int delta = snprintf(paths_out->delta, sizeof(paths_out->delta), UCI_SAVEDIR "/%s", config);
-    return file < static_cast<int>(sizeof(paths_out->file)) &&
-           delta < static_cast<int>(sizeof(paths_out->delta));
 }
 
 // A place as the text that libuci resolves: in this form only it understands "@type[i]".
@@ -97,123 +63,79 @@ int look_up(uci_context *context, const place &where, tuple_text &tuple, uci_ptr
     return uci_lookup_ptr(context, found_out, tuple.data, true);
 }
 
-// The export of a package, in memory.
-class exported_text {
-public:
-    exported_text(uci_context *context, uci_package *package) : data_(nullptr), size_(0), valid_(false)
-    {
-        FILE *const stream = open_memstream(&data_, &size_);
-        if (!stream)
-            return;
-        const bool exported = uci_export(context, stream, package, false) == UCI_OK && !ferror(stream);
-        const bool closed = fclose(stream) == 0;
-        valid_ = exported && closed;
-    }
-    ~exported_text() { free(data_); }
-    exported_text(const exported_text &) = delete;
-    exported_text &operator=(const exported_text &) = delete;
-    explicit operator bool() const { return valid_; }
-    char *data() const { return data_; }
-    size_t size() const { return size_; }
-
-private:
-    char *data_;
-    size_t size_;
-    bool valid_;
-};
-
-// Whether two exports differ, as far as can be told.
-bool differ(const exported_text &one, const exported_text &other)
-{
-    return !one || !other || one.size() != other.size() || memcmp(one.data(), other.data(), one.size()) != 0;
-}
-
-// Whether pending changes make a configuration another than its file says.
-bool delta_applies(const char *path, const exported_text &with_delta)
-{
-    const context_owner plain;
-    uci_package *without = nullptr;
-    if (!plain || uci_load(plain.get(), path, &without) != UCI_OK)
-        return true;
-    return differ(exported_text(plain.get(), without), with_delta);
-}
+// The gathering of a thread that has begun one.
+constinit thread_local gathering *gathered_calls = nullptr;
 
 enum class outcome { done, failed, again };
 
-// The configuration as it was loaded, with the state of its files before that.
-struct snapshot {
-    config_paths paths;
-    file_state file, delta;
-    bool delta_counts;
-};
-
-// Of a file that is there; should it vanish meanwhile, the new one is its writer's alone.
-bool replace_content(const char *path, const exported_text &content)
+// Brings a single call's change into its file.
+outcome store(gathering &calls, int *result_out)
 {
-    file_replacement next(path);
-    return next && next.write(content.data(), content.size(), look_of(path, 0600)) && next.put_into_place();
+    mxuci_staged staged;
+    int count = 0;
+    *result_out = calls.stage(temporary_suffix, &staged, 1, &count);
+    if (*result_out != UCI_OK || count == 0)
+        return *result_out == UCI_OK ? outcome::done : outcome::failed;
+
+    bool unchanged = false;
+    *result_out = calls.lock(staged.config, &unchanged);
+    const bool replaces = staged.temporary[0] != '\0';
+    if (*result_out == UCI_OK && unchanged) {
+        if (replaces && (rename(staged.temporary, staged.target) != 0 || !sync_directory_of(staged.target)))
+            *result_out = UCI_ERR_IO;
+        // Only now: had the write failed, the pending changes would still be there.
+        else if (staged.delta[0] != '\0' && !calls.empty_delta(staged.config))
+            *result_out = UCI_ERR_IO;
+        else
+            return outcome::done;
+    }
+    if (replaces)
+        (void)unlink(staged.temporary);
+    if (*result_out != UCI_OK)
+        return outcome::failed;
+    *result_out = UCI_ERR_IO;
+    return outcome::again;
 }
 
-// Writes a changed package, unless a file has changed since it was loaded: then the change must be made again
-// on what is there now.
-outcome store(const snapshot &before, const exported_text &content)
-{
-    const locked_file file(before.paths.file, O_RDWR);
-    if (!file)
-        return outcome::failed;
-    const locked_file delta(before.paths.delta, O_RDWR);
-    if (!same_state(file.state(), before.file) || !same_state(delta.state(), before.delta))
-        return outcome::again;
-    if (!has_content(file, content.data(), content.size()) && !replace_content(before.paths.file, content))
-        return outcome::failed;
-    // Only now: had the write failed, the pending changes would still be there.
-    if (delta && before.delta_counts && ftruncate(delta.descriptor(), 0) != 0)
-        return outcome::failed;
-    return outcome::done;
-}
-
-// One attempt at a change: load, change in memory, store. The change gets the context and the loaded package.
+// Makes a change in memory. It gets the context and the loaded package.
 template <typename change_type>
-outcome attempt(const char *config, const change_type &change, int *result_out)
+int make(gathering &calls, const char *config, const change_type &change, gathered **target_out)
 {
-    snapshot before = {};
-    *result_out = UCI_ERR_INVAL;
-    if (!make_paths(config, &before.paths))
-        return outcome::failed;
-    before.file = state_of(before.paths.file);
-    before.delta = state_of(before.paths.delta);
-
-    const context_owner context;
-    uci_package *package = nullptr;
-    *result_out = context ? uci_load(context.get(), config, &package) : UCI_ERR_MEM;
-    if (*result_out != UCI_OK)
-        return outcome::failed;
-    const exported_text loaded(context.get(), package);
-    *result_out = change(context.get(), package);
-    if (*result_out != UCI_OK)
-        return outcome::failed;
-
-    const exported_text content(context.get(), package);
-    *result_out = content ? UCI_OK : UCI_ERR_MEM;
-    if (!content)
-        return outcome::failed;
-    // Also when the pending changes cancel each other out: left behind, they would undo this one.
-    before.delta_counts =
-        before.delta.size > 0 && (differ(loaded, content) || delta_applies(before.paths.file, loaded));
-    const outcome stored = store(before, content);
-    *result_out = stored == outcome::done ? UCI_OK : UCI_ERR_IO;
-    return stored;
+    const int opened = calls.open(config, target_out);
+    if (opened != UCI_OK)
+        return opened;
+    calls.prepare_change(**target_out);
+    const int result = change(calls.context(), (*target_out)->package);
+    if (result == UCI_OK)
+        (*target_out)->changed = true;
+    return calls.note(config, result);
 }
 
 // More attempts than any neighbour's writes should spoil.
 constexpr int most_attempts = 100;
 
-template <typename change_type> int apply(const char *config, const change_type &change)
+void learn_nothing(const gathered &) {}
+
+// Makes a change: in the thread's gathering, or in one of its own that is stored at once, again and again
+// while neighbours write meanwhile. `learn` gets what was stored.
+template <typename change_type, typename learner_type = decltype(&learn_nothing)>
+int apply(const char *config, const change_type &change, const learner_type &learn = &learn_nothing)
 {
+    gathered *target = nullptr;
+    if (gathered_calls)
+        return make(*gathered_calls, config, change, &target);
     int result = UCI_ERR_IO;
-    for (int i = 0; i < most_attempts; i++)
-        if (attempt(config, change, &result) != outcome::again)
+    for (int i = 0; i < most_attempts; i++) {
+        gathering single;
+        result = make(single, config, change, &target);
+        if (result != UCI_OK)
             return result;
+        const outcome stored = store(single, &result);
+        if (stored == outcome::done)
+            learn(*target);
+        if (stored != outcome::again)
+            return result;
+    }
     return result;
 }
 
@@ -238,6 +160,18 @@ int apply_at(const place &where, must_exist required, const char *value, uci_cha
     });
 }
 
+// Files have no lists without values, so memory keeps none either.
+int remove_value(uci_context *context, uci_ptr *place)
+{
+    const int result = uci_del_list(context, place);
+    const bool emptied =
+        result == UCI_OK && place->o && place->o->type == UCI_TYPE_LIST && uci_list_empty(&place->o->v.list);
+    if (!emptied)
+        return result;
+    place->value = nullptr;
+    return uci_delete(context, place);
+}
+
 // The same for an option that gets a value or loses one.
 int apply_value(const place &where, const char *value, uci_change change)
 {
@@ -245,17 +179,26 @@ int apply_value(const place &where, const char *value, uci_change change)
                                  : static_cast<int>(UCI_ERR_INVAL);
 }
 
+template <typename reader_type> int read_from(gathering &calls, const place &where, const reader_type &read)
+{
+    gathered *source = nullptr;
+    const int opened = calls.open(where.config, &source);
+    if (opened != UCI_OK)
+        return opened;
+    tuple_text tuple(where);
+    uci_ptr found = {};
+    const int result = look_up(calls.context(), where, tuple, &found);
+    return result == UCI_OK ? read(found.o) : calls.note(where.config, result);
+}
+
 // Reads an option. The reader gets it, or null when section or option are missing.
 template <typename reader_type> int read_at(const place &where, const reader_type &read)
 {
     const call_lock lock;
-    const context_owner context;
-    if (!context)
-        return UCI_ERR_MEM;
-    tuple_text tuple(where);
-    uci_ptr found = {};
-    const int result = look_up(context.get(), where, tuple, &found);
-    return result == UCI_OK ? read(found.o) : result;
+    if (gathered_calls)
+        return read_from(*gathered_calls, where, read);
+    gathering single;
+    return read_from(single, where, read);
 }
 
 // Appends to a text that is cut at its buffer's size.
@@ -299,35 +242,21 @@ bool is_type(const char *type)
     return true;
 }
 
-using section_name = char[16];
-
-// The name that the last section of a package has for every later load. Read from what is about to be
-// written: what a later load finds may end in a neighbour's section.
-int name_last_section(const char *config, const exported_text &content, section_name &name_out)
-{
-    const context_owner context;
-    FILE *const stream = context && content ? fmemopen(content.data(), content.size(), "r") : nullptr;
-    if (!stream)
-        return UCI_ERR_MEM;
-    uci_package *package = nullptr;
-    const int result = uci_import(context.get(), stream, config, &package, true);
-    (void)fclose(stream);
-    if (result != UCI_OK)
-        return result;
-    if (uci_list_empty(&package->sections))
-        return UCI_ERR_NOTFOUND;
-    (void)snprintf(name_out, sizeof(name_out), "%s", list_to_element(package->sections.prev)->name);
-    return UCI_OK;
-}
-
 int add_anonymous(const char *config, const char *type, char *name_out)
 {
     section_name name = "";
-    const int result = apply(config, [&](uci_context *context, uci_package *package) {
-        uci_section *section = nullptr;
-        const int added = uci_add_section(context, package, type, &section);
-        return added == UCI_OK ? name_last_section(config, exported_text(context, package), name) : added;
-    });
+    const int result = apply(
+        config,
+        [&](uci_context *context, uci_package *package) {
+            uci_section *section = nullptr;
+            const int added = uci_add_section(context, package, type, &section);
+            if (added == UCI_OK)
+                (void)snprintf(name, sizeof(name), "%s", section->e.name);
+            return added;
+        },
+        // Stored, it has the name that every later load gives it. What such a load finds last may be a
+        // neighbour's.
+        [&](const gathered &stored) { memcpy(name, stored.last_added, sizeof(name)); });
     if (result == UCI_OK)
         memcpy(name_out, name, strlen(name) + 1);
     return result;
@@ -385,7 +314,7 @@ int mxuci_add_list(const char *config, const char *section, const char *option, 
 
 int mxuci_del_list(const char *config, const char *section, const char *option, const char *value)
 {
-    return apply_value({config, section, option}, value, uci_del_list);
+    return apply_value({config, section, option}, value, remove_value);
 }
 
 int mxuci_add_section(const char *config, const char *type, char *name_buffer)
@@ -407,4 +336,72 @@ int mxuci_delete(const char *config, const char *section, const char *option)
 {
     return option ? apply_at({config, section, option}, must_exist::everything, nullptr, uci_delete)
                   : static_cast<int>(UCI_ERR_INVAL);
+}
+
+bool mxuci_gathers(void)
+{
+    return true;
+}
+
+int mxuci_gather_begin(void)
+{
+    if (gathered_calls)
+        return UCI_ERR_DUPLICATE;
+    void *const memory = malloc(sizeof(gathering));
+    if (!memory)
+        return UCI_ERR_MEM;
+    gathered_calls = new (memory) gathering;
+    return UCI_OK;
+}
+
+void mxuci_gather_end(void)
+{
+    if (!gathered_calls)
+        return;
+    const call_lock lock;
+    gathered_calls->~gathering();
+    free(gathered_calls);
+    gathered_calls = nullptr;
+}
+
+int mxuci_gather_view(const char *config, uci_context **context_out, uci_package **package_out)
+{
+    *context_out = nullptr;
+    *package_out = nullptr;
+    if (!gathered_calls)
+        return UCI_ERR_INVAL;
+    const call_lock lock;
+    gathered *found = nullptr;
+    const int result = gathered_calls->open(config, &found);
+    if (result == UCI_OK) {
+        *context_out = gathered_calls->context();
+        *package_out = found->package;
+    }
+    return result;
+}
+
+mxuci_failure mxuci_gather_failure(void)
+{
+    return gathered_calls ? gathered_calls->failure() : mxuci_failure{};
+}
+
+int mxuci_gather_stage(const char *suffix, mxuci_staged *staged_out, int room, int *count_out)
+{
+    *count_out = 0;
+    if (!gathered_calls)
+        return UCI_ERR_INVAL;
+    const call_lock lock;
+    return gathered_calls->stage(suffix, staged_out, room, count_out);
+}
+
+int mxuci_gather_lock(const char *config, bool *unchanged_out)
+{
+    *unchanged_out = false;
+    return gathered_calls ? gathered_calls->lock(config, unchanged_out) : static_cast<int>(UCI_ERR_INVAL);
+}
+
+void mxuci_gather_placed(const char *config)
+{
+    if (gathered_calls)
+        gathered_calls->placed(config);
 }
