@@ -5,8 +5,10 @@
 
 #include "base/bus_headers.h"
 #include "base/log.h"
+#include "base/recovery.h"
 #include "base/stop_signals.h"
 #include "modify/import.h"
+#include "remove/orphans.h"
 #include "rules/regenerate.h"
 #include "service/board.h"
 #include "bus_object.h"
@@ -54,8 +56,10 @@ void catch_broken_pipes()
 bool prepare()
 {
     const stop_signal_mask blocked(stop_signal_mask::block);
+    recover_operations(wan_script_directories());
     if (settings_load() != 0)
         return false;
+    wan_log_orphans();
     nemtra_init_lan_num();
     wan_regen_missing_rules();
     wan_import_custom();
@@ -113,5 +117,8 @@ int main(int argc, char *argv[])
     catch_broken_pipes();
     if (!prepare())
         return finish(1);
-    return finish(serve());
+    const int status = serve();
+    // A change that is being put into place ends first.
+    stop_hold_end();
+    return finish(status);
 }

@@ -124,12 +124,26 @@ int gathering::open(const char *config, gathered **found_out)
     return result;
 }
 
-void gathering::prepare_change(gathered &target)
+// What was pending when a configuration was loaded will be emptied along with the change. libuci passes over
+// pending changes that it cannot read, so a second reading has to find the same.
+int gathering::prepare_change(gathered &target)
 {
-    if (target.delta_known)
-        return;
+    if (target.delta_known || target.delta.size == 0)
+        return UCI_OK;
+    const context_owner again;
+    uci_package *package = nullptr;
+    const int result = again ? uci_load(again.get(), target.config, &package) : static_cast<int>(UCI_ERR_MEM);
+    if (result != UCI_OK)
+        return note(target.config, result);
+    const bool is_still = same_state(state_of(target.delta_path), target.delta) &&
+                          same_state(state_of(target.file_path), target.file);
+    if (is_still && !same_package(package, target.package)) {
+        errno = EIO;
+        return note(target.config, UCI_ERR_IO);
+    }
     target.delta_known = true;
-    target.delta_applies = target.delta.size > 0 && differs_from_file(target.package, target.file_path);
+    target.delta_applies = differs_from_file(target.package, target.file_path);
+    return UCI_OK;
 }
 
 int gathering::stage_one(gathered &source, const char *suffix, mxuci_staged &staged_out)
@@ -155,7 +169,7 @@ int gathering::stage_one(gathered &source, const char *suffix, mxuci_staged &sta
         (void)copy(staged_out.delta, source.delta_path);
         source.delta_staged = true;
     }
-    if (file.equals_target()) {
+    if (!source.is_staged && file.equals_target()) {
         staged_out.temporary[0] = '\0';
         return UCI_OK;
     }
@@ -163,6 +177,7 @@ int gathering::stage_one(gathered &source, const char *suffix, mxuci_staged &sta
     if (!file.finish(look_of(source.file_path, 0600)))
         return UCI_ERR_IO;
     file.release();
+    source.is_staged = true;
     return UCI_OK;
 }
 
@@ -236,7 +251,7 @@ void gathering::placed(const char *config)
         return;
     target->file = state_of(target->file_path);
     target->delta = state_of(target->delta_path);
-    target->delta_known = target->delta_applies = target->delta_staged = false;
+    target->delta_known = target->delta_applies = target->delta_staged = target->is_staged = false;
     target->file_lock.reset();
     target->delta_lock.reset();
 }

@@ -21,6 +21,7 @@ struct gathered {
     bool delta_known;        // whether delta_applies is known
     bool delta_applies;      // the pending changes make it another than its file says
     bool delta_staged;       // what is staged contains the pending changes
+    bool is_staged;          // the file will be another when what is staged is in place
     section_name last_added; // what the last section is called by every later load; known once staged
     std::optional<locked_file> file_lock, delta_lock;
 };
@@ -35,7 +36,7 @@ public:
     // The configuration, loaded at the first time. Failures are noted but for that it is not there.
     int open(const char *config, gathered **found_out);
     // To be called before each change of a configuration; after one that was made, `changed` is set.
-    void prepare_change(gathered &target);
+    int prepare_change(gathered &target);
     // Notes a result unless it says that something was not there, and hands it back.
     int note(const char *config, int result);
     const mxuci_failure &failure() const { return failure_; }

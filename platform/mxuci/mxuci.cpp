@@ -101,11 +101,12 @@ outcome store(gathering &calls, int *result_out)
 template <typename change_type>
 int make(gathering &calls, const char *config, const change_type &change, gathered **target_out)
 {
-    const int opened = calls.open(config, target_out);
-    if (opened != UCI_OK)
-        return opened;
-    calls.prepare_change(**target_out);
-    const int result = change(calls.context(), (*target_out)->package);
+    int result = calls.open(config, target_out);
+    if (result == UCI_OK)
+        result = calls.prepare_change(**target_out);
+    if (result != UCI_OK)
+        return result;
+    result = change(calls.context(), (*target_out)->package);
     if (result == UCI_OK)
         (*target_out)->changed = true;
     return calls.note(config, result);

@@ -3,6 +3,7 @@
 #include "base/lock.h"
 
 #include <mxuci.h>
+#include <mxuci_gather.h>
 
 namespace {
 
@@ -67,8 +68,7 @@ int config_total_list(const char *config, const char *section, const char *optio
 {
     const config_hold hold;
     int count = 0;
-    (void)mxuci_total_list(config, section, option, &count);
-    return count;
+    return mxuci_total_list(config, section, option, &count) == UCI_OK ? count : -1;
 }
 
 int config_add_section(const char *config, const char *type, text_ref name_out)
@@ -89,9 +89,12 @@ int config_delete(const char *config, const char *section, const char *option)
     return mxuci_delete(config, section, option);
 }
 
-uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr)
+uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr), owned_(false)
 {
     const config_hold hold;
+    if (mxuci_gather_view(config, &context_, &package_) != UCI_ERR_INVAL)
+        return;
+    owned_ = true;
     context_ = uci_alloc_context();
     if (context_ && uci_load(context_, config, &package_) != UCI_OK)
         package_ = nullptr;
@@ -99,6 +102,8 @@ uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr
 
 uci_loaded::~uci_loaded()
 {
+    if (!owned_)
+        return;
     if (package_)
         uci_unload(context_, package_);
     if (context_)

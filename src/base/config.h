@@ -24,7 +24,7 @@ int config_set(const char *config, const char *section, const char *option, cons
 int config_set_number(const char *config, const char *section, const char *option, int value);
 int config_add_list(const char *config, const char *section, const char *option, const char *value);
 int config_del_list(const char *config, const char *section, const char *option, const char *value);
-// The number of values of a list option; 0 when it is missing or cannot be read.
+// The number of values of a list option; 0 when it is missing, -1 when it cannot be read.
 int config_total_list(const char *config, const char *section, const char *option);
 // As mxuci_add_section: name_out must hold 16 bytes or more; empty, it receives the generated name.
 int config_add_section(const char *config, const char *type, text_ref name_out);
@@ -32,7 +32,8 @@ int config_del_section(const char *config, const char *section);
 int config_delete(const char *config, const char *section, const char *option);
 
 // One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it
-// does.
+// does. While an operation's work runs it is what the operation has gathered: then it changes with every call
+// above, and what a call deletes or replaces must not be touched any more.
 class uci_loaded {
 public:
     explicit uci_loaded(const char *config);
@@ -57,4 +58,5 @@ public:
 private:
     uci_context *context_;
     uci_package *package_;
+    bool owned_;
 };

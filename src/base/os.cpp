@@ -1,6 +1,7 @@
 #include "base/os.h"
 
 #include "base/log.h"
+#include "base/step_queue.h"
 #include "base/stop_signals.h"
 
 #include <cerrno>
@@ -16,6 +17,8 @@
 
 void run_command(const char *command)
 {
+    if (step_queue *const queue = step_queue::current())
+        return queue->run(command);
     int result = 0;
     {
         const stop_signal_mask admitted(stop_signal_mask::admit);
@@ -131,12 +134,43 @@ bool read_command(const char *command, text_ref output)
 
 bool file_exists(const char *path)
 {
+    if (const step_queue *const queue = step_queue::current())
+        return queue->exists(path);
     return access(path, F_OK) == 0;
 }
 
-bool remove_file(const char *path)
+namespace {
+
+constexpr int most_tries = 3; // of what must not fail for one error of the disk
+
+bool removed(const char *path)
 {
-    return remove(path) == 0;
+    for (int i = 0; i < most_tries; i++)
+        if (remove(path) == 0 || errno == ENOENT)
+            return true;
+    return false;
+}
+
+} // namespace
+
+void remove_file(const char *path, const char *failure)
+{
+    if (step_queue *const queue = step_queue::current())
+        return queue->remove(path, failure);
+    if (!removed(path))
+        log_error("%s", failure);
+}
+
+void take_back_script(const char *path, const char *failure)
+{
+    if (step_queue *const queue = step_queue::current())
+        return queue->take_back(path, failure);
+    if (!file_exists(path))
+        return;
+    char command[sizeof(step::path) + sizeof(" -r")];
+    if (text_ref(command).format("%s -r", path))
+        run_command(command);
+    remove_file(path, failure);
 }
 
 void make_directory(const char *path)
@@ -177,25 +211,33 @@ void sleep_until(uint64_t milliseconds)
         ;
 }
 
-script_file::script_file(const char *path) : file_(path)
+script_file::script_file(const char *path) : path_(path), file_(path, temporary_ending)
 {
     if (file_)
-        stream_ = open_memstream(&content_, &size_);
+        stream_ = file_.open_writer();
+    if (!stream_)
+        fail_operation();
 }
 
 script_file::~script_file()
 {
     if (stream_)
         (void)fclose(stream_);
-    free(content_);
 }
 
 void script_file::print(const char *pattern, ...)
 {
     va_list arguments;
     va_start(arguments, pattern);
-    (void)vfprintf(stream_, pattern, arguments); // commit() asks the stream whether all of it was written
+    (void)vfprintf(stream_, pattern, arguments); // commit() asks the file whether all of it was written
     va_end(arguments);
+}
+
+// An operation without one of its scripts would be half of it.
+void script_file::fail_operation() const
+{
+    if (step_queue *const queue = step_queue::current())
+        queue->fail(path_, strerror(errno));
 }
 
 bool script_file::commit()
@@ -204,5 +246,14 @@ bool script_file::commit()
     const bool printed = !ferror(stream_);
     const bool closed = fclose(stream_) == 0;
     stream_ = nullptr;
-    return printed && closed && file_.write(content_, size_, script) && file_.put_into_place();
+    if (!printed || !closed || !file_.finish(script)) {
+        fail_operation();
+        return false;
+    }
+    step_queue *const queue = step_queue::current();
+    if (!queue)
+        return file_.put_into_place();
+    queue->put(path_, file_.temporary());
+    file_.release();
+    return true;
 }

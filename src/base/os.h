@@ -1,4 +1,7 @@
 // What leaves the process: commands, files, sleep.
+//
+// While an operation's work runs, what changes the machine is not done but noted as a step of the operation,
+// and what asks about it is answered as if it had been done. Reading commands are run all the same.
 #pragma once
 
 #include "base/text.h"
@@ -18,8 +21,12 @@ bool read_command(const char *command, text_ref output);
 
 bool file_exists(const char *path);
 
-// Removes a file; false when that failed.
-bool remove_file(const char *path);
+// Removes a file, a link or an empty directory. `failure` is logged when that fails.
+void remove_file(const char *path, const char *failure);
+
+// Runs a script with -r, so that it removes what it installed, and removes it. Without such a script nothing
+// happens. `failure` is logged when the removal fails.
+void take_back_script(const char *path, const char *failure);
 
 // Makes a directory unless something of that name is there; a failure is logged.
 void make_directory(const char *path);
@@ -34,8 +41,9 @@ uint64_t steady_milliseconds();
 void sleep_until(uint64_t milliseconds);
 
 // An executable script that appears under its path whole or not at all, as file_replacement does it: it is
-// opened beside it under a hidden name, and written, synced and renamed by commit(). Its directory must be
-// there. Without a successful commit() nothing is left behind and an older script stays as it was.
+// opened beside it under a hidden name, and written, synced and, unless it becomes a step of an operation,
+// renamed by commit(). Its directory must be there; an operation whose script cannot be written fails.
+// Without a successful commit() nothing is left behind and an older script stays as it was.
 class script_file {
 public:
     explicit script_file(const char *path);
@@ -51,8 +59,9 @@ public:
     bool commit();
 
 private:
+    void fail_operation() const;
+
+    const char *path_;
     file_replacement file_;
-    char *content_ = nullptr; // what was printed, once the stream is closed
-    size_t size_ = 0;
     FILE *stream_ = nullptr;
 };

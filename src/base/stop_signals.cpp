@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <ctime>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ namespace {
 
 // How many stop_holds there are; `stopping` when the process is ending and there will be no more.
 constexpr int stopping = -1;
+constexpr int ending = -2; // the same, but that a stop may still end it sooner
 constinit std::atomic<int> holds = 0;
 constinit std::atomic<bool> stop_wanted = false;
 
@@ -33,7 +35,7 @@ stop_hold::stop_hold()
 {
     int present = holds;
     do {
-        while (present == stopping) // another thread is ending the process
+        while (present < 0) // another thread is ending the process
             (void)pause();
     } while (!holds.compare_exchange_weak(present, present + 1));
 }
@@ -44,10 +46,17 @@ stop_hold::~stop_hold()
         stop_process();
 }
 
+void stop_hold_end()
+{
+    constexpr timespec pause_time = {0, 1000000};
+    for (int present = 0; !holds.compare_exchange_strong(present, ending) && present > 0; present = 0)
+        (void)nanosleep(&pause_time, nullptr);
+}
+
 void stop_process()
 {
     stop_wanted = true;
-    int nobody = 0;
-    if (holds.compare_exchange_strong(nobody, stopping))
+    int present = 0;
+    if (holds.compare_exchange_strong(present, stopping) || present == ending)
         exit(0);
 }

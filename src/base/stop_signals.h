@@ -29,5 +29,9 @@ public:
     stop_hold &operator=(const stop_hold &) = delete;
 };
 
+// Waits until nobody holds a stop off. Whoever wants to do so afterwards waits for the end of the process,
+// which must come next.
+void stop_hold_end();
+
 // Ends the process with status 0: at once, or with the last stop_hold. Safe in a signal handler.
 void stop_process();

@@ -1,17 +1,29 @@
 #include "create/add.h"
 
+#include "base/operation.h"
 #include "create/conflicts.h"
 #include "create/create.h"
 #include "create/parse_args.h"
 #include "service/policies.h"
 #include "service/reply.h"
+#include "service/settings.h"
 
 namespace {
 
+// Neither a conflict nor a success.
+constexpr int creation_failed = -1;
+
+// Returns 0, or why there is no new WAN: a conflict (create/conflicts.h) or -1.
 int create_locked(const wan_config *config)
 {
     const scoped_lock lock(handler_mutex);
-    return wan_create(config, 0);
+    int refusal = 0;
+    auto create = [&] {
+        refusal = wan_create(config, 0);
+        return refusal == 0;
+    };
+    const operation_work works[] = {work_of(create)};
+    return operation_run(works, maxWanId) == operation_result::failed ? creation_failed : refusal;
 }
 
 } // namespace

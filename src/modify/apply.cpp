@@ -1,11 +1,12 @@
 #include "modify/apply.h"
 
+#include "base/operation.h"
 #include "base/os.h"
-#include "base/stop_signals.h"
 #include "create/conflicts.h"
 #include "create/create.h"
 #include "remove/delete_wan.h"
 #include "service/reload.h"
+#include "service/settings.h"
 #include "store/new_id.h"
 #include "store/read_config.h"
 #include "wan/wan_names.h"
@@ -20,12 +21,12 @@ int check_conflicts(const wan_config *config)
     return wan_check_conflicts(config, section);
 }
 
-int rewrite(const wan_config *config)
+int judge_and_delete(const wan_config *config)
 {
-    const stop_hold hold; // in between the WAN is nowhere
-    const wan_id_hold kept(config->wanId);
-    const int deleted = wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
-    return deleted != 0 ? deleted : wan_write(config, config->wanId);
+    const int conflict = check_conflicts(config);
+    if (wan_conflict_refuses(conflict, "modify", config))
+        return conflict;
+    return wan_delete(config->wanId, /*reload=*/0, /*keep_ids=*/1);
 }
 
 void announce_update(uint8_t wan_id)
@@ -37,13 +38,21 @@ void announce_update(uint8_t wan_id)
 
 int wan_modify_apply(const wan_config *config)
 {
-    const int conflict = check_conflicts(config);
-    if (wan_conflict_refuses(conflict, "modify", config))
-        return conflict;
-    const int result = rewrite(config);
-    if (result != 0)
-        return result;
-    reload_system_services(wan_written);
-    announce_update(config->wanId);
-    return 0;
+    const wan_id_hold kept(config->wanId);
+    int result = 0;
+    auto take_away = [&] {
+        result = judge_and_delete(config);
+        return result == 0;
+    };
+    auto write_again = [&] {
+        result = wan_write(config, config->wanId);
+        return result == 0;
+    };
+    auto announce = [&] {
+        reload_system_services(wan_written);
+        announce_update(config->wanId);
+        return true;
+    };
+    const operation_work works[] = {work_of(take_away), work_of(write_again), work_of(announce)};
+    return operation_run(works, maxWanId) == operation_result::failed ? modification_failed : result;
 }

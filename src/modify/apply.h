@@ -3,8 +3,11 @@
 
 #include "wan/wan_config.h"
 
-// Applies a record to the WAN that its wanId names, and tells the hotplug system. Returns 0; a conflict
-// (conflicts.h, -2 to -4, logged), upon which nothing was changed; or the deletion's result when that failed,
-// upon which nothing was written. Afterwards the identifier stands last in the list. Call with the handler
-// mutex held. Waits for reloads.
+// What wan_modify_apply() returns when something could not be read or written.
+inline constexpr int modification_failed = -1;
+
+// Applies a record to the WAN that its wanId names, and tells the hotplug system. Returns 0; or a conflict
+// (conflicts.h, -2 to -4), the deletion's result when that failed, or modification_failed: all are logged,
+// and nothing was changed. Afterwards the identifier stands last in the list. Call with the handler mutex
+// held. Waits for reloads.
 int wan_modify_apply(const wan_config *config);

@@ -1,11 +1,14 @@
 #include "modify/import.h"
 
+#include "base/heap.h"
 #include "base/log.h"
+#include "base/operation.h"
 #include "base/os.h"
 #include "base/own_file.h"
 #include "create/create.h"
 #include "remove/delete_all.h"
 #include "service/policies.h"
+#include "service/settings.h"
 
 #include <cstdio>
 #include <iterator>
@@ -23,8 +26,9 @@ struct definition_path {
 
 void remove_input(const char *path)
 {
-    if (!remove_file(path))
-        log_error("Failed to delete custom korvel config file: %s", path);
+    char failure[128];
+    text_ref(failure).format("Failed to delete custom korvel config file: %s", path);
+    remove_file(path, failure);
 }
 
 // Opens a file of the import. Null when there is none, or when it is not the daemon's own, which is logged.
@@ -119,19 +123,38 @@ bool read_definition(const char *path, char (&text_out)[definition_size + 1])
     return !failed;
 }
 
-void import_definition(const char *path, bool is_first)
+// One definition on its way through the works of the import.
+struct definition {
+    definition_path path;
+    bool is_first;
+    bool was_read, is_usable;
+    wan_config config;
+};
+
+// Reads a definition. The first one takes the place of all WANs.
+bool begin_definition(void *argument)
 {
+    definition &self = *static_cast<definition *>(argument);
     char text[definition_size + 1];
-    if (!read_definition(path, text))
-        return;
-    if (is_usable(text)) {
-        wan_config config = {};
-        parse_definition(text, &config);
-        if (is_first)
-            wan_delete_all();
-        (void)wan_create(&config, 0); // it logs what refuses it
-    }
-    remove_input(path);
+    // One that is listed twice is gone after the first time.
+    self.was_read = file_exists(self.path.text) && read_definition(self.path.text, text);
+    self.is_usable = self.was_read && is_usable(text);
+    self.config = {};
+    if (self.is_usable)
+        parse_definition(text, &self.config);
+    if (self.is_usable && self.is_first)
+        wan_delete_all();
+    return true;
+}
+
+bool complete_definition(void *argument)
+{
+    const definition &self = *static_cast<definition *>(argument);
+    if (self.is_usable)
+        (void)wan_create(&self.config, 0); // it logs what refuses it
+    if (self.was_read)
+        remove_input(self.path.text);
+    return true;
 }
 
 } // namespace
@@ -142,7 +165,23 @@ void wan_import_custom()
     const int count = read_list(paths);
     if (count < 0)
         return;
-    remove_input(list_path);
-    for (int i = 0; i < count; i++)
-        import_definition(paths[i].text, i == 0);
+    const heap_ptr<definition[]> definitions(
+        static_cast<definition *>(calloc(most_definitions, sizeof(definition))));
+    if (!definitions)
+        return log_error("Failed to import: %s: out of memory", list_path);
+
+    auto remove_list = [] {
+        remove_input(list_path);
+        return true;
+    };
+    operation_work works[1 + 2 * most_definitions] = {work_of(remove_list)};
+    size_t work_count = 1;
+    for (int i = 0; i < count; i++) {
+        definition &each = definitions[static_cast<size_t>(i)];
+        each.path = paths[i];
+        each.is_first = i == 0;
+        works[work_count++] = {begin_definition, &each};
+        works[work_count++] = {complete_definition, &each};
+    }
+    (void)operation_run({works, work_count}, maxWanId); // it logs what fails; the files then stay
 }

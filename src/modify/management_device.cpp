@@ -1,6 +1,7 @@
 #include "modify/management_device.h"
 
 #include "base/config.h"
+#include "base/operation.h"
 #include "service/reply.h"
 #include "service/settings.h"
 #include "store/id_list.h"
@@ -67,7 +68,9 @@ int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *requ
                        blob_attr *)
 {
     handler_reply reply;
-    if (add_management_device() != 0) {
+    auto add = [] { return add_management_device() == 0; };
+    const operation_work works[] = {work_of(add)};
+    if (operation_run(works, maxWanId) != operation_result::done) {
         reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

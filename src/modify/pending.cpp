@@ -2,6 +2,7 @@
 
 #include "base/heap.h"
 #include "base/lock.h"
+#include "base/log.h"
 #include "base/os.h"
 #include "base/stop_signals.h"
 #include "create/parse_args.h"
@@ -127,18 +128,20 @@ bool start_worker(size_t slot)
 }
 
 // The record that a new change starts from: what is just being applied to this WAN, or else what is stored.
-void read_base(uint8_t wan_id, wan_config *record_out)
+// False: that cannot be read, and nothing may be made of it.
+bool read_base(uint8_t wan_id, wan_config *record_out)
 {
     {
         const scoped_lock lock(pending_mutex);
         if (const std::optional<size_t> slot = find_slot(wan_id, /*applying=*/true)) {
             *record_out = pending_slots[*slot]->wan;
-            return;
+            return true;
         }
     }
     *record_out = {};
     record_out->wanId = wan_id;
-    (void)wan_read_stored(record_out); // a WAN that does not exist is refused when the change is applied
+    // A WAN that does not exist is refused when the change is applied.
+    return wan_read_stored(record_out) != configuration_unreadable;
 }
 
 modify_later_result merge(size_t slot, uint32_t wait, blob_attr *const attributes[], text_ref refused_out)
@@ -161,6 +164,7 @@ modify_later_result enqueue(pending_owner entry, uint32_t wait)
     entry->countdown = slot + wait;
     pending_slots[slot] = entry.get();
     if (!start_worker(slot)) {
+        log_error("Nothing was changed: a thread cannot be started");
         pending_slots[slot] = nullptr;
         return modify_no_memory;
     }
@@ -185,7 +189,10 @@ modify_later_result wan_modify_later(uint8_t wan_id, uint32_t wait, blob_attr *c
     pending_owner entry(static_cast<pending_modify *>(calloc(1, sizeof(pending_modify))));
     if (!entry)
         return modify_no_memory;
-    read_base(wan_id, &entry->wan);
+    if (!read_base(wan_id, &entry->wan)) {
+        log_error("Nothing was changed: /etc/config/network cannot be read");
+        return modify_no_memory;
+    }
     if (wan_parse_args(attributes, &entry->wan, refused_out) != 0)
         return modify_invalid;
     return enqueue(static_cast<pending_owner &&>(entry), wait);

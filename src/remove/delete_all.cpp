@@ -1,13 +1,17 @@
 #include "remove/delete_all.h"
 
 #include "base/config.h"
+#include "base/heap.h"
 #include "base/log.h"
+#include "base/operation.h"
 #include "remove/delete_wan.h"
+#include "remove/orphans.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
 #include "service/reload.h"
+#include "service/settings.h"
 #include "service/reply.h"
 #include "store/id_list.h"
 #include "wan/stored_options.h"
@@ -45,15 +49,17 @@ bool must_go(const uci_loaded &network, uci_section *section)
     return strcmp(section->type, "interface") == 0 && strstr(section->e.name, wan_interface_mark);
 }
 
-// Deletes from the last section to the first: deleting one gives every unnamed section behind it another
-// name, while those before it keep theirs.
+// Deletes from the last section to the first: written at once, a deletion gives every unnamed section behind
+// it another name, while those before it keep theirs.
 unsigned sweep_sections()
 {
     const uci_loaded network("network");
     if (!network)
         return 0;
     unsigned count = 0;
-    for (uci_list *at = network.sections()->prev; at != network.sections(); at = at->prev) {
+    uci_list *before = nullptr;
+    for (uci_list *at = network.sections()->prev; at != network.sections(); at = before) {
+        before = at->prev; // a gathered deletion takes the section out of this very list
         uci_section *const section = uci_to_section(list_to_element(at));
         if (!must_go(network, section))
             continue;
@@ -64,15 +70,22 @@ unsigned sweep_sections()
     return count;
 }
 
-// Deletes the WANs of the list and returns the OR of what failed.
+// Deletes the WANs of the list and returns the OR of what failed. Each deletion takes its entry out of the
+// list, so the identifiers are read beforehand.
 int delete_listed(uci_list *entries)
 {
-    int error = 0;
+    size_t count = 0;
     uci_element *entry = nullptr;
-    uci_foreach_element(entries, entry)
-    {
-        error |= wan_delete(static_cast<uint8_t>(text_number(entry->name)), /*reload=*/0, /*keep_ids=*/0);
-    }
+    uci_foreach_element(entries, entry) count++;
+    const heap_ptr<uint8_t[]> ids(static_cast<uint8_t *>(malloc(count + 1)));
+    if (!ids)
+        return UCI_ERR_MEM;
+    count = 0;
+    uci_foreach_element(entries, entry) ids[count++] = static_cast<uint8_t>(text_number(entry->name));
+
+    int error = 0;
+    for (size_t i = 0; i < count; i++)
+        error |= wan_delete(ids[i], /*reload=*/0, /*keep_ids=*/0);
     return error;
 }
 
@@ -121,9 +134,12 @@ void wan_delete_all()
     const uci_loaded network("network");
     if (!network || !network.section("korvel"))
         return;
+    bool found = true;
     if (uci_list *const entries = wan_listed_ids(network))
         delete_by_list(entries);
-    else if (!sweep_without_list())
+    else
+        found = sweep_without_list();
+    if (wan_remove_orphans() == 0 && !found)
         return;
     reload_system_services(all_wans_deleted);
 }
@@ -131,6 +147,11 @@ void wan_delete_all()
 int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
 {
     const scoped_lock lock(handler_mutex);
-    wan_delete_all();
+    auto remove = [] {
+        wan_delete_all();
+        return true;
+    };
+    const operation_work works[] = {work_of(remove)};
+    (void)operation_run(works, maxWanId); // it logs what fails, and there is nothing to reply
     return UBUS_STATUS_OK;
 }

@@ -3,9 +3,10 @@
 
 #include "base/bus_headers.h"
 
-// Deletes every WAN on the list, removes the scripts that concern all of them, and reloads the system
-// services. Sweeps the configuration when the list cannot be read or a deletion failed. Outcomes are logged.
-// Call with the handler mutex held, or before the bus is connected.
+// Deletes every WAN on the list, then the scripts that concern all of them and what belongs to no WAN
+// (remove/orphans.h), and reloads the services. Sweeps the configuration by force when the list cannot be
+// read or a deletion failed. Outcomes are logged. Call with the handler mutex held, or before the bus is
+// connected.
 void wan_delete_all();
 
 // The sweep. Takes away, without looking at the WANs one by one: the scripts of every identifier on the list,

@@ -2,6 +2,7 @@
 
 #include "base/config.h"
 #include "base/log.h"
+#include "base/operation.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/multicast_vlan.h"
@@ -39,8 +40,10 @@ uint32_t device_number(const deletion &wan, const stored_option &option)
 // Deletes an interface section and its place in the WAN zone. Returns whether there was one.
 bool delete_interface(deletion &wan, const char *interface)
 {
-    if (config_del_section("network", interface) != 0)
+    const int deleted = config_del_section("network", interface);
+    if (deleted == UCI_ERR_NOTFOUND)
         return false;
+    wan.error |= deleted;
     wan.error |= config_del_list("firewall", "@zone[1]", "network", interface);
     return true;
 }
@@ -134,7 +137,7 @@ void delete_bridged(deletion &wan)
 // With the last WAN gone, identifiers start from 1 again.
 void restart_ids_when_empty(deletion &wan)
 {
-    if (wan_listed_count() == 0)
+    if (wan_listed_count() == 0) // not when it cannot be read
         wan.error |= wan_ids_restart();
 }
 
@@ -160,7 +163,7 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     deletion wan = {wanId, wan_names(wanId), {}, {}, 0, 0, false, 0};
     if (wanId == 0 || wan_find_device(wanId, wan.device_section, wan.device) != 0) {
         log_error("Failed to delete wan_%u", wanId);
-        return -1;
+        return no_such_wan;
     }
     wan.service = static_cast<uint8_t>(device_number(wan, STORED(service)));
     wan.mvid = static_cast<uint16_t>(device_number(wan, STORED(mvid)));
@@ -187,6 +190,22 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     return wan.error;
 }
 
+namespace {
+
+int delete_locked(uint8_t wan_id)
+{
+    const scoped_lock lock(handler_mutex);
+    int result = 0;
+    auto remove = [&] {
+        result = wan_delete(wan_id, /*reload=*/1, /*keep_ids=*/0);
+        return result != no_such_wan;
+    };
+    const operation_work works[] = {work_of(remove)};
+    return operation_run(works, maxWanId) == operation_result::failed ? -1 : result;
+}
+
+} // namespace
+
 int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
                    blob_attr *message)
 {
@@ -194,12 +213,7 @@ int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request,
     parse_request(wan_id_policy.rows, message, arguments);
     blob_attr *const wan_id = arguments[arg_wan_id];
     handler_reply reply;
-    int result = -1;
-    if (wan_id) {
-        const scoped_lock lock(handler_mutex);
-        result = wan_delete(static_cast<uint8_t>(blobmsg_get_u32(wan_id)), /*reload=*/1, /*keep_ids=*/0);
-    }
-    if (result != 0) {
+    if (!wan_id || delete_locked(static_cast<uint8_t>(blobmsg_get_u32(wan_id))) != 0) {
         reply.send_result(bus, request, -1, "korvel del ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

@@ -4,7 +4,6 @@
 #include "base/os.h"
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
-#include "rules/remove_script.h"
 #include "rules/script_name.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
@@ -76,6 +75,7 @@ void wan_write_bridge_rule(const wan_rule_ctx *ctx)
 void wan_remove_bridge_rule(uint8_t wan_id)
 {
     const script_path path = bridge_rule_path(wan_id);
-    if (!remove_script(path.text))
-        log_error("Failed to delete wan_%u bridge rule: %s", wan_id, path.text);
+    char failure[96];
+    text_ref(failure).format("Failed to delete wan_%u bridge rule: %s", wan_id, path.text);
+    take_back_script(path.text, failure);
 }

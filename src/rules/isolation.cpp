@@ -3,7 +3,6 @@
 #include "base/config.h"
 #include "base/log.h"
 #include "base/os.h"
-#include "rules/remove_script.h"
 #include "rules/script_name.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
@@ -86,8 +85,9 @@ uci_section *bridge_section(const uci_loaded &network)
 
 void wan_remove_isolate_rule()
 {
-    if (!remove_script(isolate_rule_path))
-        log_error("Failed to delete bridge isolate rule: %s", isolate_rule_path);
+    char failure[96];
+    text_ref(failure).format("Failed to delete bridge isolate rule: %s", isolate_rule_path);
+    take_back_script(isolate_rule_path, failure);
 }
 
 void wan_write_isolate_rule()

@@ -39,8 +39,11 @@ size_t collect_pairs(const uci_loaded &network, vlan_pair (&pairs_out)[most_pair
 
 void remove_mapping()
 {
-    if (file_exists(mvlan_rule_path) && !remove_file(mvlan_rule_path))
-        log_error("Failed to delete mvlan rule: %s", mvlan_rule_path);
+    if (file_exists(mvlan_rule_path)) {
+        char failure[64];
+        text_ref(failure).format("Failed to delete mvlan rule: %s", mvlan_rule_path);
+        remove_file(mvlan_rule_path, failure);
+    }
     run_command("/userfs/bin/xponigmpcmd clearAll");
 }
 

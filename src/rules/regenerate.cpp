@@ -64,6 +64,11 @@ void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
 
 } // namespace
 
+std::span<const char *const> wan_script_directories()
+{
+    return script_directories;
+}
+
 void wan_regen_missing_rules()
 {
     for (const char *const directory : script_directories)

@@ -4,7 +4,6 @@
 #include "base/os.h"
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
-#include "rules/remove_script.h"
 #include "wan/wan_names.h"
 
 namespace {
@@ -142,6 +141,7 @@ void wan_write_route_rule(const wan_rule_ctx *ctx)
 void wan_remove_route_rule(uint8_t wan_id)
 {
     const script_path path = route_rule_path(wan_id);
-    if (!remove_script(path.text))
-        log_error("Failed to delete wan_%u route rule: %s", wan_id, path.text);
+    char failure[96];
+    text_ref(failure).format("Failed to delete wan_%u route rule: %s", wan_id, path.text);
+    take_back_script(path.text, failure);
 }

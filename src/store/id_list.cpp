@@ -37,6 +37,20 @@ uci_list *wan_listed_ids(const uci_loaded &network)
     return network ? network.list(network.section(list_section), list_option) : nullptr;
 }
 
+size_t wan_listed_count(const uci_loaded &network)
+{
+    uci_option *const list = network ? network.option(network.section(list_section), list_option) : nullptr;
+    if (!list || list->type != UCI_TYPE_LIST)
+        return list ? 1 : 0;
+    size_t count = 0;
+    uci_element *entry = nullptr;
+    uci_foreach_element(&list->v.list, entry)
+    {
+        count++;
+    }
+    return count;
+}
+
 int wan_listed_count()
 {
     return config_total_list("network", list_section, list_option);
@@ -108,7 +122,8 @@ uint32_t wan_id_alloc(uint32_t requested)
         return list_id(maxWanId);
     }
 
-    (void)set_highest_id(static_cast<uint32_t>(wan_listed_count()) + 1);
+    const int listed = wan_listed_count();
+    (void)set_highest_id(static_cast<uint32_t>(listed < 0 ? 0 : listed) + 1);
     list_id(first);
     printf("use_min_wan_id = %u, min_wan_id = %d, maxWanId = %d\n", use, static_cast<int>(first),
            static_cast<int>(maxWanId.load()));

@@ -11,7 +11,10 @@
 // The list's entries, in order of addition; null when `network` could not be loaded or has no such list.
 uci_list *wan_listed_ids(const uci_loaded &network);
 
-// How many entries the list has; 0 when it is missing or cannot be read. Loads the configuration itself.
+// How many entries the list has in what is loaded; a plain option counts as one. 0 when it is missing.
+size_t wan_listed_count(const uci_loaded &network);
+// How many entries the list has; 0 when it is missing, -1 when it cannot be read. Loads the configuration
+// itself.
 int wan_listed_count();
 
 // Takes an identifier off the list. Returns 0, or the configuration library's non-zero result.

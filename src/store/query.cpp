@@ -46,9 +46,8 @@ bool add_tables(std::span<const wan_config> records)
 
 // Reads the listed WANs into the records, from the front. Returns -1 when the list's last WAN cannot be read;
 // an earlier one is only logged and keeps what was read of it.
-int read_listed(std::span<wan_config> records)
+int read_listed(const uci_loaded &network, std::span<wan_config> records)
 {
-    const uci_loaded network("network");
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return 0;
@@ -95,12 +94,12 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
 
 int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    const int count = wan_listed_count();
-    if (count <= 0)
+    const uci_loaded network("network"); // all of the answer is from this one state
+    const size_t wans = wan_listed_count(network);
+    if (wans == 0)
         return UBUS_STATUS_OK;
-    const size_t wans = static_cast<size_t>(count);
     const heap_ptr<wan_config[]> records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config))));
-    const int result = records ? read_listed({records.get(), wans}) : 0;
+    const int result = records ? read_listed(network, {records.get(), wans}) : 0;
 
     handler_reply reply;
     if (result != 0) {

@@ -291,6 +291,8 @@ int wan_read_stored(wan_config *record)
 {
     const uci_loaded network("network");
     const int result = wan_read_config(network, record);
+    if (!network)
+        return configuration_unreadable;
     if (result != 0 || record->wanMode != wan_mode_routed)
         return result;
 

@@ -541,7 +541,26 @@ TEST_F(deferred_modify_test, a_stop_between_deletion_and_rewriting_waits_until_t
     EXPECT_EQ(text_lines{"Receive stop signal: 15"}, gateway.log_texts(LOG_WARNING));
     EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
     EXPECT_EQ("1", gateway.uci_get("network.korvel.wanList"));
+
+    gateway.clear_commands();
+    gateway.start_korvel();
+    EXPECT_EQ(text_lines{"wan_1"}, applied_updates()) << "the reloads that were cut short are made up for";
     expect_whole_files();
+}
+
+// A change on top of a record that was not read would make a WAN of defaults.
+TEST_F(deferred_modify_test, what_cannot_be_read_is_not_changed_later)
+{
+    add(routed_dhcp(1, {.vid = 101}));
+    const std::string good = gateway.config("network");
+    gateway.set_config("network", good + "config interface 'unfinished\n");
+
+    EXPECT_EQ(result_reply(9, -1, "korvel modify ERR! Memory allocate failed."),
+              gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})"));
+
+    gateway.set_config("network", good);
+    EXPECT_EQ("Nothing was changed: /etc/config/network cannot be read", gateway.log_texts(LOG_ERR).back());
+    EXPECT_EQ(0U, waiting_changes());
 }
 
 // Gives the daemon no more address space than it has, so that no thread finds room for its stack.

@@ -45,6 +45,13 @@ protected:
     // Lays the list down and has the daemon start, to the point at which it serves.
     void start_with(const text_lines &paths)
     {
+        start_hindered_with(paths);
+        EXPECT_FALSE(gateway.exists(list_path));
+    }
+
+    // The same where nothing can be imported.
+    void start_hindered_with(const text_lines &paths)
+    {
         std::string text;
         for (const std::string &path : paths)
             text += path + "\n";
@@ -52,7 +59,6 @@ protected:
         gateway.clear_commands();
         gateway.clear_log();
         gateway.start_korvel();
-        EXPECT_FALSE(gateway.exists(list_path));
     }
 
     text_lines ids() const { return gateway.uci_list("network.korvel.wanList").value_or(text_lines{}); }
@@ -366,7 +372,7 @@ TEST_F(import_test, a_definition_that_conflicts_is_used_up_and_the_next_one_take
     EXPECT_EQ(text_lines{}, gateway.list_directory(directory));
 }
 
-TEST_F(import_test, where_nothing_can_be_written_the_files_are_used_up_and_the_daemon_serves)
+TEST_F(import_test, where_nothing_can_be_written_the_files_stay_for_the_next_start)
 {
     set_up_present_wan();
     const std::string before = gateway.config("network");
@@ -374,15 +380,20 @@ TEST_F(import_test, where_nothing_can_be_written_the_files_are_used_up_and_the_d
         small_disk disk("/etc/config");
         disk.make_read_only();
 
-        start_with({definition("a", tagged(200))});
+        start_hindered_with({definition("a", tagged(200))});
 
         EXPECT_EQ(before, gateway.config("network"));
-        EXPECT_EQ(text_lines{}, gateway.list_directory(directory));
-        EXPECT_FALSE(gateway.log_texts(LOG_ERR).empty());
+        EXPECT_EQ(text_lines{"a"}, gateway.list_directory(directory));
+        EXPECT_TRUE(gateway.exists(list_path));
+        EXPECT_EQ(text_lines{"Nothing was changed: /etc/config/firewall: Read-only file system"},
+                  gateway.log_texts(LOG_ERR));
         EXPECT_EQ(0, gateway.call("delAll").status);
+        EXPECT_EQ("7_INTERNET_R_VID_100", get(present_id).at("wanName"));
     }
     gateway.restart_korvel();
-    EXPECT_EQ("7_INTERNET_R_VID_100", get(present_id).at("wanName"));
+    EXPECT_EQ("1_TR069_R_VID_200", get(1).at("wanName"));
+    EXPECT_EQ(text_lines{}, gateway.list_directory(directory));
+    EXPECT_FALSE(gateway.exists(list_path));
 }
 
 } // namespace

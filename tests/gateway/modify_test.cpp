@@ -279,18 +279,30 @@ TEST_F(modify_test, of_the_identifier_the_low_eight_bits_count)
     EXPECT_EQ("pon.100", gateway.device_option(1, "name"));
 }
 
-TEST_F(modify_test, a_deletion_that_fails_halfway_is_answered_ok_and_nothing_is_written)
+TEST_F(modify_test, a_deletion_that_fails_halfway_is_answered_ok_and_leaves_the_wan_whole)
 {
     start_with({routed_dhcp(1, {.vid = 100})});
-    gateway.set_config("firewall", "config 'zone\n");
+    const std::string before = gateway.config("network");
+    const struct {
+        const char *firewall, *log;
+    } cases[] = {
+        {"config 'zone\n", "Nothing was changed: /etc/config/firewall: it cannot be parsed"},
+        {"config zone\n\toption name 'lan'\n", "Failed to delete wan_1: 3"},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.firewall);
+        gateway.set_config("firewall", row.firewall);
+        gateway.clear_log();
 
-    EXPECT_EQ(result_reply(0, 0, modified), modify(routed_dhcp(1, {.vid = 200})));
+        EXPECT_EQ(result_reply(0, 0, modified), modify(routed_dhcp(1, {.vid = 200})));
 
-    EXPECT_FALSE(gateway.device_section(1).has_value());
-    EXPECT_FALSE(gateway.uci_get("network.wan_1").has_value());
-    EXPECT_EQ(text_lines{}, applied_updates());
-    ASSERT_EQ(1U, gateway.log_texts(LOG_ERR).size());
-    EXPECT_TRUE(gateway.log_texts(LOG_ERR)[0].starts_with("Failed to delete wan_1: "));
+        EXPECT_EQ(before, gateway.config("network"));
+        EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_1"));
+        EXPECT_EQ(text_lines{}, applied_updates());
+        ASSERT_FALSE(gateway.log_texts(LOG_ERR).empty());
+        EXPECT_TRUE(gateway.log_texts(LOG_ERR)[0].starts_with("Failed to delete wan_1: "));
+        EXPECT_EQ(row.log, gateway.log_texts(LOG_ERR).back());
+    }
 }
 
 TEST_F(modify_test, a_deletion_that_cannot_begin_leaves_the_wan_whole)
@@ -309,8 +321,10 @@ TEST_F(modify_test, a_deletion_that_cannot_begin_leaves_the_wan_whole)
     EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_1"));
     EXPECT_TRUE(gateway.exists("/etc/korvel/rule_wan_2.sh"));
     ASSERT_EQ(2U, gateway.log_texts(LOG_ERR).size());
-    EXPECT_TRUE(gateway.log_texts(LOG_ERR)[0].starts_with("Failed to delete wan_1: "));
-    EXPECT_TRUE(gateway.log_texts(LOG_ERR)[1].starts_with("Failed to delete wan_2: "));
+    EXPECT_EQ("Nothing was changed: /etc/config/firewall: Read-only file system",
+              gateway.log_texts(LOG_ERR)[0]);
+    EXPECT_EQ("Nothing was changed: /etc/config/network: Read-only file system",
+              gateway.log_texts(LOG_ERR)[1]);
 }
 
 TEST_F(modify_test, a_routed_wan_becomes_a_bridged_one_and_back)

@@ -225,7 +225,7 @@ void wan_model::delete_all()
     for (const uint8_t id : ids())
         erase(id);
     forget_highest_when_empty();
-    scripts_.erase(isolation_path);
+    scripts_.clear(); // also what was left of a WAN without interfaces
     write_multicast_script();
 }
 

@@ -301,6 +301,23 @@ TEST_F(mxuci_gather_test, a_file_that_would_not_change_is_not_staged_for_replace
     EXPECT_EQ(0U, stage().size()) << "what is staged has not changed since";
 }
 
+// The file is still the old one when the second stage is written, but will not be when that is put into
+// place.
+TEST_F(mxuci_gather_test, a_stage_that_takes_the_one_before_back_is_staged_for_replacement)
+{
+    ASSERT_EQ(0, mxuci_gather_begin());
+    EXPECT_EQ(0, mxuci_set("t", "g", "one", "2"));
+    const auto first = stage();
+    EXPECT_EQ(0, mxuci_set("t", "g", "one", "1"));
+    const auto second = stage();
+
+    ASSERT_EQ(1U, second.size());
+    EXPECT_TRUE(put_into_place(first));
+    EXPECT_NE(base, stored());
+    EXPECT_TRUE(put_into_place(second));
+    EXPECT_EQ(base, stored());
+}
+
 TEST_F(mxuci_gather_test, a_link_stays_one_and_its_file_is_replaced_where_it_is)
 {
     gateway.write_file("/tmp/elsewhere/real", base);
@@ -338,6 +355,25 @@ TEST_F(mxuci_gather_test, what_others_left_pending_is_part_of_it_and_named)
     const auto second = stage();
     ASSERT_EQ(1U, second.size());
     EXPECT_STREQ("", second[0].delta) << "once is enough";
+}
+
+// libuci passes over what it cannot lock.
+TEST_F(mxuci_gather_test, pending_changes_that_cannot_be_read_are_not_lost)
+{
+    ASSERT_EQ(0, run_program({"uci", "set", "t.g.theirs=1"}).status);
+    for (const bool gathered : {true, false}) {
+        SCOPED_TRACE(gathered);
+        calls.at_next("flock", [this] { return calls.fail_next("flock", EIO), 0; });
+        if (gathered) {
+            ASSERT_EQ(0, mxuci_gather_begin());
+        }
+
+        EXPECT_EQ(UCI_ERR_IO, mxuci_set("t", "g", "ours", "1"));
+
+        mxuci_gather_end();
+        EXPECT_NE("", gateway.file("/tmp/.uci/t"));
+        EXPECT_EQ(base, stored());
+    }
 }
 
 TEST_F(mxuci_gather_test, pending_changes_that_do_not_apply_stay_until_something_changes)

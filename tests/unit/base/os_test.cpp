@@ -2,6 +2,7 @@
 #include "base/os.h"
 
 #include "base/config.h"
+#include "base/recovery.h"
 #include "base/stop_signals.h"
 #include "support/gateway.h"
 #include "support/small_disk.h"
@@ -10,7 +11,6 @@
 #include <csignal>
 #include <cstdarg>
 #include <ctime>
-#include <filesystem>
 #include <sys/stat.h>
 
 namespace {
@@ -209,9 +209,47 @@ TEST_F(os_test, files_are_seen_and_removed)
     gateway.write_file("/tmp/file", "");
 
     EXPECT_TRUE(file_exists("/tmp/file"));
-    EXPECT_TRUE(remove_file("/tmp/file"));
+    remove_file("/tmp/file", "failure");
     EXPECT_FALSE(file_exists("/tmp/file"));
-    EXPECT_FALSE(remove_file("/tmp/file"));
+    remove_file("/tmp/file", "there is none");
+    EXPECT_TRUE(gateway.log().empty());
+
+    gateway.write_file("/tmp/directory/file", "");
+    remove_file("/tmp/directory", "failure");
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"failure"});
+}
+
+TEST_F(os_test, a_script_that_is_taken_back_runs_with_r_and_goes)
+{
+    gateway.write_file(script_path, "#!/bin/sh\necho \"$0 $1\" >/tmp/ran\n", 0755);
+
+    take_back_script(script_path, "failure");
+    take_back_script("/etc/korvel/none", "failure");
+
+    EXPECT_EQ(gateway.file("/tmp/ran"), std::string(script_path) + " -r\n");
+    EXPECT_FALSE(gateway.exists(script_path));
+    EXPECT_TRUE(gateway.log().empty());
+}
+
+TEST_F(os_test, a_script_that_fails_or_cannot_run_goes_all_the_same)
+{
+    for (const unsigned mode : {0755U, 0U}) {
+        gateway.write_file(script_path, "#!/bin/sh\nexit 1\n", mode);
+
+        take_back_script(script_path, "failure");
+
+        EXPECT_FALSE(gateway.exists(script_path));
+    }
+    EXPECT_TRUE(gateway.log().empty());
+}
+
+TEST_F(os_test, a_script_that_cannot_be_deleted_is_told)
+{
+    gateway.write_file(std::string(script_path) + "/inside", "");
+
+    take_back_script(script_path, "failure");
+
+    EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"failure"});
 }
 
 TEST_F(os_test, a_script_appears_with_its_commit)
@@ -265,14 +303,14 @@ TEST_F(os_test, what_a_crash_left_of_a_script_does_not_disturb_the_next_one)
         left_behind = "/etc/korvel/" + gateway.list_directory("/etc/korvel").at(0);
     }
     gateway.write_file(left_behind, std::string(5000, '#'));
-    std::filesystem::last_write_time(left_behind,
-                                     std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2));
 
     script_file script(script_path);
     script.print("new\n");
     EXPECT_TRUE(script.commit());
-
     EXPECT_EQ(gateway.file(script_path), "new\n");
+
+    constexpr const char *directories[] = {"/etc/korvel"};
+    recover_operations(directories);
     EXPECT_EQ(gateway.list_directory("/etc/korvel"), text_lines{"script"});
 }
 
