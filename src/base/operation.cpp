@@ -238,6 +238,8 @@ bool operation::complete()
         done = put_into_place(stage);
         if (stage + 1 == stages())
             hold.reset();
+        else
+            done = done && sync_files(steps_); // a stage that has begun tells that the one before is complete
         writing_.reset();
         if (done)
             carry_out_commands(steps_, stage);

@@ -23,11 +23,11 @@ bool complete(const step_list &steps)
         first--;
     bool done = true;
     for (unsigned stage = first > 0 ? first - 1 : 0; done && stage < stages; stage++) {
-        done = carry_out_replacements(steps, stage) && carry_out_files(steps, stage);
+        done = carry_out_replacements(steps, stage) && carry_out_files(steps, stage) && sync_files(steps);
         if (done)
             carry_out_commands(steps, stage);
     }
-    return done && sync_files(steps);
+    return done;
 }
 
 // Returns whether there is nothing left to do for the record at a path.
