@@ -1,0 +1,44 @@
+// Tries of one operation after the other, with one fault after the other.
+#pragma once
+
+#include "faults/ground.h"
+
+#include <optional>
+
+class trial {
+public:
+    // Every faulty run, and none other, does without the call.
+    explicit trial(const left_out_call &left_out);
+
+    // Makes the two whole states of an operation, by runs without a fault. Throws std::runtime_error when it
+    // does not work even so.
+    void prepare(const operation &tried);
+    // How many tries a fault has with the prepared operation.
+    size_t tries(const fault &wrong);
+    // One try, counted from 0.
+    verdict attempt(const fault &wrong, size_t number);
+    // The calls of the run without a fault that change something, one text each.
+    const std::vector<std::string> &calls() const { return clean_.texts; }
+
+private:
+    struct crash;
+    bool at_start() const { return !operation_->request.method; }
+    void make(const bus_request &request);
+    void run_request(traced_program &daemon, watch &watched, const std::function<bool()> &done);
+    crash run_with(const fault &wrong, size_t number);
+    verdict attempt_run(const fault &wrong, size_t number);
+    verdict attempt_cut(size_t number);
+    verdict attempt_two(const fault &wrong, size_t number);
+    std::string kill_restarts(const file_tree &files);
+    std::string cut_restart(const file_tree &files);
+    void record_cuts();
+
+    const left_out_call left_out_;
+    ground ground_;
+    const file_tree shipped_;
+    const operation *operation_ = nullptr;
+    whole_states states_;
+    watch clean_; // what the run without a fault did
+    size_t allocations_ = 0;
+    std::optional<std::vector<disk_log::remains>> cuts_;
+};

@@ -1,0 +1,60 @@
+#include "faults/watch.h"
+
+void watch::follow(traced_program &program)
+{
+    program.before_call = [this](const system_call &call) { return look(call); };
+    program.after_call = [this](const system_call &call, int64_t result) { note(call, result); };
+}
+
+fate watch::look(const system_call &call)
+{
+    if (call.kind == call_kind::sleep)
+        return {fate::leave_out}; // a change that waits need not keep everybody waiting
+    if (!armed)
+        return {};
+    kinds.push_back(call.kind);
+    if (contains(changing_calls, call.kind))
+        texts.push_back(call.text());
+    if (call.kind == call_kind::message)
+        messages.push_back(memory_of(call.thread, call.words[1], call.words[2]));
+    if (call.kind == left_out.kind && ++left_out_counted_ == left_out.number)
+        return {fate::leave_out};
+    const fate decided = wrong && contains(wrong->calls, call.kind) ? meet(call) : fate{};
+    if (call.kind == call_kind::send && decided.what == fate::make)
+        sends++;
+    return decided;
+}
+
+// What becomes of a call that counts.
+fate watch::meet(const system_call &call)
+{
+    const size_t at = counted_++;
+    if (at < number || (at > number && wrong->happens != fault::refused_onward))
+        return {};
+    if (at == number)
+        struck = call;
+    switch (wrong->happens) {
+    case fault::killed:
+    case fault::killed_twice:
+    case fault::killed_and_cut:
+        return {fate::kill};
+    case fault::refused:
+    case fault::refused_onward:
+        return {fate::refuse, error};
+    case fault::stopped:
+    case fault::bus_lost:
+        on_strike();
+        return {};
+    default:
+        return {};
+    }
+}
+
+void watch::note(const system_call &call, int64_t result)
+{
+    if (!log || !armed)
+        return;
+    log->note(call, result);
+    if (call.kind == call_kind::send)
+        log->note_answer();
+}
