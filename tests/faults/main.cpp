@@ -30,7 +30,7 @@ the files after its next start. Ends with 1 when one try is not whole.
   --details N        tell of at most N tries that went wrong of each kind (20)
   --leave-out CALL:N let the daemon's N-th call of that kind (rename, sync,
                      unlink ...) do nothing: a planted fault, which must show
-  --calls            only print the calls of each operation that count
+  --calls            only print what each operation calls and allocates
   --workers N        private roots at the same time (as many as processors)
   --help             print this text
 )";
@@ -142,7 +142,7 @@ void print_calls(const trial &trials, const operation &tried)
     std::cout << "== " << tried.name << '\n';
     for (size_t i = 0; i < trials.calls().size(); i++)
         std::cout << i + 1 << ' ' << trials.calls()[i] << '\n';
-    std::cout << std::flush;
+    std::cout << trials.allocations() << " allocations\n" << std::flush;
 }
 
 // A worker takes every so many-th try.

@@ -172,12 +172,13 @@ TEST_F(traced_program_test, the_chosen_allocation_fails)
     EXPECT_EQ("1 got\n2 none\n3 got\n", content(output_path));
 }
 
-// What may be there after a power cut while the subject replaces its file.
-std::set<std::string> contents_after(const std::vector<disk_log::remains> &all)
+// What a file may hold after a power cut.
+std::set<std::string> contents_after(const std::vector<disk_log::remains> &all,
+                                     const std::string &path = subject_file)
 {
     std::set<std::string> contents;
     for (const disk_log::remains &left : all)
-        contents.insert(left.files.contains(subject_file) ? left.files.at(subject_file).content : "(none)");
+        contents.insert(left.files.contains(path) ? left.files.at(path).content : "(none)");
     return contents;
 }
 
@@ -188,6 +189,47 @@ TEST_F(traced_program_test, a_careful_replacement_survives_every_power_cut)
     EXPECT_EQ(2U, log.syncs());
     EXPECT_EQ((std::set<std::string>{"old\n", "replaced\n"}), contents_after(log.all_remains()));
     EXPECT_EQ(take_files(), log.all_remains().back().files);
+}
+
+TEST_F(traced_program_test, before_its_sync_a_file_may_be_there_in_part)
+{
+    disk_log log(take_files());
+    run({"replace"}, {}, &log);
+    EXPECT_EQ((std::set<std::string>{"(none)", "", "repl", "replaced\n"}),
+              contents_after(log.all_remains(), "/etc/config/.subject.new"));
+}
+
+// What a file may hold after a power cut when the subject is done.
+std::set<std::string> contents_when_done(disk_log &log, const std::string &path = subject_file)
+{
+    log.note_answer();
+    std::vector<disk_log::remains> answered = log.all_remains();
+    std::erase_if(answered, [](const disk_log::remains &left) { return !left.answered; });
+    return contents_after(answered, path);
+}
+
+TEST_F(traced_program_test, only_the_sync_of_the_directory_holds_a_name)
+{
+    disk_log whole(take_files());
+    run({"replace"}, {}, &whole);
+    EXPECT_EQ(std::set<std::string>{"replaced\n"}, contents_when_done(whole));
+
+    put_files({{subject_file, {0644, "old\n"}}});
+    disk_log log(take_files());
+    size_t syncs = 0;
+    const auto second_sync = [&syncs](const system_call &call) {
+        return call.kind == sync && ++syncs == 2 ? fate{fate::leave_out} : fate{};
+    };
+    run({"replace"}, second_sync, &log);
+    EXPECT_EQ((std::set<std::string>{"old\n", "replaced\n"}), contents_when_done(log));
+}
+
+TEST_F(traced_program_test, the_sync_of_a_new_file_does_not_hold_its_name)
+{
+    disk_log log(take_files());
+    run({"replace"}, at(call_kind::rename, {fate::kill}), &log);
+    EXPECT_EQ((std::set<std::string>{"(none)", "replaced\n"}),
+              contents_when_done(log, "/etc/config/.subject.new"));
 }
 
 TEST_F(traced_program_test, a_replacement_without_its_sync_does_not)

@@ -19,6 +19,7 @@ public:
     verdict attempt(const fault &wrong, size_t number);
     // The calls of the run without a fault that change something, one text each.
     const std::vector<std::string> &calls() const { return clean_.texts; }
+    size_t allocations() const { return allocations_; }
 
 private:
     struct crash;
