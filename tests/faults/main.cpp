@@ -26,7 +26,8 @@ the files after its next start. Ends with 1 when one try is not whole.
   --all              every operation and fault; without it: the short form
   --operation TEXT   only operations whose name contains TEXT
   --fault TEXT       only faults whose name contains TEXT
-  --page FILE        write the table there, as Markdown
+  --page FILE        write the table there, as Markdown, if every try is whole
+  --every N          only every N-th try of each kind, from the first on
   --details N        tell of at most N tries that went wrong of each kind (20)
   --leave-out CALL:N let the daemon's N-th call of that kind (rename, sync,
                      unlink ...) do nothing: a planted fault, which must show
@@ -41,7 +42,7 @@ constexpr int status_usage = 2;
 struct options {
     bool all = false, calls = false;
     std::string operation, fault, page;
-    size_t details = 20;
+    size_t details = 20, every = 1;
     left_out_call left_out;
     unsigned workers = std::max(1U, std::thread::hardware_concurrency());
 };
@@ -58,11 +59,12 @@ left_out_call parse_left_out(const std::string &text)
 
 options parse(int argc, char *argv[])
 {
-    enum { all = 1, operation, fault, page, details, leave_out, calls, workers, help };
+    enum { all = 1, operation, fault, page, every, details, leave_out, calls, workers, help };
     constexpr option names[] = {{"all", no_argument, nullptr, all},
                                 {"operation", required_argument, nullptr, operation},
                                 {"fault", required_argument, nullptr, fault},
                                 {"page", required_argument, nullptr, page},
+                                {"every", required_argument, nullptr, every},
                                 {"details", required_argument, nullptr, details},
                                 {"leave-out", required_argument, nullptr, leave_out},
                                 {"calls", no_argument, nullptr, calls},
@@ -85,6 +87,9 @@ options parse(int argc, char *argv[])
         case page:
             parsed.page = optarg;
             break;
+        case every:
+            parsed.every = std::max(1UL, strtoul(optarg, nullptr, 10));
+            break;
         case details:
             parsed.details = strtoul(optarg, nullptr, 10);
             break;
@@ -104,6 +109,8 @@ options parse(int argc, char *argv[])
             throw std::invalid_argument("unknown option");
         }
     }
+    if (!parsed.page.empty() && (parsed.every > 1 || parsed.left_out.number > 0))
+        throw std::invalid_argument("a page is of every try, without a planted fault");
     if (optind != argc)
         throw std::invalid_argument("no arguments are expected");
     return parsed;
@@ -159,7 +166,7 @@ void work(const options &wanted, unsigned worker, int pipe)
             if (!is_wanted(wanted, wrong) || wanted.calls)
                 continue;
             const size_t count = trials.tries(wrong);
-            for (size_t i = worker; i < count; i += wanted.workers)
+            for (size_t i = worker * wanted.every; i < count; i += wanted.workers * wanted.every)
                 send(pipe, told(tried, wrong, i, trials.attempt(wrong, i)).line());
         }
     }
@@ -234,7 +241,7 @@ int run(options wanted)
         (void)fputs("korvel-faults: not everything was tried\n", stderr);
         return status_usage;
     }
-    if (!wanted.page.empty())
+    if (!wanted.page.empty() && sum.wrong() == 0)
         std::ofstream(wanted.page) << sum.page(heading);
     return sum.wrong() == 0 ? 0 : status_wrong;
 }

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <sys/wait.h>
 
 namespace {
 
@@ -169,8 +170,10 @@ trial::crash trial::run_with(const fault &wrong, size_t number)
     observation &seen = made.seen;
     if (!ground_.finished(*daemon) || (must_end && watched.struck && !daemon->ended()))
         seen.wrong = "hangs";
-    else if (daemon->ended() && fails_a_call(wrong))
-        seen.wrong = "the daemon has ended by itself";
+    else if (daemon->ended() && fails_a_call(wrong) && WIFSIGNALED(daemon->wait_status()))
+        seen.wrong = "crashes with signal " + std::to_string(WTERMSIG(daemon->wait_status()));
+    // Where it ends by itself, as without memory for its bus, its supervisor tells of that.
+    seen.call_failed = fails_a_call(wrong) && !daemon->ended();
     if (!at_start())
         seen.reply = ground_.end_client(watched.sends > 0);
     daemon->kill(SIGKILL);
@@ -186,11 +189,10 @@ verdict trial::attempt_run(const fault &wrong, size_t number)
     seen.present = take_files();
     if (seen.wrong.empty())
         seen.wrong = restarted;
-    seen.call_failed = fails_a_call(wrong);
     seen.error = watched.error;
     seen.messages = watched.messages;
     // A service whose reload could not be started, or failed, is not told.
-    seen.must_reload = !seen.call_failed || !contains(wrong.calls, call_kind::child);
+    seen.must_reload = !fails_a_call(wrong) || !contains(wrong.calls, call_kind::child);
     seen.reloads = ground_.reloads();
     if (watched.struck)
         seen.failed_path = watched.struck->path;
