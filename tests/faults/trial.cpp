@@ -13,6 +13,9 @@ namespace {
 
 constexpr unsigned no_allocation = ~0U;
 
+// What is done at the start begins with the opening of this file.
+constexpr char import_list[] = "/tmp/wan_list";
+
 bool is_of_memory(const fault &wrong)
 {
     return wrong.happens == fault::memory || wrong.happens == fault::memory_onward;
@@ -61,13 +64,18 @@ void trial::make(const bus_request &request)
 // Lets a daemon that was just started do the operation, under watch, until it is done.
 void trial::run_request(traced_program &daemon, watch &watched, const std::function<bool()> &done)
 {
-    if (!at_start()) {
+    watched.on_begin = [&] {
+        watched.armed = true;
+        ground_.memory().armed = 1;
+    };
+    if (at_start()) {
+        watched.begins_with = import_list;
+    } else {
         if (!daemon.run([&] { return ground_.finished(daemon); }, ground::patience) || daemon.ended())
             throw std::runtime_error("the daemon does not start");
         ground_.start_client(operation_->request);
+        watched.on_begin();
     }
-    watched.armed = true;
-    ground_.memory().armed = 1;
     (void)daemon.run(done, ground::patience);
     ground_.memory().armed = 0;
     watched.armed = false;

@@ -27,6 +27,9 @@ public:
 
     // Calls count as long as this is set.
     bool armed = false;
+    // Called when this file is opened for the first time, if one is named.
+    std::string begins_with;
+    std::function<void()> on_begin;
 
     // What was seen while it was.
     std::vector<call_kind> kinds;
