@@ -147,7 +147,7 @@ std::unique_ptr<traced_program> ground::start_daemon(watch &watched, bool short_
 
 void ground::start_client(const bus_request &request)
 {
-    client_ = start_program({"ubus", "-S", "-t", "30", "call", "korvel", request.method, request.arguments},
+    client_ = start_program({"ubus", "-S", "-t", "8", "call", "korvel", request.method, request.arguments},
                             reply_path);
 }
 
