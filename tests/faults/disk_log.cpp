@@ -59,17 +59,21 @@ void disk_log::note(const system_call &call, int64_t result)
             add({.what = change::no_name, .path = call.path}, call);
         return;
     case call_kind::truncate:
-        if (const auto file = open_files_.find(call.file); file != open_files_.end() && is_kept(call.path)) {
-            sizes_[file->second.node] = call.words[1];
-            add({.what = change::size, .node = file->second.node, .offset = call.words[1]}, call);
+        if (const std::optional<inode> node = node_of(call)) {
+            if (call.number != SYS_ftruncate && call.number != SYS_truncate)
+                throw std::runtime_error("not foreseen in a log of changes: " + call.text());
+            sizes_[*node] = call.words[1];
+            add({.what = change::size, .node = *node, .offset = call.words[1]}, call);
         }
         return;
     case call_kind::mode:
-        if (call.number == SYS_fchmod && open_files_.contains(call.file))
-            add({.what = change::mode, .node = open_files_[call.file].node, .offset = call.words[1] & 07777},
-                call);
-        else if (call.number != SYS_fchown && is_kept(call.path))
-            throw std::runtime_error("not foreseen in a log of changes: " + call.text());
+        if (call.number == SYS_fchown)
+            return;
+        if (const std::optional<inode> node = node_of(call)) {
+            if (call.number != SYS_fchmod && call.number != SYS_chmod)
+                throw std::runtime_error("not foreseen in a log of changes: " + call.text());
+            add({.what = change::mode, .node = *node, .offset = call.words[1] & 07777}, call);
+        }
         return;
     case call_kind::link:
         if (is_kept(call.path))
@@ -79,6 +83,17 @@ void disk_log::note(const system_call &call, int64_t result)
         if (call.number == SYS_lseek && open_files_.contains(static_cast<int>(call.words[0])))
             open_files_[static_cast<int>(call.words[0])].position = static_cast<size_t>(result);
     }
+}
+
+// The kept file that a call is about, by descriptor or by name.
+std::optional<disk_log::inode> disk_log::node_of(const system_call &call) const
+{
+    if (!is_kept(call.path))
+        return {};
+    if (const auto file = open_files_.find(call.file); file != open_files_.end())
+        return file->second.node;
+    const auto name = names_.find(call.path);
+    return name == names_.end() ? std::nullopt : std::optional(name->second);
 }
 
 void disk_log::note_open(const system_call &call, int64_t result)

@@ -9,6 +9,7 @@
 #include "faults/file_tree.h"
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -53,6 +54,7 @@ private:
         size_t position = 0;
         bool append = false;
     };
+    std::optional<inode> node_of(const system_call &call) const;
     void note_open(const system_call &call, int64_t result);
     void note_write(const system_call &call, size_t count);
     void note_rename(const system_call &call);

@@ -13,11 +13,8 @@ constexpr kind_set disk_changing =
 const fault faults[] = {
     {"killed before a call", fault::killed, changing_calls, {}},
     {"power cut", fault::power_cut, 0, {}},
-    {"killed before a call, and again during the next start", fault::killed_twice, changing_calls, {}},
-    {"killed before a call, and a power cut during the next start",
-     fault::killed_and_cut,
-     changing_calls,
-     {}},
+    {"two kills, the second during the next start", fault::killed_twice, changing_calls, {}},
+    {"a kill, then no power during the next start", fault::killed_and_cut, changing_calls, {}},
     {"SIGTERM before a call", fault::stopped, changing_calls, {}},
     {"bus lost before a call", fault::bus_lost, changing_calls, {}},
     {"open for reading fails (EIO, EMFILE, ENOMEM)",

@@ -101,6 +101,7 @@ int main(int argc, char *argv[])
         {"thread", write_by_thread},
         {"children", run_children},
         {"allocate", allocate},
+        {"cut", [] { (void)!truncate(file_path, 1); }},
         {"sleep", [] { (void)sleep(1000); }},
         {"unheard-of", [] { (void)syscall(SYS_memfd_create, "subject", 0); }},
     };

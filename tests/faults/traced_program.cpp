@@ -212,6 +212,11 @@ void traced_program::handle_stop(pid_t thread, int status)
         signal_number = handle_call(thread);
     } else if (event == 0) {
         signal_number = WSTOPSIG(status);
+    } else if (event == PTRACE_EVENT_CLONE) {
+        // Known from now on, so that nobody takes its maker for alone before it has run.
+        unsigned long started = 0;
+        (void)ptrace(PTRACE_GETEVENTMSG, thread, nullptr, &started);
+        threads_[static_cast<pid_t>(started)];
     } else if (event == PTRACE_EVENT_EXEC && child_fails && !children_traced_) {
         children_traced_ = true;
         constexpr long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL |

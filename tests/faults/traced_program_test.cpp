@@ -191,6 +191,13 @@ TEST_F(traced_program_test, a_careful_replacement_survives_every_power_cut)
     EXPECT_EQ(take_files(), log.all_remains().back().files);
 }
 
+TEST_F(traced_program_test, a_file_that_is_cut_by_its_name_is_noted)
+{
+    disk_log log(take_files());
+    run({"cut"}, {}, &log);
+    EXPECT_EQ((std::set<std::string>{"old\n", "o"}), contents_after(log.all_remains()));
+}
+
 TEST_F(traced_program_test, before_its_sync_a_file_may_be_there_in_part)
 {
     disk_log log(take_files());
