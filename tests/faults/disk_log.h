@@ -27,8 +27,7 @@ public:
     struct remains {
         file_tree files;
         bool answered = false;
-        bool memory_lost = false; // nothing below /tmp is left; never said here
-        std::string when;         // "after 3 of 20 steps, the last: rename …; lost: …"
+        std::string when; // "after 3 of 20 steps, the last: rename …; lost: …"
     };
     // Every different state: for each moment everything, nothing, all but one, one alone and half of a write
     // of what was not synced, and some mixtures.

@@ -34,11 +34,6 @@ bool ends_it(const fault &wrong)
     return wrong.happens == fault::stopped || wrong.happens == fault::bus_lost;
 }
 
-void lose_memory(file_tree &files)
-{
-    std::erase_if(files, [](const auto &entry) { return entry.first.starts_with("/tmp/"); });
-}
-
 } // namespace
 
 // What is known when the daemon is gone.
@@ -268,7 +263,7 @@ std::string trial::cut_restart(const file_tree &files)
     }
     for (const disk_log::remains &left : log.all_remains()) {
         put_files(left.files);
-        observation seen{.at_once = left.files};
+        observation seen{.at_once = left.files, .memory_lost = true};
         seen.wrong = ground_.restart();
         seen.present = take_files();
         const verdict given = judge(seen, states_);
@@ -293,25 +288,17 @@ void trial::record_cuts()
     if (!at_start() && !ground_.end_client(true).answered)
         throw std::runtime_error("no answer while a log of changes was taken");
     cuts_ = log.all_remains();
-    // What is below /tmp may be in memory, and is then lost whole.
-    for (size_t i = 0, count = cuts_->size(); i < count; i++) {
-        disk_log::remains left = (*cuts_)[i];
-        lose_memory(left.files);
-        left.memory_lost = true;
-        if (left.files != (*cuts_)[i].files)
-            cuts_->push_back(std::move(left));
-    }
 }
 
 verdict trial::attempt_cut(size_t number)
 {
     const disk_log::remains &left = cuts_->at(number);
     put_files(left.files);
-    observation seen{.at_once = left.files, .memory_lost = left.memory_lost};
+    observation seen{.at_once = left.files, .memory_lost = true};
     seen.wrong = ground_.restart();
     seen.present = take_files();
     seen.reply = {left.answered, left.answered, "before the power cut"};
     verdict given = judge(seen, states_);
-    given.struck = left.when + (left.memory_lost ? ", /tmp lost" : "");
+    given.struck = left.when;
     return given;
 }
