@@ -99,14 +99,14 @@ ground::ground()
     fs::create_directories(own_directory);
     quieten_children();
     memory_ = map_memory_page();
-    (void)start_program({"gateway-tool", "syslogd"}, "/gateway/faults/syslogd");
+    log_ = start_program({"gateway-tool", "syslogd"}, "/gateway/faults/syslogd");
     start_bus();
 }
 
 ground::~ground()
 {
-    end_program(board_);
-    end_program(bus_);
+    for (pid_t *const program : {&board_, &bus_, &log_})
+        end_program(*program);
 }
 
 void ground::start_bus()

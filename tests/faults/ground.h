@@ -47,6 +47,6 @@ public:
 
 private:
     short_memory *memory_;
-    pid_t bus_ = 0, board_ = 0, client_ = 0;
+    pid_t log_ = 0, bus_ = 0, board_ = 0, client_ = 0;
     int client_status_ = 0;
 };

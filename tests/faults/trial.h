@@ -9,6 +9,9 @@ class trial {
 public:
     // Every faulty run, and none other, does without the call.
     explicit trial(const left_out_call &left_out);
+    ~trial() { put_files(shipped_); }
+    trial(const trial &) = delete;
+    trial &operator=(const trial &) = delete;
 
     // Makes the two whole states of an operation, by runs without a fault. Throws std::runtime_error when it
     // does not work even so.
