@@ -80,16 +80,18 @@ std::string judge_log(verdict &given, const observation &seen)
 {
     if (!seen.call_failed || given.after)
         return {};
-    bool told = false, named = seen.failed_path.empty();
+    std::string told;
+    bool named = seen.failed_path.empty();
     for (const std::string &message : seen.messages) {
         if (!message.starts_with(error_mark))
             continue;
-        told = true;
+        told = message;
         named = named || (message.find(plain_name(seen.failed_path)) != std::string::npos &&
                           message.find(strerror(seen.error)) != std::string::npos);
     }
-    given.unnamed = told && !named;
-    return told ? "" : "failed without a word in the log";
+    if (!named)
+        given.unnamed = told;
+    return told.empty() ? "failed without a word in the log" : "";
 }
 
 } // namespace

@@ -37,10 +37,10 @@ struct observation {
 
 struct verdict {
     bool before = false, after = false;
-    std::string wrong;    // what is neither; empty: nothing
-    bool healed = false;  // whole only since the next start
-    bool unnamed = false; // a failure whose log lines name no file or no reason
-    std::string struck;   // the call that the fault met
+    std::string wrong;   // what is neither; empty: nothing
+    bool healed = false; // whole only since the next start
+    std::string unnamed; // the log line of a failure where none names file and reason
+    std::string struck;  // the call that the fault met
 };
 
 verdict judge(const observation &seen, const whole_states &states);

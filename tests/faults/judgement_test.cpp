@@ -104,9 +104,10 @@ TEST(judgement, a_failure_has_to_be_logged_with_file_and_reason)
     seen.messages = {"<30>korvel: information"};
     EXPECT_EQ("failed without a word in the log", judge(seen, states).wrong);
     seen.messages = {"<27>korvel: something failed"};
-    EXPECT_TRUE(judge(seen, states).wrong.empty() && judge(seen, states).unnamed);
+    EXPECT_EQ("", judge(seen, states).wrong);
+    EXPECT_EQ(seen.messages.front(), judge(seen, states).unnamed);
     seen.messages = {"<27>korvel: cannot write /etc/config/network: Input/output error"};
-    EXPECT_TRUE(judge(seen, states).wrong.empty() && !judge(seen, states).unnamed);
+    EXPECT_EQ("", judge(seen, states).wrong + judge(seen, states).unnamed);
 }
 
 TEST(judgement, services_that_were_not_told_are_named)
