@@ -60,8 +60,13 @@ bool rename_into_place(const step &which)
     for (int i = 0; i < most_tries; i++)
         if (rename(which.temporary, which.path) == 0)
             return true;
-    log_error("Failed to put into place: %s: %m", which.path);
-    return false;
+    const int reason = errno;
+    log_error("Failed to put into place: %s: %s", which.path, strerror(reason));
+    if (!stands_in_the_way(reason))
+        return false;
+    // The operation would otherwise wait for it, and all later ones for the operation.
+    (void)unlink(which.temporary);
+    return true;
 }
 
 // Synced: what is in the configuration by now must not come back as pending.

@@ -139,6 +139,22 @@ bool file_exists(const char *path)
     return access(path, F_OK) == 0;
 }
 
+bool stands_in_the_way(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case EISDIR:
+    case ENOTEMPTY:
+    case EEXIST:
+    case ELOOP:
+    case EXDEV:
+        return true;
+    default:
+        return false;
+    }
+}
+
 namespace {
 
 constexpr int most_tries = 3; // of what must not fail for one error of the disk
@@ -233,11 +249,13 @@ void script_file::print(const char *pattern, ...)
     va_end(arguments);
 }
 
-// An operation without one of its scripts would be half of it.
+// An operation without one of its scripts would be half of it. Where no script can be, it would never be
+// done.
 void script_file::fail_operation() const
 {
-    if (step_queue *const queue = step_queue::current())
-        queue->fail(path_, strerror(errno));
+    const int reason = errno;
+    if (step_queue *const queue = step_queue::current(); queue && !stands_in_the_way(reason))
+        queue->fail(path_, strerror(reason));
 }
 
 bool script_file::commit()

@@ -21,6 +21,10 @@ bool read_command(const char *command, text_ref output);
 
 bool file_exists(const char *path);
 
+// Whether an errno tells of something that stands in a file's way (no directory, another kind of file in its
+// place) and will do so tomorrow, not of a disk that refuses or is full.
+bool stands_in_the_way(int error);
+
 // Removes a file, a link or an empty directory. `failure` is logged when that fails.
 void remove_file(const char *path, const char *failure);
 
@@ -42,7 +46,8 @@ void sleep_until(uint64_t milliseconds);
 
 // An executable script that appears under its path whole or not at all, as file_replacement does it: it is
 // opened beside it under a hidden name, and written, synced and, unless it becomes a step of an operation,
-// renamed by commit(). Its directory must be there; an operation whose script cannot be written fails.
+// renamed by commit(). An operation fails with its script, but not for want of the script's directory, which
+// is made at the next start: then there is only no script.
 // Without a successful commit() nothing is left behind and an older script stays as it was.
 class script_file {
 public:

@@ -460,32 +460,40 @@ TEST_F(faults_test, scripts_that_cannot_be_written_leave_no_piece_and_no_wan)
     }
 }
 
-TEST_F(faults_test, without_their_directories_scripts_are_not_written_and_no_wan_is_made)
+TEST_F(faults_test, without_their_directories_scripts_are_not_written_and_the_wans_are_made)
 {
     start_with({});
     gateway.remove("/etc/korvel");
     gateway.remove("/etc/hotplug.d/iface");
 
-    const std::string before = all_configurations();
-    const wan_config wans[] = {bridged_wan(1, "1000", {.vid = 100}),
-                               routed_dhcp(2, {.vid = 200, .mvid = 201})};
-
-    for (const wan_config &wan : wans)
-        EXPECT_EQ(not_added, gateway.call("add", add_request(wan)));
+    EXPECT_EQ(added, gateway.call("add", add_request(bridged_wan(1, "1000", {.vid = 100}))));
+    EXPECT_EQ(added, gateway.call("add", add_request(routed_dhcp(2, {.vid = 200, .mvid = 201}))));
 
     EXPECT_EQ((text_lines{"Failed to generate wan_1 bridge rule: /etc/korvel/rule_wan_1.sh",
-                          "Nothing was changed: /etc/korvel/rule_wan_1.sh: No such file or directory",
-                          "Failed to generate wan_1 route rule: /etc/hotplug.d/iface/99-wan_1",
-                          "Failed to generate mvlan rule: /etc/korvel/rule_mvlan.sh",
-                          "Nothing was changed: /etc/hotplug.d/iface/99-wan_1: No such file or directory"}),
+                          "Failed to generate wan_2 route rule: /etc/hotplug.d/iface/99-wan_2",
+                          "Failed to generate mvlan rule: /etc/korvel/rule_mvlan.sh"}),
               gateway.log_texts(LOG_ERR));
     EXPECT_FALSE(gateway.exists("/etc/korvel"));
     EXPECT_FALSE(gateway.exists("/etc/hotplug.d/iface"));
-    EXPECT_EQ(before, all_configurations());
+    EXPECT_EQ("1 2", gateway.uci_get("network.korvel.wanList"));
 
     gateway.restart_korvel();
-    for (const wan_config &wan : wans)
-        EXPECT_EQ(added, gateway.call("add", add_request(wan)));
+    EXPECT_TRUE(gateway.exists("/etc/korvel/rule_wan_1.sh"));
+    EXPECT_TRUE(gateway.exists("/etc/hotplug.d/iface/99-wan_2"));
+}
+
+TEST_F(faults_test, what_stands_in_a_scripts_place_is_logged_and_keeps_no_later_change_from_being_made)
+{
+    start_with({});
+    gateway.write_file("/etc/hotplug.d/iface/99-wan_1/inner", "");
+
+    EXPECT_EQ(added, gateway.call("add", add_request(routed_dhcp(1, {.vid = 100}))));
+
+    EXPECT_EQ(text_lines{"Failed to put into place: /etc/hotplug.d/iface/99-wan_1: Is a directory"},
+              gateway.log_texts(LOG_ERR));
+    EXPECT_EQ(added, gateway.call("add", add_request(routed_dhcp(2, {.vid = 200}))));
+    EXPECT_EQ("1 2", gateway.uci_get("network.korvel.wanList"));
+    EXPECT_EQ((text_lines{"99-wan_1", "99-wan_2"}), gateway.list_directory("/etc/hotplug.d/iface"));
 }
 
 TEST_F(faults_test, services_that_fail_or_are_missing_fail_no_request)
