@@ -149,7 +149,7 @@ void record_file::finish()
         return;
     // Emptied, it would not count either.
     if (unlink(path_) != 0 && unlink(path_) != 0)
-        (void)ftruncate(file_, 0);
+        (void)!ftruncate(file_, 0);
     (void)sync_directory_of(path_);
     (void)close(file_);
     file_ = -1;

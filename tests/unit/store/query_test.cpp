@@ -10,7 +10,6 @@
 #include "support/open_count.h"
 #include "support/printed_replies.h"
 
-
 namespace {
 
 // What the wrapped calls below note, or do instead of what they are for.
