@@ -209,6 +209,14 @@ bool is_lasting(const step &which)
     return which.kind != step_kind::run && which.kind != step_kind::empty;
 }
 
+bool sync_directory_at_last(const char *path)
+{
+    for (int i = 0; i < most_tries; i++)
+        if (sync_directory_of(path))
+            return true;
+    return false;
+}
+
 // Syncs the directories of the steps that count, but for one that was synced already.
 bool sync_directories(const step_list &steps, bool (*counts)(const step &), std::string_view done)
 {
@@ -221,7 +229,7 @@ bool sync_directories(const step_list &steps, bool (*counts)(const step &), std:
                !(counts(*earlier) && directory_of(earlier->path) == directory_of(each.path)))
             earlier++;
         if (earlier == &each)
-            synced = (sync_directory_of(each.path) || sync_directory_of(each.path)) && synced;
+            synced = sync_directory_at_last(each.path) && synced;
     }
     return synced;
 }

@@ -33,11 +33,13 @@ constinit std::atomic<bool> stop_wanted = false;
 
 stop_hold::stop_hold()
 {
-    int present = holds;
-    do {
-        while (present < 0) // another thread is ending the process
-            (void)pause();
-    } while (!holds.compare_exchange_weak(present, present + 1));
+    for (;;) {
+        int present = holds;
+        if (present < 0)
+            (void)pause(); // another thread is ending the process
+        else if (holds.compare_exchange_weak(present, present + 1))
+            return;
+    }
 }
 
 stop_hold::~stop_hold()
