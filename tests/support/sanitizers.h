@@ -6,3 +6,9 @@ constexpr bool thread_sanitizer = true;
 #else
 constexpr bool thread_sanitizer = false;
 #endif
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool address_sanitizer = true;
+#else
+constexpr bool address_sanitizer = false;
+#endif
