@@ -1,6 +1,7 @@
 #include "base/os.h"
 
 #include "base/log.h"
+#include "base/running_command.h"
 #include "base/step_queue.h"
 #include "base/stop_signals.h"
 
@@ -10,9 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 void run_command(const char *command)
@@ -28,108 +27,15 @@ void run_command(const char *command)
         log_error("Failed to run: %s", command);
 }
 
-namespace {
-
-// Has a shell start a command whose output goes into the pipe. What popen() lacks: the command starts with no
-// signal blocked, whatever this thread blocks. Returns false when it cannot be started.
-bool start_shell(const char *command, int pipe_end, pid_t &child_out)
-{
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    sigset_t none;
-    sigemptyset(&none);
-    if (posix_spawn_file_actions_init(&actions) != 0)
-        return false;
-    bool started = false;
-    if (posix_spawnattr_init(&attributes) == 0) {
-        const char *const words[] = {"sh", "-c", command, nullptr};
-        started = posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK) == 0 &&
-                  posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
-                  posix_spawn_file_actions_adddup2(&actions, pipe_end, STDOUT_FILENO) == 0 &&
-                  posix_spawn(&child_out, "/bin/sh", &actions, &attributes, const_cast<char *const *>(words),
-                              environ) == 0;
-        (void)posix_spawnattr_destroy(&attributes);
-    }
-    (void)posix_spawn_file_actions_destroy(&actions);
-    return started;
-}
-
-// Fills the buffer from a pipe, but for its last byte; less when the pipe ends before. Returns the count.
-size_t read_pipe(int pipe, char *buffer, size_t size)
-{
-    size_t length = 0;
-    while (length < size - 1) {
-        const ssize_t count = read(pipe, buffer + length, size - 1 - length);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        length += static_cast<size_t>(count);
-    }
-    return length;
-}
-
-// What a command prints beyond the buffer, as far as somebody wants to know how much that is.
-constexpr size_t most_counted = 1048576;
-struct lost_output {
-    size_t bytes;
-    char last;
-};
-
-lost_output skip_rest(int pipe)
-{
-    lost_output lost = {};
-    char block[4096 + 1];
-    while (lost.bytes < most_counted) {
-        const size_t count = read_pipe(pipe, block, sizeof(block));
-        if (count == 0)
-            break;
-        lost.bytes += count;
-        lost.last = block[count - 1];
-    }
-    return lost;
-}
-
-// A line feed that does not fit is not worth a message.
-void log_lost(const char *command, size_t taken, const lost_output &lost)
-{
-    if (lost.bytes > 1 || (lost.bytes == 1 && lost.last != '\n'))
-        log_error("Output of %s is cut at %zu of its %zu bytes%s", command, taken, taken + lost.bytes,
-                  lost.bytes < most_counted ? "" : " or more");
-}
-
-void wait_for(pid_t child)
-{
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR)
-        continue;
-}
-
-} // namespace
-
 bool read_command(const char *command, text_ref output)
 {
-    output.clear();
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    running_command running;
+    if (!running.start(command, output))
         return false;
-    pid_t child = 0;
-    const bool started = start_shell(command, ends[1], child);
-    (void)close(ends[1]);
-    size_t taken = 0;
-    lost_output lost = {};
-    if (started) {
-        const stop_signal_mask admitted(stop_signal_mask::admit);
-        taken = read_pipe(ends[0], output.data, output.size);
-        lost = skip_rest(ends[0]);
-    }
-    (void)close(ends[0]); // before the wait: a command that has more to say is not to wait for a reader
-    if (started) {
-        const stop_signal_mask admitted(stop_signal_mask::admit);
-        wait_for(child);
-    }
-    output.data[taken] = '\0';
-    log_lost(command, taken, lost);
-    return started;
+    while (running.descriptor() >= 0)
+        running.take();
+    running.finish();
+    return true;
 }
 
 bool file_exists(const char *path)

@@ -1,0 +1,124 @@
+#include "base/running_command.h"
+
+#include "base/log.h"
+#include "base/stop_signals.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// Has a shell start a command whose output goes into the pipe. What popen() lacks: the command starts with no
+// signal blocked, whatever this thread blocks. Returns 0, or why it cannot be started.
+int start_shell(const char *command, int pipe_end, pid_t &child_out)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    sigset_t none;
+    sigemptyset(&none);
+    int error = posix_spawn_file_actions_init(&actions);
+    if (error != 0)
+        return error;
+    error = posix_spawnattr_init(&attributes);
+    if (error == 0) {
+        const char *const words[] = {"sh", "-c", command, nullptr};
+        error = posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+        if (error == 0)
+            error = posix_spawnattr_setsigmask(&attributes, &none);
+        if (error == 0)
+            error = posix_spawn_file_actions_adddup2(&actions, pipe_end, STDOUT_FILENO);
+        if (error == 0)
+            error = posix_spawn(&child_out, "/bin/sh", &actions, &attributes,
+                                const_cast<char *const *>(words), environ);
+        (void)posix_spawnattr_destroy(&attributes);
+    }
+    (void)posix_spawn_file_actions_destroy(&actions);
+    return error;
+}
+
+ssize_t read_some(int pipe, char *buffer, size_t size)
+{
+    const stop_signal_mask admitted(stop_signal_mask::admit);
+    ssize_t count;
+    do
+        count = read(pipe, buffer, size);
+    while (count < 0 && errno == EINTR);
+    return count;
+}
+
+// What a command prints beyond the buffer counts as far as somebody wants to know how much that is.
+constexpr size_t most_counted = 1048576;
+
+} // namespace
+
+bool running_command::start(const char *command, text_ref output)
+{
+    output.clear();
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    const int error = start_shell(command, ends[1], child_);
+    (void)close(ends[1]);
+    if (error != 0) {
+        (void)close(ends[0]);
+        child_ = 0;
+        errno = error;
+        return false;
+    }
+    command_ = command;
+    output_ = output.data;
+    room_ = output.size - 1;
+    length_ = 0;
+    lost_ = 0;
+    pipe_ = ends[0];
+    return true;
+}
+
+void running_command::take()
+{
+    char block[4096];
+    const bool fits = length_ < room_;
+    char *const target = fits ? output_ + length_ : block;
+    const size_t room = fits ? room_ - length_ : std::min(sizeof(block), most_counted - lost_);
+    const ssize_t count = read_some(pipe_, target, room);
+    if (count <= 0)
+        return close_pipe();
+    if (fits) {
+        length_ += static_cast<size_t>(count);
+        return;
+    }
+    lost_ += static_cast<size_t>(count);
+    last_lost_ = block[count - 1];
+    if (lost_ == most_counted)
+        close_pipe();
+}
+
+void running_command::close_pipe()
+{
+    (void)close(pipe_);
+    pipe_ = -1;
+}
+
+void running_command::finish()
+{
+    if (child_ == 0)
+        return;
+    if (pipe_ >= 0)
+        close_pipe(); // before the wait: a command that has more to say is not to wait for a reader
+    {
+        const stop_signal_mask admitted(stop_signal_mask::admit);
+        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR)
+            continue;
+    }
+    child_ = 0;
+    output_[length_] = '\0';
+    // A line feed that does not fit is not worth a message.
+    if (lost_ > 1 || (lost_ == 1 && last_lost_ != '\n'))
+        log_error("Output of %s is cut at %zu of its %zu bytes%s", command_, length_, length_ + lost_,
+                  lost_ < most_counted ? "" : " or more");
+}
