@@ -2,16 +2,12 @@
 
 #include "base/json_guard.h"
 #include "base/log.h"
-#include "base/os.h"
 #include "wan/dns_servers.h"
 #include "wan/wan_names.h"
 
 #include <arpa/inet.h>
 
 namespace {
-
-// A status reply longer than this is cut, and then fails to parse.
-constexpr size_t reply_size = 2048;
 
 // The text of a member, or null.
 const char *member_text(json_object *object, const char *key)
@@ -173,20 +169,60 @@ void read_ipv4_document(json_object *root, wan_config *record)
     read_dns(root, record);
 }
 
-bool read_reply(const char *interface, text_ref reply)
+bool has_own_ipv6_interface(const wan_config &wan)
 {
-    const status_command command(interface);
-    if (read_command(command.text, reply))
-        return true;
-    log_error("Failed to open ubus call: %s", command.text);
-    return false;
+    return wan.ipMode != ip_mode_static && (wan.ipProtocol & ip_protocol_v6);
 }
 
-int read_ipv6_interface(wan_config *record)
+// The interfaces whose status tells about a WAN, in the order in which they are asked for and read.
+struct asked_interfaces {
+    char names[2][12];
+    size_t count = 0;
+
+    explicit asked_interfaces(const wan_config &wan)
+    {
+        if (wan.wanMode == wan_mode_bridged)
+            return;
+        const wan_names of_wan(wan.wanId);
+        if (has_own_ipv6_interface(wan)) {
+            add(wan.ipMode == ip_mode_dhcp ? of_wan.interface_v6 : of_wan.dialled_v6);
+            if (wan.ipProtocol == ip_protocol_v6)
+                return;
+        }
+        add(of_wan.interface);
+    }
+    void add(const char *name) { (void)text_ref(names[count++]).format("%s", name); }
+};
+
+} // namespace
+
+// Starts as many commands as may run now.
+void ifstatus_reader::ask_ahead()
 {
-    char reply[reply_size + 1];
-    const wan_names names(record->wanId);
-    if (!read_reply(record->ipMode == ip_mode_dhcp ? names.interface_v6 : names.dialled_v6, reply))
+    for (; next_wan_ < wans_.size(); next_wan_++, next_interface_ = 0) {
+        if (wans_[next_wan_].failure)
+            continue;
+        const asked_interfaces asked(*wans_[next_wan_].record);
+        while (next_interface_ < asked.count) {
+            const auto answer = commands_.ask(asked.names[next_interface_]);
+            if (answer == status_commands::answer::later)
+                return;
+            // What cannot be asked ends the reading of its WAN.
+            next_interface_ = answer == status_commands::answer::failed ? asked.count : next_interface_ + 1;
+        }
+    }
+}
+
+const char *ifstatus_reader::next_reply()
+{
+    ask_ahead();
+    return commands_.take();
+}
+
+int ifstatus_reader::read_ipv6_interface(wan_config *record)
+{
+    const char *const reply = next_reply();
+    if (!reply)
         return -1;
     const json_document status(reply);
     if (!status) {
@@ -197,10 +233,10 @@ int read_ipv6_interface(wan_config *record)
     return 0;
 }
 
-int read_ipv4_interface(wan_config *record)
+int ifstatus_reader::read_ipv4_interface(wan_config *record)
 {
-    char reply[reply_size + 1];
-    if (!read_reply(wan_names(record->wanId).interface, reply))
+    const char *const reply = next_reply();
+    if (!reply)
         return -1;
     const json_document status(reply);
     if (!status) {
@@ -211,16 +247,14 @@ int read_ipv4_interface(wan_config *record)
     return 0;
 }
 
-} // namespace
-
-int wan_read_ifstatus(wan_config *record)
+int ifstatus_reader::read(wan_config *record)
 {
     if (record->wanMode == wan_mode_bridged) {
         record->status = 1;
         record->statusV6 = 1;
         return 0;
     }
-    if (record->ipMode != ip_mode_static && (record->ipProtocol & ip_protocol_v6)) {
+    if (has_own_ipv6_interface(*record)) {
         const int result = read_ipv6_interface(record);
         if (result != 0 || record->ipProtocol == ip_protocol_v6)
             return result;

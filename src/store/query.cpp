@@ -4,11 +4,13 @@
 #include "base/log.h"
 #include "service/policies.h"
 #include "service/reply.h"
+#include "status/ifstatus.h"
 #include "store/id_list.h"
 #include "store/read_config.h"
 #include "store/reply_fields.h"
 #include "wan/wan_names.h"
 
+#include <optional>
 #include <span>
 
 namespace {
@@ -44,25 +46,47 @@ bool add_tables(std::span<const wan_config> records)
     return blob_pad_len(reply_buffer.head) < most_reply_bytes - 256; // room for the message around it
 }
 
-// Reads the listed WANs into the records, from the front. Returns -1 when the list's last WAN cannot be read;
-// an earlier one is only logged and keeps what was read of it.
-int read_listed(const uci_loaded &network, std::span<wan_config> records)
+// The WANs of an `all`. Their records are in the order of the list and its length, and so are the readings.
+struct listed_wans {
+    size_t count;
+    heap_ptr<wan_config[]> records;
+    heap_ptr<wan_reading[]> readings;
+
+    explicit listed_wans(size_t wans)
+        : count(wans), records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config)))),
+          readings(static_cast<wan_reading *>(calloc(wans, sizeof(wan_reading))))
+    {}
+    explicit operator bool() const { return records && readings; }
+};
+
+// Reads what is configured of the listed WANs, from the front. Returns how many there are: none, where the
+// list is a plain option, which counts as one all the same.
+size_t read_configured(const uci_loaded &network, const listed_wans &wans)
 {
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return 0;
-    int result = 0;
     size_t index = 0;
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
-        if (index == records.size())
-            break;
-        wan_config &record = records[index++];
-        record.wanId = static_cast<uint8_t>(text_number(entry->name));
-        result = wan_read_config(network, &record);
+        wans.records[index].wanId = static_cast<uint8_t>(text_number(entry->name));
+        wans.readings[index].record = &wans.records[index];
+        wan_read_configured(network, &wans.readings[index]);
+        index++;
+    }
+    return index;
+}
+
+// Returns -1 when the last WAN cannot be read; an earlier one is only logged and keeps what was read of it.
+int finish_readings(std::span<const wan_reading> readings)
+{
+    ifstatus_reader states(readings);
+    int result = 0;
+    for (const wan_reading &reading : readings) {
+        result = wan_finish_reading(states, reading);
         if (result != 0)
-            log_error("Failed to get wan_%u data: %d", record.wanId, result);
+            log_error("Failed to get wan_%u data: %d", reading.record->wanId, result);
     }
     return result;
 }
@@ -94,19 +118,20 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
 
 int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    const uci_loaded network("network"); // all of the answer is from this one state
-    const size_t wans = wan_listed_count(network);
-    if (wans == 0)
+    std::optional<uci_loaded> network("network"); // all of the answer is from this one state
+    const listed_wans wans(wan_listed_count(*network));
+    if (wans.count == 0)
         return UBUS_STATUS_OK;
-    const heap_ptr<wan_config[]> records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config))));
-    const int result = records ? read_listed(network, {records.get(), wans}) : 0;
+    const size_t listed = wans ? read_configured(*network, wans) : 0;
+    network.reset();
+    const int result = finish_readings({wans.readings.get(), listed});
 
     handler_reply reply;
     if (result != 0) {
         reply.send_result(bus, request, -1, "korvel read all WAN ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (!records || !add_tables({records.get(), wans})) {
+    if (!wans || !add_tables({wans.records.get(), wans.count})) {
         reply.restart();
         reply.send_result(bus, request, -1, "korvel malloc ERR!");
         return UBUS_STATUS_UNKNOWN_ERROR;

@@ -86,8 +86,8 @@ void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config 
 
 namespace {
 
-// What the steps of one reading share.
-struct reading {
+// What the steps of reading the configuration share.
+struct configured_wan {
     const uci_loaded &network;
     wan_config *record;
     uci_section *device;       // the device section
@@ -97,7 +97,7 @@ struct reading {
     int error;                 // the results of the reads that count, by bitwise OR
 };
 
-uci_section *section_of(const reading &state, option_place place)
+uci_section *section_of(const configured_wan &state, option_place place)
 {
     switch (place) {
     case option_place::device:
@@ -112,7 +112,7 @@ uci_section *section_of(const reading &state, option_place place)
     }
 }
 
-int read_option(reading &state, const stored_option &option)
+int read_option(configured_wan &state, const stored_option &option)
 {
     uci_section *const section = section_of(state, option.place);
     const int result = wan_read_option(state.network, section, option, state.record);
@@ -121,21 +121,21 @@ int read_option(reading &state, const stored_option &option)
     return result;
 }
 
-void read_options(reading &state, option_place place)
+void read_options(configured_wan &state, option_place place)
 {
     for (const stored_option &option : stored_options)
         if (option.place == place && option.kind != option_kind::by_code)
             (void)read_option(state, option);
 }
 
-void read_priority(reading &state)
+void read_priority(configured_wan &state)
 {
     char mapping[6] = {};
     if (state.network.get(state.device, STORED(prio).name, mapping) == 0 && strncmp(mapping, "0:", 2) == 0)
         state.record->prio = static_cast<uint8_t>(mapping[2] - '0');
 }
 
-void read_device_section(reading &state)
+void read_device_section(configured_wan &state)
 {
     wan_config *const record = state.record;
     read_options(state, option_place::device);
@@ -156,7 +156,7 @@ bool ppp_service_name_hidden()
     return config_get("custom", "gpon", "ppp_service_name_hidden", text) == 0 && text_number(text) == 1;
 }
 
-void read_pppoe(reading &state)
+void read_pppoe(configured_wan &state)
 {
     wan_config *const record = state.record;
     record->ipMode = ip_mode_pppoe;
@@ -168,7 +168,7 @@ void read_pppoe(reading &state)
     (void)read_option(state, STORED(pppDialMode));
 }
 
-void read_address_mode(reading &state)
+void read_address_mode(configured_wan &state)
 {
     constexpr const char *option = STORED(ipMode).name;
     char protocol[8] = {};
@@ -186,14 +186,14 @@ void read_address_mode(reading &state)
 
 // Servers come from the link unless the option says otherwise; where it is set at all, the configured ones
 // are read too.
-void read_dns_choice(reading &state, const stored_option &choice)
+void read_dns_choice(configured_wan &state, const stored_option &choice)
 {
     set_field_number(*state.record, choice.field, 1);
     if (read_option(state, choice) == 0)
         wan_read_dns(state.network, section_of(state, choice.place), state.record);
 }
 
-void read_ipv4(reading &state)
+void read_ipv4(configured_wan &state)
 {
     (void)read_option(state, STORED(iphostId));
     (void)read_option(state, STORED(napt));
@@ -201,7 +201,7 @@ void read_ipv4(reading &state)
         read_dns_choice(state, STORED(autoDns));
 }
 
-void read_ipv6(reading &state)
+void read_ipv6(configured_wan &state)
 {
     read_dns_choice(state, STORED(autoDnsV6));
     state.record->ipv6PrefixProxy = 1;
@@ -210,7 +210,7 @@ void read_ipv6(reading &state)
         state.record->ipv6DsLite = 1;
 }
 
-void read_interfaces(reading &state)
+void read_interfaces(configured_wan &state)
 {
     const wan_names names(state.record->wanId);
     state.interface = state.network.section(names.interface);
@@ -226,34 +226,55 @@ void read_interfaces(reading &state)
 
 } // namespace
 
-int wan_read_config(const uci_loaded &network, wan_config *record)
+void wan_read_configured(const uci_loaded &network, wan_reading *reading)
 {
+    wan_config *const record = reading->record;
     if (record->wanId == 0 || record->wanId > maxWanId) {
-        log_error("Failed to get wan data");
-        return -1;
+        reading->failure = "Failed to get wan data";
+        return;
     }
     uci_section *const device = network ? wan_device_section(network, record->wanId) : nullptr;
     if (!device) {
-        log_error("Failed to get wan device and pon name");
-        return -1;
+        reading->failure = "Failed to get wan device and pon name";
+        return;
     }
 
-    reading state = {network, record, device, nullptr, nullptr, nullptr, 0};
+    configured_wan state = {network, record, device, nullptr, nullptr, nullptr, 0};
     read_device_section(state);
     if (record->wanMode == wan_mode_routed)
         read_interfaces(state);
     if (read_option(state, STORED(mac)) != 0)
         state.error |= wan_read_dev_mac(c_text(record->device), record->mac);
-    state.error |= wan_read_ifstatus(record);
-    if (state.error != 0)
-        log_error("Error happened when getting wan_%u data: %d", record->wanId, state.error);
+    reading->error = state.error;
+}
+
+int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading)
+{
+    if (reading.failure) {
+        log_error("%s", reading.failure);
+        return -1;
+    }
+    const int error = reading.error | states.read(reading.record);
+    if (error != 0)
+        log_error("Error happened when getting wan_%u data: %d", reading.record->wanId, error);
     return 0;
 }
 
+namespace {
+
+int finish_alone(const wan_reading &reading)
+{
+    ifstatus_reader states({&reading, 1});
+    return wan_finish_reading(states, reading);
+}
+
+} // namespace
+
 int wan_read_config(wan_config *record)
 {
-    const uci_loaded network("network");
-    return wan_read_config(network, record);
+    wan_reading reading = {record, nullptr, 0};
+    wan_read_configured(uci_loaded("network"), &reading);
+    return finish_alone(reading);
 }
 
 namespace {
@@ -290,7 +311,9 @@ void restore_dns(const uci_loaded &network, uci_section *interface, uci_section 
 int wan_read_stored(wan_config *record)
 {
     const uci_loaded network("network");
-    const int result = wan_read_config(network, record);
+    wan_reading reading = {record, nullptr, 0};
+    wan_read_configured(network, &reading);
+    const int result = finish_alone(reading);
     if (!network)
         return configuration_unreadable;
     if (result != 0 || record->wanMode != wan_mode_routed)

@@ -3,6 +3,9 @@
 
 #include "base/config.h"
 #include "wan/stored_options.h"
+#include "wan/wan_reading.h"
+
+class ifstatus_reader;
 
 // Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any
 // length.
@@ -31,12 +34,18 @@ unsigned wan_read_port_binding(const uci_loaded &network, uci_section *section, 
 // changes.
 void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config *record);
 
-// Fills a record that is zero but for `wanId`. Returns 0, also when single options could not be read (that is
-// logged), or -1 when the identifier is 0 or above maxWanId or the WAN has no device section (logged as
-// well). Asks the network daemon, so it takes as long as one or two bus calls. Takes no lock.
-int wan_read_config(const uci_loaded &network, wan_config *record);
+// First half: fills the record from the configuration, and the rest of the reading; logs no failure. The
+// reading has failed when the identifier is 0 or above maxWanId or the WAN has no device section. Takes no
+// lock.
+void wan_read_configured(const uci_loaded &network, wan_reading *reading);
 
-// The same from a `network` configuration of its own.
+// Second half, for each reading in the order in which `states` has them: fills in what the network daemon
+// says, and waits for that. Returns 0, also when single options could not be read (that is logged), or -1
+// when the reading has failed (logged as well).
+int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading);
+
+// Both halves for one WAN, whose record is zero but for `wanId`, from a `network` configuration of its own.
+// Returns the second one's result.
 int wan_read_config(wan_config *record);
 
 // Reads a WAN as wan_read_config() does, but such that writing the record again changes nothing: a static

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -187,6 +188,78 @@ TEST_F(query_test, a_reply_that_the_bus_does_not_take_is_refused_and_the_daemon_
 
     EXPECT_EQ(0, get(1).status);
     EXPECT_TRUE(gateway.korvel_running());
+}
+
+// Has the bus tool, when it asks for a WAN's status, note in how many processes it does so, and wait until
+// there is a file /tmp/go.
+constexpr char held_questions[] = R"sh(case "$*" in *" network.interface.wan_"*)
+    mkdir -p /tmp/running
+    : >"/tmp/running/$$"
+    ls /tmp/running | wc -l >>/tmp/counts
+    until [ -e /tmp/go ]; do sleep 0.01; done
+    rm "/tmp/running/$$";;
+esac
+PATH=${PATH#*:}
+exec ubus "$@")sh";
+
+TEST_F(query_test, all_asks_for_a_few_wans_side_by_side)
+{
+    constexpr size_t at_once = 4;
+    store_all(6, [](uint8_t id) {
+        return routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id), .ip_protocol = 3});
+    });
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.settle_netd();
+    const bus_reply expected = gateway.call("all");
+    gateway.fake_program("ubus", held_questions);
+    const auto asking = [this] { return gateway.list_directory("/tmp/running").size(); };
+    const auto waits = [this] { // for its commands, and has none more to start
+        const std::string state = gateway.file("/proc/" + std::to_string(gateway.korvel_pid()) + "/stat");
+        return state.find(") S ") != std::string::npos;
+    };
+
+    background_call all("korvel", "all", "{}");
+    EXPECT_TRUE(wait_until([&] { return asking() >= at_once && waits(); }));
+    gateway.write_file("/tmp/go", "");
+
+    EXPECT_EQ(expected, all.wait());
+    std::istringstream counts(gateway.file("/tmp/counts"));
+    size_t lines = 0;
+    for (size_t count = 0; counts >> count; lines++)
+        EXPECT_GE(at_once, count);
+    EXPECT_EQ(12U, lines);
+}
+
+TEST_F(query_test, get_asks_for_both_interfaces_of_a_wan_side_by_side)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100, .ip_protocol = 3}));
+    gateway.start_netd();
+    gateway.start_korvel();
+    gateway.settle_netd();
+    const bus_reply expected = get(1);
+    gateway.fake_program("ubus", held_questions);
+
+    background_call call("korvel", "get", R"({"wanId":1})");
+    EXPECT_TRUE(wait_until([this] { return gateway.list_directory("/tmp/running").size() == 2; }));
+    gateway.write_file("/tmp/go", "");
+
+    EXPECT_EQ(expected, call.wait());
+}
+
+TEST_F(query_test, a_slow_status_among_others_is_waited_for)
+{
+    store_all(6, [](uint8_t id) { return routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id)}); });
+    for (const char *interface : {"wan_1", "wan_2", "wan_3", "wan_4", "wan_5", "wan_6"})
+        gateway.script_interface(interface, R"(json {"up":true,"uptime":7})");
+    gateway.start_netd();
+    gateway.start_korvel();
+    const bus_reply expected = gateway.call("all");
+    ASSERT_EQ(7, expected.at("6").at("uptime"));
+
+    gateway.script_interface("wan_2", R"(slow 0.5 {"up":true,"uptime":7})");
+
+    EXPECT_EQ(expected, gateway.call("all"));
 }
 
 // How long a process has been computing; what it waited for does not count, so a busy machine does not

@@ -3,6 +3,7 @@
 #include "support/printed_replies.h"
 #include "support/sanitizers.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <unistd.h>
@@ -208,6 +209,29 @@ TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_a_status)
         const std::string children = "/proc/" + std::to_string(gateway.korvel_pid()) + "/task/" +
                                      std::to_string(gateway.korvel_pid()) + "/children";
         ASSERT_TRUE(wait_until([&] { return !gateway.file(children).empty(); }));
+
+        EXPECT_EQ(0, gateway.stop_korvel(number));
+
+        expect_stop_message(number);
+    }
+}
+
+TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_several)
+{
+    for (const uint8_t id : {uint8_t{1}, uint8_t{2}}) {
+        gateway.store_wan(routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id), .ip_protocol = 3}));
+        for (const char *suffix : {"", "_v6"})
+            gateway.script_interface("wan_" + std::to_string(id) + suffix, "slow 30 {\"up\":true}");
+    }
+    gateway.start_netd();
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        SCOPED_TRACE(number);
+        gateway.start_korvel();
+        gateway.clear_log();
+        background_call all("korvel", "all", "{}");
+        const std::string children = "/proc/" + std::to_string(gateway.korvel_pid()) + "/task/" +
+                                     std::to_string(gateway.korvel_pid()) + "/children";
+        ASSERT_TRUE(wait_until([&] { return std::ranges::count(gateway.file(children), ' ') == 4; }));
 
         EXPECT_EQ(0, gateway.stop_korvel(number));
 

@@ -5,6 +5,8 @@
 #include "support/broken_command.h"
 #include "support/printed_replies.h"
 
+#include <array>
+
 namespace {
 
 constexpr char v4_unparsable[] = "Failed to parse netifd data json";
@@ -44,7 +46,9 @@ protected:
     {
         record.ipMode = ip_mode;
         record.ipProtocol = ip_protocol;
-        return wan_read_ifstatus(&record);
+        (void)take_started_commands();
+        const wan_reading reading = {&record, nullptr, 0};
+        return ifstatus_reader({&reading, 1}).read(&record);
     }
 
     // Reads the main interface of a DHCP WAN, IPv4 only.
@@ -107,11 +111,10 @@ TEST_F(ifstatus_test, address_mode_and_protocol_decide_who_is_asked)
     bus.set_default(R"({"up":false})");
     for (const auto &row : cases) {
         SCOPED_TRACE(std::to_string(row.ip_mode) + "/" + std::to_string(row.ip_protocol));
-        bus.forget_asked();
 
         EXPECT_EQ(0, read(row.ip_mode, row.ip_protocol));
 
-        EXPECT_EQ(row.asked, bus.asked());
+        EXPECT_EQ(row.asked, take_started_commands());
     }
 }
 
@@ -124,7 +127,7 @@ TEST_F(ifstatus_test, a_command_line_is_cut_at_47_characters)
 
     EXPECT_EQ((text_lines{"ubus -S call network.interface.wan_255_v6 statu",
                           "ubus -S call network.interface.wan_255 status"}),
-              bus.asked());
+              take_started_commands());
 }
 
 TEST_F(ifstatus_test, an_ipv4_interface_gives_its_values)
@@ -571,7 +574,7 @@ TEST_F(ifstatus_test, an_ipv6_only_wan_without_its_interface_is_a_failure)
 {
     EXPECT_EQ(-1, read_v6("Command failed: Not found\n"));
 
-    EXPECT_EQ(text_lines{command(dhcp_v6_interface)}, bus.asked());
+    EXPECT_EQ(text_lines{command(dhcp_v6_interface)}, take_started_commands());
     EXPECT_EQ(text_lines{v6_unparsable}, gateway.log_texts(LOG_ERR));
 }
 
@@ -613,7 +616,7 @@ TEST_F(ifstatus_test, a_command_that_cannot_be_started_is_a_failure)
         EXPECT_EQ(text_lines{"Failed to open ubus call: " + command(interface)}, gateway.log_texts(LOG_ERR));
     }
     // The IPv4 side is not asked once the IPv6 command could not be started.
-    EXPECT_EQ(text_lines{command(dhcp_v6_interface)}, bus.asked());
+    EXPECT_EQ(text_lines{}, take_started_commands());
 }
 
 TEST_F(ifstatus_test, members_of_another_kind_count_as_missing)
@@ -632,6 +635,136 @@ TEST_F(ifstatus_test, members_of_another_kind_count_as_missing)
     EXPECT_STREQ("", record.gateway);
     EXPECT_STREQ("", record.ipv6Gateway);
     EXPECT_STREQ("", record.priDns);
+}
+
+// Several WANs, routed but for those that a test makes bridged.
+class ifstatus_of_many_test : public gateway_test {
+protected:
+    static constexpr size_t wan_count = 7;
+
+    ifstatus_of_many_test()
+    {
+        for (size_t i = 0; i < wan_count; i++) {
+            records[i].wanId = static_cast<uint8_t>(i + 1);
+            records[i].wanMode = wan_mode_routed;
+            records[i].ipProtocol = i % 2 == 0 ? both_protocols : uint8_t{ip_protocol_v4};
+            readings[i] = {&records[i], nullptr, 0};
+        }
+        (void)take_started_commands();
+    }
+
+    // Reads all that have not failed, in order, and returns the results.
+    std::vector<int> read()
+    {
+        ifstatus_reader states(readings);
+        std::vector<int> results;
+        for (const wan_reading &reading : readings)
+            if (!reading.failure)
+                results.push_back(states.read(reading.record));
+        return results;
+    }
+
+    static text_lines commands_of(std::initializer_list<const char *> interfaces)
+    {
+        text_lines commands;
+        for (const char *interface : interfaces)
+            commands.push_back(command(std::string("network.interface.") + interface));
+        return commands;
+    }
+
+    // Each interface is up and has its own address, later ones at once and earlier ones after a while.
+    void answer_backwards()
+    {
+        gateway.fake_program("ubus", R"sh(n=${3##*.wan_}
+n=${n%_v6}
+sleep 0.0$((9 - n))
+echo "{\"up\":true,\"uptime\":$n,\"ipv4-address\":[{\"address\":\"192.0.2.$n\"}],"
+echo "\"ipv6-address\":[{\"address\":\"2001:db8::$n\",\"mask\":64}]}")sh");
+    }
+
+    std::array<wan_config, wan_count> records = {};
+    std::array<wan_reading, wan_count> readings;
+};
+
+TEST_F(ifstatus_of_many_test, each_wan_gets_its_own_state_whoever_answers_first)
+{
+    answer_backwards();
+
+    EXPECT_EQ(std::vector<int>(wan_count, 0), read());
+
+    for (const wan_config &record : records) {
+        SCOPED_TRACE(int{record.wanId});
+        EXPECT_EQ(record.wanId, record.uptime);
+        EXPECT_EQ("192.0.2." + std::to_string(record.wanId), record.ip);
+        EXPECT_EQ(record.ipProtocol == both_protocols ? "2001:db8::" + std::to_string(record.wanId) + "/64"
+                                                      : "",
+                  record.ipv6Addr);
+    }
+}
+
+TEST_F(ifstatus_of_many_test, commands_start_in_the_order_of_the_wans_ipv6_first)
+{
+    answer_backwards();
+
+    (void)read();
+
+    EXPECT_EQ(commands_of({"wan_1_v6", "wan_1", "wan_2", "wan_3_v6", "wan_3", "wan_4", "wan_5_v6", "wan_5",
+                           "wan_6", "wan_7_v6", "wan_7"}),
+              take_started_commands());
+}
+
+TEST_F(ifstatus_of_many_test, bridged_and_failed_wans_are_passed_over)
+{
+    answer_backwards();
+    records[0].wanMode = wan_mode_bridged;
+    readings[2].failure = "no such WAN";
+    records[4].wanMode = wan_mode_bridged;
+
+    EXPECT_EQ(std::vector<int>(wan_count - 1, 0), read());
+
+    EXPECT_EQ(commands_of({"wan_2", "wan_4", "wan_6", "wan_7_v6", "wan_7"}), take_started_commands());
+    EXPECT_EQ(1, records[0].status);
+    EXPECT_STREQ("", records[0].ip);
+    EXPECT_STREQ("192.0.2.2", records[1].ip);
+    EXPECT_EQ(0, records[2].status);
+    EXPECT_STREQ("192.0.2.7", records[6].ip);
+}
+
+TEST_F(ifstatus_of_many_test, one_that_cannot_be_asked_leaves_the_others_alone)
+{
+    answer_backwards();
+    const broken_command broken(command("network.interface.wan_3_v6"));
+
+    EXPECT_EQ((std::vector<int>{0, 0, -1, 0, 0, 0, 0}), read());
+
+    EXPECT_EQ(commands_of(
+                  {"wan_1_v6", "wan_1", "wan_2", "wan_4", "wan_5_v6", "wan_5", "wan_6", "wan_7_v6", "wan_7"}),
+              take_started_commands());
+    EXPECT_EQ(text_lines{"Failed to open ubus call: " + command("network.interface.wan_3_v6")},
+              gateway.log_texts(LOG_ERR));
+    EXPECT_EQ(0, records[2].status);
+    EXPECT_STREQ("192.0.2.4", records[3].ip);
+}
+
+TEST_F(ifstatus_of_many_test, what_cannot_be_read_of_one_is_logged_in_its_place)
+{
+    printed_replies bus(gateway);
+    bus.set_default(up(R"("uptime":60)"));
+    bus.set("network.interface.wan_1_v6", "no JSON");
+    bus.set("network.interface.wan_2", "");
+    bus.set("network.interface.wan_5", up_with_length(3000));
+
+    EXPECT_EQ((std::vector<int>{0, -1, 0, 0, -1, 0, 0}), read());
+
+    EXPECT_EQ(
+        (text_lines{v6_unparsable, v4_unparsable,
+                    "Output of ubus -S call network.interface.wan_5 status is cut at 2048 of its 3000 bytes",
+                    v4_unparsable}),
+        gateway.log_texts(LOG_ERR));
+    EXPECT_EQ(60U, records[0].uptime);
+    EXPECT_EQ(0U, records[1].uptime);
+    EXPECT_EQ(1, records[4].statusV6);
+    EXPECT_EQ(0, records[4].status);
 }
 
 } // namespace
