@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <sstream>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -320,6 +321,56 @@ TEST_F(import_test, of_nine_files_the_ninth_is_left_alone)
     EXPECT_EQ("208", gateway.device_option(8, "vid"));
     EXPECT_EQ(text_lines{"file9"}, gateway.list_directory(directory));
     EXPECT_EQ(8U, gateway.log_texts(LOG_INFO).size());
+}
+
+// The example of docs/integration.md, comments and all.
+std::string documented_definition()
+{
+    std::ifstream page(KORVEL_SOURCE_DIR "/docs/integration.md");
+    std::string text;
+    std::string line;
+    while (std::getline(page, line) && line != "```wan_definition")
+        ;
+    while (std::getline(page, line) && line != "```")
+        text += line + '\n';
+    return text;
+}
+
+// What stands behind each key.
+std::map<std::string, std::string> lines_of(const std::string &definition_text)
+{
+    std::map<std::string, std::string> values;
+    std::istringstream lines(definition_text);
+    for (std::string line; std::getline(lines, line);)
+        if (const size_t sign = line.find('='); !line.starts_with('#') && sign != std::string::npos)
+            values[line.substr(0, sign)] = line.substr(sign + 1);
+    return values;
+}
+
+// A value of a reply as definitions have it: booleans are numbers there.
+std::string as_defined(const json_value &value)
+{
+    const std::string text = value.text();
+    if (text == "true" || text == "false")
+        return text == "true" ? "1" : "0";
+    return text.starts_with('"') ? value.string() : text;
+}
+
+TEST_F(import_test, the_documented_definition_makes_the_wan_that_it_describes)
+{
+    const std::string text = documented_definition();
+    gateway.start_netd();
+
+    start_with({definition("documented", text)});
+
+    std::map<std::string, std::string> expected = lines_of(text);
+    ASSERT_LT(10U, expected.size());
+    EXPECT_EQ("1100", std::exchange(expected["bind"], "11000000")); // as many as the board has ports
+    const json_value reply = get(1).json();
+    for (const auto &[key, value] : expected) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ(value, as_defined(reply.at(key.c_str())));
+    }
 }
 
 TEST_F(import_test, a_file_that_is_listed_twice_makes_one_wan)
