@@ -282,6 +282,42 @@ TEST_F(add_test, a_binding_cannot_forge_a_log_message)
               gateway.log_texts(LOG_ERR));
 }
 
+// Shell code that fits into every text, and binds the first port where it is a binding.
+constexpr char hostile_text[] = "1;$(>/tmp/ran)";
+
+std::string hostile_request(const std::string &kind)
+{
+    std::string request = "{" + kind + R"(,"ipProtocol":3,"vlanMode":true,"vid":100,"mtu":1400,"service":3)";
+    for (const golden_argument &argument : golden_arguments())
+        if (argument.type == BLOBMSG_TYPE_STRING)
+            request += ",\"" + argument.name + "\":\"" + hostile_text + "\"";
+    return request + "}";
+}
+
+TEST_F(add_test, no_text_of_a_request_reaches_a_shell)
+{
+    for (const char *kind : {R"("wanMode":0)", R"("wanMode":1,"ipMode":0)", R"("wanMode":1,"ipMode":1)",
+                             R"("wanMode":1,"ipMode":2)"}) {
+        SCOPED_TRACE(kind);
+        EXPECT_EQ(result_reply(0, 0, "korvel modify OK."), gateway.call("add", hostile_request(kind)));
+        text_lines texts = gateway.commands();
+        size_t scripts = 0;
+        for (const std::string place : {"/etc/korvel/", "/etc/hotplug.d/iface/"})
+            for (const std::string &name : gateway.list_directory(place)) {
+                texts.push_back(gateway.file(place + name));
+                scripts++;
+            }
+        EXPECT_EQ(1U, scripts);
+        for (const std::string &text : texts)
+            EXPECT_EQ(std::string::npos, text.find("/tmp/ran")) << text;
+        if (kind == std::string(R"("wanMode":1,"ipMode":2)")) {
+            EXPECT_EQ(hostile_text, gateway.uci_get("network.wan_1.password"));
+        }
+        EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":1})"));
+    }
+    EXPECT_FALSE(gateway.exists("/tmp/ran"));
+}
+
 TEST_F(add_test, minimum_mode_prints_what_it_chose)
 {
     gateway.uci_set("network.korvel.use_min_wan_id", "1");
