@@ -17,6 +17,8 @@ declare -A package_sign=(
 build_packages=(g++ cmake make ninja-build libgtest-dev libjson-c-dev)
 # shellcheck disable=SC2034
 gateway_packages=(busybox ebtables iptables iproute2 util-linux)
+# shellcheck disable=SC2034 # what only tests ask for
+test_packages=(mandoc)
 
 has_package() {
     local sign=${package_sign[$1]:-$1}

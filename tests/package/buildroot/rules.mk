@@ -3,4 +3,5 @@
 INCLUDE_DIR := $(TOPDIR)/include
 INSTALL_DIR := install -d -m0755
 INSTALL_BIN := install -m0755
+INSTALL_DATA := install -m0644
 CP := cp -fpR
