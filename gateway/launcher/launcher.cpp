@@ -1,6 +1,7 @@
 // korvel-gateway: boots a virtual gateway on this machine, for demonstrations and for looking around.
 #include "launcher/launcher_options.h"
 #include "launcher/launched_program.h"
+#include "root/find_program.h"
 #include "root/gateway_root.h"
 #include "tools/places.h"
 #include "tools/programs.h"
@@ -57,6 +58,18 @@ void copy_config(const std::string &directory)
                  fs::copy_options::overwrite_existing);
 }
 
+// Only the gateway's own programs are replaced, whatever else the directory has.
+void take_programs(const std::string &directory)
+{
+    if (directory.empty())
+        return;
+    for (const fs::directory_entry &entry : fs::directory_iterator(directory)) {
+        const fs::path place = gateway_bin / entry.path().filename();
+        if (fs::remove(place))
+            fs::create_symlink(entry.path(), place);
+    }
+}
+
 int run_command(const launcher_options &options)
 {
     if (!options.command.empty())
@@ -74,19 +87,22 @@ void show(const char *title, const char *path)
     std::cout.clear(); // an empty file counts as a failure
 }
 
+int run_booted(const launcher_options &options)
+{
+    (void)run_silently(
+        {"/etc/init.d/boot", "boot"}); // as on a gateway, what fails there does not keep it from booting
+    running_gateway gateway(options.pace);
+    if (options.start_korvel)
+        gateway.korvel =
+            std::make_unique<launched_program>(command_words{"korvel", "-d"}, object_is_there("korvel"));
+    return run_command(options);
+}
+
 int run_gateway(const launcher_options &options)
 {
     copy_config(options.config);
-    (void)run_silently(
-        {"/etc/init.d/boot", "boot"}); // as on a gateway, what fails there does not keep it from booting
-    int status = 0;
-    {
-        running_gateway gateway(options.pace);
-        if (options.start_korvel)
-            gateway.korvel =
-                std::make_unique<launched_program>(command_words{"korvel", "-d"}, object_is_there("korvel"));
-        status = run_command(options);
-    }
+    take_programs(options.programs);
+    const int status = options.bare ? run_command(options) : run_booted(options);
     if (options.show_journal)
         show("Started commands:", journal_path);
     if (options.show_log)
@@ -98,9 +114,11 @@ int run_gateway(const launcher_options &options)
 private_root_options root_options(launcher_options &options)
 {
     private_root_options root = gateway_root_options();
-    if (!options.config.empty()) {
-        options.config = fs::canonical(options.config);
-        root.passed.push_back({options.config, false});
+    for (std::string *const directory : {&options.config, &options.programs}) {
+        if (directory->empty())
+            continue;
+        *directory = fs::canonical(*directory);
+        root.passed.push_back({*directory, false});
     }
     return root;
 }

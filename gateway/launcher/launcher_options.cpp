@@ -12,6 +12,8 @@ and ends with the command's status. Without a command: an interactive shell.
 
   --shell         run an interactive shell
   --config DIR    put the files of DIR in /etc/config before anything starts
+  --programs DIR  take those of the gateway's programs that are in DIR from there
+  --bare          start nothing but the command
   --pace PACE     how long interfaces take to come up: fast (no time, the
                   default) or real (seconds, as on a line)
   --no-korvel     leave starting korvel to the command
@@ -26,6 +28,8 @@ enum option_code {
     code_help,
     code_shell,
     code_config,
+    code_programs,
+    code_bare,
     code_pace,
     code_no_korvel,
     code_show_journal,
@@ -36,6 +40,8 @@ constexpr option long_options[] = {
     {"help", no_argument, nullptr, code_help},
     {"shell", no_argument, nullptr, code_shell},
     {"config", required_argument, nullptr, code_config},
+    {"programs", required_argument, nullptr, code_programs},
+    {"bare", no_argument, nullptr, code_bare},
     {"pace", required_argument, nullptr, code_pace},
     {"no-korvel", no_argument, nullptr, code_no_korvel},
     {"show-journal", no_argument, nullptr, code_show_journal},
@@ -54,6 +60,12 @@ bool apply(int code, launcher_options &options)
         return true;
     case code_config:
         options.config = optarg;
+        break;
+    case code_programs:
+        options.programs = optarg;
+        break;
+    case code_bare:
+        options.bare = true;
         break;
     case code_pace:
         options.pace = optarg;

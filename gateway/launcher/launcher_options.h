@@ -7,11 +7,13 @@
 
 struct launcher_options {
     bool help = false;
+    bool bare = false; // start neither log, bus, network daemon nor korvel
     bool start_korvel = true;
     bool show_journal = false;
     bool show_log = false;
     std::string pace = "fast"; // at which interfaces come up, or "real"
     std::string config;        // directory whose files replace those in /etc/config; empty: none
+    std::string programs;      // directory whose programs replace the gateway's; empty: none
     command_words command;     // to run in the gateway; empty: an interactive shell
 };
 

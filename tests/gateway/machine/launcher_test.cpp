@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -28,11 +29,14 @@ TEST(launcher_command_line, without_a_command_it_is_a_shell)
 
 TEST(launcher_command_line, options_end_at_the_command)
 {
-    const launcher_options options = parsed({"--no-korvel", "--config", "dir", "--", "ubus", "--help"});
+    const launcher_options options =
+        parsed({"--no-korvel", "--config", "dir", "--programs", "bin", "--", "ubus", "--bare", "--help"});
 
     EXPECT_FALSE(options.start_korvel);
+    EXPECT_FALSE(options.bare);
     EXPECT_EQ("dir", options.config);
-    EXPECT_EQ((command_words{"ubus", "--help"}), options.command);
+    EXPECT_EQ("bin", options.programs);
+    EXPECT_EQ((command_words{"ubus", "--bare", "--help"}), options.command);
     EXPECT_FALSE(options.help);
 }
 
@@ -78,6 +82,29 @@ TEST(launcher, a_given_configuration_replaces_the_shipped_one)
                 "uci get custom.gpon.ppp_service_name_hidden; uci get network.korvel"});
 
     EXPECT_EQ("1\nkorvel\n", result.output) << result.errors;
+}
+
+TEST(launcher, given_programs_replace_those_of_the_gateway)
+{
+    const scratch_directory programs;
+    std::ofstream(programs.path() + "/uci") << "#!/bin/sh\necho given $1\n";
+    std::filesystem::permissions(programs.path() + "/uci", std::filesystem::perms::owner_all);
+    std::ofstream(programs.path() + "/sh") << "no program of the gateway\n";
+
+    const program_result result = launch(
+        {"--no-korvel", "--programs", programs.path(), "--", "sh", "-c", "uci show; ubus list network"});
+
+    EXPECT_EQ("given show\nnetwork\n", result.output) << result.errors;
+}
+
+TEST(launcher, a_bare_gateway_runs_nothing_but_the_command)
+{
+    const program_result result =
+        launch({"--bare", "--", "sh", "-c", "ls /dev/log; ubus list; command -v korvel"});
+
+    EXPECT_EQ("/gateway/bin/korvel\n", result.output);
+    EXPECT_NE(std::string::npos, result.errors.find("/dev/log")) << result.errors;
+    EXPECT_NE(std::string::npos, result.errors.find("Failed to connect to ubus")) << result.errors;
 }
 
 TEST(launcher, the_journal_and_the_log_are_shown_at_the_end)
