@@ -24,6 +24,13 @@ constexpr int status_usage = 2;
 constexpr char shell_greeting[] =
     R"(This is a virtual gateway; `exit` ends it, and nothing in it reaches your machine.
 
+A WAN is added and looked at by
+
+  ubus call korvel add '{"wanMode":1,"ipProtocol":1,"vlanMode":true,"vid":100,"mtu":1500,"service":1,"autoDns":true}'
+  ubus call korvel get '{"wanId":1}'
+
+and further
+
   ubus -v list korvel            the methods of korvel
   ubus call korvel all           the WANs
   uci show network               the configuration

@@ -145,6 +145,44 @@ TEST_F(packages, those_that_cannot_be_installed_are_named)
         << result.errors;
 }
 
+TEST(build_progress, is_shown_at_each_fifth_and_hides_the_rest)
+{
+    const program_result result = run_script("build() { for i in 1 2 3 4 5 6 7 8 9 10; do"
+                                             " echo \"[$i/10] Building $i\"; done; echo note; }; "
+                                             "build_with_progress dev all; echo on");
+
+    EXPECT_EQ(
+        "   2 of 10 steps\n   4 of 10 steps\n   6 of 10 steps\n   8 of 10 steps\n   10 of 10 steps\non\n",
+        result.output);
+    EXPECT_EQ("", result.errors);
+}
+
+TEST(build_progress, a_build_with_nothing_to_do_shows_none)
+{
+    EXPECT_EQ(
+        "on\n",
+        run_script("build() { echo 'ninja: no work to do.'; }; build_with_progress dev; echo on").output);
+}
+
+TEST(build_progress, a_build_that_fails_shows_all_and_ends_the_script)
+{
+    const program_result result =
+        run_script("build() { echo '[1/2] Building x'; echo 'x.cpp: error' >&2; return 3; }; "
+                   "build_with_progress dev; echo on");
+
+    EXPECT_EQ(3, result.status);
+    EXPECT_EQ("   1 of 2 steps\n", result.output);
+    EXPECT_EQ("[1/2] Building x\nx.cpp: error\n", result.errors);
+}
+
+TEST(build_progress, is_one_line_on_a_terminal)
+{
+    const program_result result =
+        run_script("is_on_terminal() { true; }; printf '[1/2] x\n[2/2] y\n' | show_progress");
+
+    EXPECT_EQ("\r   1 of 2 steps\r   2 of 2 steps\n", result.output);
+}
+
 // A sample for the test below.
 TEST(skipped, tests_skip_what_they_are_asked_to)
 {

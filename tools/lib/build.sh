@@ -33,6 +33,40 @@ build() {
     cmake --build "$directory" -j "$jobs" ${1:+--target "$@"}
 }
 
+# build_with_progress PRESET [TARGET]...: as build; its output is shown only when it fails, and how far it is meanwhile.
+build_with_progress() {
+    local output status
+    output=$(mktemp)
+    build "$@" 2>&1 | tee "$output" | show_progress
+    status=${PIPESTATUS[0]}
+    [ "$status" -eq 0 ] || cat "$output" >&2
+    rm -f "$output"
+    return "$status"
+}
+
+is_on_terminal() {
+    [ -t 1 ]
+}
+
+# Reads what Ninja prints and says how many of its steps are done: on a terminal in one line that changes, elsewhere at
+# each fifth of them.
+show_progress() {
+    local line done=0 total=0 fifth=0
+    while IFS= read -r line; do
+        [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+        done=${BASH_REMATCH[1]} total=${BASH_REMATCH[2]}
+        if is_on_terminal; then
+            printf '\r   %d of %d steps' "$done" "$total"
+        elif [ $((5 * done / total)) -gt "$fifth" ]; then
+            fifth=$((5 * done / total))
+            printf '   %d of %d steps\n' "$done" "$total"
+        fi
+    done
+    if is_on_terminal && [ "$total" -gt 0 ]; then
+        echo
+    fi
+}
+
 # The thread sanitizer does not cope with every layout of memory, so it gets a fixed one where that is allowed.
 with_fixed_layout() {
     if setarch "$(uname -m)" -R true 2> /dev/null; then

@@ -52,7 +52,7 @@ query_wans() {
     say "The network daemon has brought the routed WANs up; get reports one with addresses, gateway and name servers."
     await_network
     run_until '"statusV6": true' "ubus call korvel get '{\"wanId\":1}'"
-    say "all reports every WAN in brief."
+    say "all reports every WAN, with the fields of get."
     run "ubus call korvel all"
 }
 

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -52,6 +53,32 @@ program_result launch(program_arguments arguments)
 {
     arguments.insert(arguments.begin(), KORVEL_LAUNCHER);
     return run_program(arguments);
+}
+
+// The lines of a text that are indented and begin with these words, each behind a "; ".
+std::string commands_in(const std::string &text, const std::string &words)
+{
+    std::istringstream lines(text);
+    std::string commands;
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("  " + words))
+            commands += "; " + line;
+    return commands;
+}
+
+TEST(launcher, the_shell_says_how_to_add_a_wan)
+{
+    const program_result shell = run_program(
+        {"sh", "-c", "echo 'echo serving $(ubus list korvel)' | \"$0\" --shell", KORVEL_LAUNCHER});
+    const std::string shown =
+        commands_in(shell.output, "ubus call korvel add") + commands_in(shell.output, "ubus call korvel get");
+
+    const program_result result = launch({"--", "sh", "-c", "set -e" + shown});
+
+    EXPECT_NE(std::string::npos, shell.output.find("serving korvel\n")) << shell.errors;
+    EXPECT_NE(std::string::npos, result.output.find("\"info\": \"korvel modify OK.\"")) << shown;
+    EXPECT_NE(std::string::npos, result.output.find("\"wanName\": \"1_INTERNET_R_VID_100\"")) << shown;
+    EXPECT_EQ(0, result.status) << result.errors;
 }
 
 TEST(launcher, the_command_finds_a_serving_gateway)
