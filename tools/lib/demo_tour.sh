@@ -108,7 +108,7 @@ restart_korvel() {
     stop_korvel
     start_korvel
     run "ls /etc/hotplug.d/iface /etc/korvel"
-    run "grep Generate /gateway/log"
+    run_until "wan_1 route rule" "grep Generate /gateway/log"
 }
 
 remove_wans() {
