@@ -1,12 +1,12 @@
 // A parsed JSON document and safe access to its members.
 #pragma once
 
-#include <json-c/json.h>
+#include "base/json_text.h"
 
-// Owns what json_tokener_parse() returns for a text.
+// Owns what a text holds.
 class json_document {
 public:
-    explicit json_document(const char *text) : root_(json_tokener_parse(text)) {}
+    explicit json_document(const char *text) : root_(json_read(text)) {}
     ~json_document()
     {
         if (root_)
