@@ -43,14 +43,10 @@ int wan_handle_add(ubus_context *bus, ubus_object *, ubus_request_data *request,
 
     wan_config config = {};
     char refused[display_name_size] = {};
-    if (wan_parse_args(attributes, &config, refused) != 0) {
-        reply.send_result(bus, request, -1, "korvel add ERR! Invalid %s.", refused);
-        return UBUS_STATUS_OK;
-    }
+    if (wan_parse_args(attributes, &config, refused) != 0)
+        return reply.send_result(bus, request, -1, "korvel add ERR! Invalid %s.", refused);
     const int conflict = create_locked(&config);
     if (conflict != conflict_none)
-        reply.send_result(bus, request, conflict, "korvel modify ERR!");
-    else
-        reply.send_result(bus, request, 0, "korvel modify OK.");
-    return UBUS_STATUS_OK;
+        return reply.send_result(bus, request, conflict, "korvel modify ERR!");
+    return reply.send_result(bus, request, 0, "korvel modify OK.");
 }

@@ -74,6 +74,5 @@ int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *requ
         reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    reply.send_result(bus, request, 0, "korvel add WAN device OK.");
-    return UBUS_STATUS_OK;
+    return reply.send_result(bus, request, 0, "korvel add WAN device OK.");
 }

@@ -16,10 +16,8 @@ int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *cons
     wan_config config = {};
     config.wanId = wan_id;
     char refused[display_name_size] = {};
-    if (wan_parse_args(attributes, &config, refused) != 0) {
-        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
-        return UBUS_STATUS_OK;
-    }
+    if (wan_parse_args(attributes, &config, refused) != 0)
+        return reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
     int result = 0;
     {
         const scoped_lock lock(handler_mutex);
@@ -27,10 +25,8 @@ int apply_at_once(ubus_context *bus, ubus_request_data *request, blob_attr *cons
     }
     // Deliberate: only conflicts are reported; clients have never been told of other failures.
     if (result == conflict_vlan || result == conflict_port_bound || result == conflict_port_required)
-        reply.send_result(bus, request, result, "korvel modify ERR!");
-    else
-        reply.send_result(bus, request, 0, "korvel modify OK.");
-    return UBUS_STATUS_OK;
+        return reply.send_result(bus, request, result, "korvel modify ERR!");
+    return reply.send_result(bus, request, 0, "korvel modify OK.");
 }
 
 int queue(ubus_context *bus, ubus_request_data *request, blob_attr *const attributes[], uint8_t wan_id,
@@ -39,11 +35,9 @@ int queue(ubus_context *bus, ubus_request_data *request, blob_attr *const attrib
     char refused[display_name_size] = {};
     switch (wan_modify_later(wan_id, wait, attributes, refused)) {
     case modify_queued:
-        reply.send_result(bus, request, 0, "korvel modify OK.");
-        return UBUS_STATUS_OK;
+        return reply.send_result(bus, request, 0, "korvel modify OK.");
     case modify_invalid:
-        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
-        return UBUS_STATUS_OK;
+        return reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", refused);
     case modify_table_full:
         reply.send_result(bus, request, -1, "korvel modify ERR! Too many WAN instances.");
         return UBUS_STATUS_UNKNOWN_ERROR;
@@ -69,9 +63,7 @@ int wan_handle_modify(ubus_context *bus, ubus_object *, ubus_request_data *reque
     const uint32_t wait = attributes[arg_wait] ? blobmsg_get_u32(attributes[arg_wait]) : 0;
     if (wait == 0)
         return apply_at_once(bus, request, attributes, wan_id, reply);
-    if (static_cast<int32_t>(wait) < 0) {
-        reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", "WAIT");
-        return UBUS_STATUS_OK;
-    }
+    if (static_cast<int32_t>(wait) < 0)
+        return reply.send_result(bus, request, -1, "korvel modify ERR! Invalid %s.", "WAIT");
     return queue(bus, request, attributes, wan_id, wait, reply);
 }

@@ -217,6 +217,5 @@ int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request,
         reply.send_result(bus, request, -1, "korvel del ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    reply.send_result(bus, request, 0, "korvel del OK.");
-    return UBUS_STATUS_OK;
+    return reply.send_result(bus, request, 0, "korvel del OK.");
 }

@@ -25,17 +25,18 @@ handler_reply::~handler_reply()
     blob_buf_free(&reply_buffer);
 }
 
-void handler_reply::send(ubus_context *bus, ubus_request_data *request)
+int handler_reply::send(ubus_context *bus, ubus_request_data *request)
 {
     if (!reply_buffer.head)
-        return;
+        return UBUS_STATUS_UNKNOWN_ERROR;
     const int result = ubus_send_reply(bus, request, reply_buffer.head);
     if (result != UBUS_STATUS_OK)
         log_error("Failed to send a reply: %s", ubus_strerror(result));
+    return result;
 }
 
-void handler_reply::send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info,
-                                ...)
+int handler_reply::send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info,
+                               ...)
 {
     char text[96];
     va_list arguments;
@@ -44,9 +45,11 @@ void handler_reply::send_result(ubus_context *bus, ubus_request_data *request, i
     va_end(arguments);
 
     if (!reply_add_number("status", BLOBMSG_TYPE_INT32, static_cast<uint32_t>(status)) ||
-        !reply_add_text("info", text))
+        !reply_add_text("info", text)) {
         log_error("Failed to allocate a reply");
-    send(bus, request);
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    }
+    return send(bus, request);
 }
 
 bool reply_add_number(const char *name, enum blobmsg_type type, uint32_t value)

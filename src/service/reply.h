@@ -23,11 +23,11 @@ public:
 
     // Drops what was added so far.
     void restart();
-    // Both log what fails.
-    // Sends what handlers put into reply_buffer.
-    void send(ubus_context *bus, ubus_request_data *request);
-    // Sends the reply of an operation: "status", then "info".
-    void send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info, ...)
+    // Sends what handlers put into reply_buffer. Returns the bus status: that the client got nothing when it
+    // fails, which is logged.
+    int send(ubus_context *bus, ubus_request_data *request);
+    // Sends the reply of an operation: "status", then "info". Returns as send() does.
+    int send_result(ubus_context *bus, ubus_request_data *request, int status, const char *info, ...)
         __attribute__((format(printf, 5, 6)));
 };
 

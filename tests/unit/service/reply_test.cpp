@@ -6,13 +6,39 @@
 
 namespace {
 
+bool memory_is_short = false;
+
+} // namespace
+
+extern "C" {
+// The names are those that the linker gives to wrapped calls.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+void *__real_realloc(void *memory, size_t size);
+void *__wrap_realloc(void *memory, size_t size)
+{
+    return memory_is_short ? nullptr : __real_realloc(memory, size);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+}
+
+namespace {
+
+int answer_without_memory(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                          blob_attr *)
+{
+    memory_is_short = true;
+    handler_reply reply;
+    const int status = reply.send_result(bus, request, 0, "korvel modify OK.");
+    memory_is_short = false;
+    return status;
+}
+
 int answer_twice(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
     handler_reply reply;
     reply_add_text("left", "over");
     reply.restart();
-    reply.send_result(bus, request, -4, "korvel %s ERR!", "modify");
-    return UBUS_STATUS_OK;
+    return reply.send_result(bus, request, -4, "korvel %s ERR!", "modify");
 }
 
 int answer_numbers(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
@@ -51,6 +77,14 @@ TEST(reply, numbers_are_widened_without_sign_and_texts_end_where_they_say)
     EXPECT_EQ(4U, outcome.reply.at("text").length);
     EXPECT_EQ("", outcome.reply.at("none").text);
     EXPECT_EQ(1U, outcome.reply.at("none").length);
+}
+
+TEST(reply, one_that_cannot_be_made_is_no_success)
+{
+    const handled outcome = call_handler(answer_without_memory);
+
+    EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, outcome.status);
+    EXPECT_EQ(0U, outcome.replies);
 }
 
 TEST(reply, the_buffer_is_released_with_the_reply)
