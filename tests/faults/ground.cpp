@@ -111,8 +111,11 @@ ground::~ground()
 
 void ground::start_bus()
 {
+    if (bus_lost_)
+        end_program(bus_);
     if (bus_ > 0)
         return;
+    bus_lost_ = false;
     end_program(board_);
     bus_ = start_program({"ubusd"}, "/dev/null");
     await_bus({"ubus", "-S", "list"});
@@ -120,10 +123,11 @@ void ground::start_bus()
     await_bus({"ubus", "-S", "list", "boardinfo"});
 }
 
-void ground::lose_bus() const
+void ground::lose_bus()
 {
     if (bus_ > 0)
         (void)kill(bus_, SIGKILL);
+    bus_lost_ = true;
 }
 
 std::unique_ptr<traced_program> ground::start_daemon(watch &watched, bool short_of_memory)
@@ -174,7 +178,7 @@ std::string ground::restart()
     start_bus();
     watch watched;
     const auto daemon = start_daemon(watched);
-    if (!daemon->run([&] { return finished(*daemon); }, patience))
+    if (!daemon->run_unseen(patience))
         return "hangs at the next start";
     return daemon->ended() ? "does not start again" : "";
 }

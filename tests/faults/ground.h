@@ -22,7 +22,7 @@ public:
     // Starts the bus with what is on it, unless it runs.
     void start_bus();
     // Ends the bus daemon as if something else did.
-    void lose_bus() const;
+    void lose_bus();
 
     // Starts the daemon without letting it run yet.
     std::unique_ptr<traced_program> start_daemon(watch &watched, bool short_of_memory = false);
@@ -49,4 +49,5 @@ private:
     short_memory *memory_;
     pid_t log_ = 0, bus_ = 0, board_ = 0, client_ = 0;
     int client_status_ = 0;
+    bool bus_lost_ = false;
 };

@@ -188,15 +188,31 @@ pid_t start_worker(const options &wanted, unsigned worker, int pipe)
     }));
 }
 
+// Tells of what has begun and of what goes wrong as it comes: all of it takes long.
+void tell_progress(const told_try &one, std::string &begun)
+{
+    static const auto start = std::chrono::steady_clock::now();
+    const std::string pair = one.operation + "; " + one.fault;
+    if (pair != begun && one.text.starts_with("try 1,")) {
+        const std::chrono::duration<double> now = std::chrono::steady_clock::now() - start;
+        (void)fprintf(stderr, "%5.0f s  %s\n", now.count(), pair.c_str());
+        begun = pair;
+    }
+    if (one.outcome == "wrong")
+        (void)fprintf(stderr, "%s: %s\n", pair.c_str(), one.text.c_str());
+}
+
 void read_tries(int pipe, report &sum)
 {
-    std::string rest;
+    std::string rest, begun;
     char buffer[65536];
     for (ssize_t count = 0; (count = read(pipe, buffer, sizeof(buffer))) > 0;) {
         rest.append(buffer, static_cast<size_t>(count));
         size_t end = 0;
         while ((end = rest.find('\n')) != std::string::npos) {
-            sum.add(told_try::from_line(rest.substr(0, end)));
+            const told_try one = told_try::from_line(rest.substr(0, end));
+            tell_progress(one, begun);
+            sum.add(one);
             rest.erase(0, end + 1);
         }
     }

@@ -5,10 +5,12 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <stdexcept>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -79,6 +81,14 @@ std::vector<char *> pointers(const std::vector<std::string> &texts)
     (void)!read(gate, &opened, 1);
     (void)execvp(words.front().c_str(), pointers(words).data());
     _exit(127);
+}
+
+// Whether a thread is in a call by which events are waited for.
+bool waits_for_events(pid_t thread)
+{
+    std::ifstream file("/proc/" + std::to_string(thread) + "/syscall");
+    long number = -1;
+    return file >> number && (number == SYS_epoll_wait || number == SYS_epoll_pwait);
 }
 
 // Makes waitpid() return now and then, so that a program which hangs is noticed.
@@ -159,6 +169,25 @@ bool traced_program::run(const std::function<bool()> &until, unsigned seconds)
     return true;
 }
 
+bool traced_program::run_unseen(unsigned seconds)
+{
+    seen_ = false;
+    const time_t deadline = time(nullptr) + seconds;
+    bool waits = false;
+    while (!ended_ && !waits && time(nullptr) <= deadline) {
+        int status = 0;
+        if (const pid_t pid = waitpid(-1, &status, __WALL | WNOHANG); pid > 0)
+            handle(pid, status);
+        else if (!(waits = threads_.size() == 1 && waits_for_events(pid_)))
+            (void)usleep(200);
+    }
+    // The next thing that happens is a stop, from which on it is seen.
+    seen_ = true;
+    if (!ended_)
+        (void)ptrace(PTRACE_INTERRUPT, pid_, nullptr, nullptr);
+    return ended_ || waits;
+}
+
 void traced_program::handle(pid_t pid, int status)
 {
     if (WIFSTOPPED(status)) {
@@ -223,7 +252,24 @@ void traced_program::handle_stop(pid_t thread, int status)
                                  PTRACE_O_TRACEEXEC | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK;
         (void)ptrace(PTRACE_SETOPTIONS, thread, nullptr, options);
     }
-    (void)ptrace(PTRACE_SYSCALL, thread, nullptr, signal_number);
+    go_on(thread, signal_number);
+}
+
+void traced_program::go_on(pid_t thread, int signal_number) const
+{
+    (void)ptrace(seen_ ? PTRACE_SYSCALL : PTRACE_CONT, thread, nullptr, signal_number);
+}
+
+// Puts other bytes in the place of random ones, of each call others, so that the program does the same every
+// time.
+void traced_program::make_known(const system_call &call, size_t size)
+{
+    std::string bytes(size, '\0');
+    for (char &byte : bytes)
+        byte = static_cast<char>(random_());
+    const iovec local{bytes.data(), size};
+    const iovec remote{reinterpret_cast<void *>(call.words[0]), size};
+    (void)process_vm_writev(call.thread, &local, 1, &remote, 1, 0);
 }
 
 // Returns the signal that the thread is to get: none.
@@ -271,6 +317,8 @@ void traced_program::leave_call(thread_state &state, int64_t result)
         result = result_when_left_out(state.call);
     if (state.decided.what != fate::make)
         set_result(state.call.thread, result);
+    if (state.call.number == SYS_getrandom && result > 0)
+        make_known(state.call, static_cast<size_t>(result));
     if (state.call.kind == call_kind::wait_for_events && state.call.thread == pid_)
         waiting_ = false;
     if (after_call && state.decided.what != fate::leave_out)

@@ -1,12 +1,13 @@
 // A program that runs under this one's eyes: each call that it makes of the kernel is seen before it is made
-// and may be refused, left out or made its last. Its children run free and unseen, its threads do not. One at
-// a time, and all from one thread. For x86-64.
+// and may be refused, left out or made its last. What it asks for as random is the same in each run. Its
+// children run free and unseen, its threads do not. One at a time, and all from one thread. For x86-64.
 #pragma once
 
 #include "faults/calls.h"
 
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,9 @@ public:
     // Lets it run until the condition holds, which is asked whenever something has happened. Returns whether
     // it did within the time. It goes on with the next run().
     bool run(const std::function<bool()> &until, unsigned seconds);
+    // Lets it run until it waits for events or has ended, without a look at its calls, which takes most of
+    // the time that a run takes. Returns whether it came to that within the time.
+    bool run_unseen(unsigned seconds);
     void kill(int signal_number) const;
 
     pid_t pid() const { return pid_; }
@@ -56,14 +60,18 @@ private:
     int handle_call(pid_t thread);
     void enter_call(thread_state &state, const system_call &call);
     void leave_call(thread_state &state, int64_t result);
+    void make_known(const system_call &call, size_t size);
     void handle_child(pid_t child);
+    void go_on(pid_t thread, int signal_number) const;
     void end_thread(pid_t thread, int status);
 
     pid_t pid_ = 0;
     bool ended_ = false;
     bool waiting_ = false;
     bool children_traced_ = false;
+    bool seen_ = true;
     int wait_status_ = 0;
     std::map<pid_t, thread_state> threads_;
+    std::minstd_rand random_;
     std::map<pid_t, bool> children_; // those held back, and whether they are to fail
 };

@@ -49,7 +49,7 @@ void trial::make(const bus_request &request)
 {
     watch watched;
     const auto daemon = ground_.start_daemon(watched);
-    (void)daemon->run([&] { return ground_.finished(*daemon); }, ground::patience);
+    (void)daemon->run_unseen(ground::patience);
     ground_.start_client(request);
     (void)daemon->run([&] { return ground_.finished(*daemon); }, ground::patience);
     if (!ground_.end_client(true).succeeded)
@@ -66,7 +66,7 @@ void trial::run_request(traced_program &daemon, watch &watched, const std::funct
     if (at_start()) {
         watched.begins_with = import_list;
     } else {
-        if (!daemon.run([&] { return ground_.finished(daemon); }, ground::patience) || daemon.ended())
+        if (!daemon.run_unseen(ground::patience) || daemon.ended())
             throw std::runtime_error("the daemon does not start");
         ground_.start_client(operation_->request);
         watched.on_begin();
@@ -80,6 +80,8 @@ void trial::prepare(const operation &tried)
 {
     operation_ = &tried;
     cuts_.reset();
+    next_starts_.clear();
+    faulty_starts_.clear();
     put_files(shipped_);
     ground_.start_bus();
     for (const bus_request &request : tried.made_before)
@@ -182,21 +184,36 @@ trial::crash trial::run_with(const fault &wrong, size_t number)
     daemon->kill(SIGKILL);
     (void)daemon->run([&] { return daemon->ended(); }, ground::patience);
     seen.at_once = take_files();
+    seen.reloads = ground_.reloads();
     return made;
+}
+
+const trial::next_start &trial::start_from(const file_tree &files)
+{
+    const auto [entry, is_new] = next_starts_.try_emplace(files);
+    next_start &started = entry->second;
+    if (!is_new)
+        return started;
+    put_files(files);
+    ground_.forget_reloads();
+    started.wrong = ground_.restart();
+    started.files = take_files();
+    started.reloads = ground_.reloads();
+    return started;
 }
 
 verdict trial::attempt_run(const fault &wrong, size_t number)
 {
     auto [watched, seen] = run_with(wrong, number);
-    const std::string restarted = ground_.restart();
-    seen.present = take_files();
+    const next_start &next = start_from(seen.at_once);
+    seen.present = next.files;
+    seen.reloads.insert(seen.reloads.end(), next.reloads.begin(), next.reloads.end());
     if (seen.wrong.empty())
-        seen.wrong = restarted;
+        seen.wrong = next.wrong;
     seen.error = watched.error;
     seen.messages = watched.messages;
     // A service whose reload could not be started, or failed, is not told.
     seen.must_reload = !fails_a_call(wrong) || !contains(wrong.calls, call_kind::child);
-    seen.reloads = ground_.reloads();
     if (watched.struck)
         seen.failed_path = watched.struck->path;
 
@@ -214,14 +231,23 @@ verdict trial::attempt_run(const fault &wrong, size_t number)
 verdict trial::attempt_two(const fault &wrong, size_t number)
 {
     auto [watched, seen] = run_with(wrong, number);
-    const std::string second =
-        wrong.happens == fault::killed_twice ? kill_restarts(seen.at_once) : cut_restart(seen.at_once);
-    put_files(seen.at_once);
-    seen.wrong = second.empty() ? ground_.restart() : second;
-    seen.present = take_files();
+    const std::string &second = try_next_start(wrong, seen.at_once);
+    const next_start &next = start_from(seen.at_once);
+    seen.wrong = second.empty() ? next.wrong : second;
+    seen.present = next.files;
     verdict given = judge(seen, states_);
     given.struck = watched.struck ? watched.struck->text() : "nothing";
     return given;
+}
+
+// Lets whatever there is go wrong with a start from these files. Returns what is wrong after the one that
+// follows.
+const std::string &trial::try_next_start(const fault &wrong, const file_tree &files)
+{
+    const auto [entry, is_new] = faulty_starts_.try_emplace({wrong.happens, files});
+    if (is_new)
+        entry->second = wrong.happens == fault::killed_twice ? kill_restarts(files) : cut_restart(files);
+    return entry->second;
 }
 
 // Kills the next start before each of its calls, too. Returns what is wrong after the one that follows.
@@ -240,9 +266,8 @@ std::string trial::kill_restarts(const file_tree &files)
         }
         if (!watched.struck)
             return {};
-        observation seen{.at_once = files};
-        seen.wrong = ground_.restart();
-        seen.present = take_files();
+        const next_start &next = start_from(take_files());
+        const observation seen{.at_once = files, .present = next.files, .wrong = next.wrong};
         const verdict given = judge(seen, states_);
         if (!given.wrong.empty())
             return "killed again before " + watched.struck->text() + ": " + given.wrong;
@@ -262,10 +287,9 @@ std::string trial::cut_restart(const file_tree &files)
         (void)daemon->run([&] { return ground_.finished(*daemon); }, ground::patience);
     }
     for (const disk_log::remains &left : log.all_remains()) {
-        put_files(left.files);
-        observation seen{.at_once = left.files, .memory_lost = true};
-        seen.wrong = ground_.restart();
-        seen.present = take_files();
+        const next_start &next = start_from(left.files);
+        const observation seen{
+            .at_once = left.files, .present = next.files, .memory_lost = true, .wrong = next.wrong};
         const verdict given = judge(seen, states_);
         if (!given.wrong.empty())
             return "power cut " + left.when + ": " + given.wrong;
@@ -293,10 +317,8 @@ void trial::record_cuts()
 verdict trial::attempt_cut(size_t number)
 {
     const disk_log::remains &left = cuts_->at(number);
-    put_files(left.files);
-    observation seen{.at_once = left.files, .memory_lost = true};
-    seen.wrong = ground_.restart();
-    seen.present = take_files();
+    const next_start &next = start_from(left.files);
+    observation seen{.at_once = left.files, .present = next.files, .memory_lost = true, .wrong = next.wrong};
     seen.reply = {left.answered, left.answered, "before the power cut"};
     verdict given = judge(seen, states_);
     given.struck = left.when;

@@ -26,6 +26,13 @@ public:
 
 private:
     struct crash;
+    // What a start of the daemon leaves.
+    struct next_start {
+        file_tree files;
+        std::vector<std::string> reloads;
+        std::string wrong;
+    };
+    const next_start &start_from(const file_tree &files);
     bool at_start() const { return !operation_->request.method; }
     void make(const bus_request &request);
     void run_request(traced_program &daemon, watch &watched, const std::function<bool()> &done);
@@ -33,6 +40,7 @@ private:
     verdict attempt_run(const fault &wrong, size_t number);
     verdict attempt_cut(size_t number);
     verdict attempt_two(const fault &wrong, size_t number);
+    const std::string &try_next_start(const fault &wrong, const file_tree &files);
     std::string kill_restarts(const file_tree &files);
     std::string cut_restart(const file_tree &files);
     void record_cuts();
@@ -45,4 +53,7 @@ private:
     watch clean_; // what the run without a fault did
     size_t allocations_ = 0;
     std::optional<std::vector<disk_log::remains>> cuts_;
+    // A start depends on the files alone, so that of the same files is tried once.
+    std::map<file_tree, next_start> next_starts_;
+    std::map<std::pair<fault::what, file_tree>, std::string> faulty_starts_;
 };
