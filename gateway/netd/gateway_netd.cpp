@@ -20,10 +20,9 @@ struct command_line {
 
 [[noreturn]] void usage(int status)
 {
-    (void)fputs(
-        "Usage: gateway-netd [--no-links] [--no-hotplug] [--pace fast|real] [--pending MILLISECONDS]\n"
-        "                    [--socket PATH]\n",
-        status ? stderr : stdout);
+    (void)fputs("Usage: gateway-netd [--no-links] [--kernel-vlans] [--no-hotplug] [--pace fast|real]\n"
+                "                    [--pending MILLISECONDS] [--socket PATH]\n",
+                status ? stderr : stdout);
     exit(status);
 }
 
@@ -36,18 +35,19 @@ bool is_real_pace(const std::string &pace)
 
 command_line parse(int argc, char **argv)
 {
-    constexpr option options[] = {{"no-links", no_argument, nullptr, 'l'},
-                                  {"no-hotplug", no_argument, nullptr, 'n'},
-                                  {"pace", required_argument, nullptr, 'r'},
-                                  {"pending", required_argument, nullptr, 'p'},
-                                  {"socket", required_argument, nullptr, 's'},
-                                  {"help", no_argument, nullptr, 'h'},
-                                  {}};
+    constexpr option options[] = {
+        {"no-links", no_argument, nullptr, 'l'},      {"kernel-vlans", no_argument, nullptr, 'k'},
+        {"no-hotplug", no_argument, nullptr, 'n'},    {"pace", required_argument, nullptr, 'r'},
+        {"pending", required_argument, nullptr, 'p'}, {"socket", required_argument, nullptr, 's'},
+        {"help", no_argument, nullptr, 'h'},          {}};
     command_line parsed;
     for (int letter; (letter = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         switch (letter) {
         case 'l':
             parsed.daemon.links = false;
+            break;
+        case 'k':
+            parsed.daemon.kernel_vlans = true;
             break;
         case 'n':
             parsed.daemon.hotplug = false;

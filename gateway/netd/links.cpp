@@ -77,13 +77,21 @@ std::string attribute_commands(const config_section &section)
     return commands;
 }
 
-std::string vlan_commands(const config_section &section)
+std::string vlan_on(const std::string &parent, const std::string &device, const std::string &vid)
+{
+    return line({"link add link", parent, "name", device, "type vlan id", vid}) +
+           line({"link set", device, "up"});
+}
+
+std::string vlan_commands(const config_section &section, bool kernel_vlans)
 {
     const std::string device = section.text("name");
     const std::string parent = section.text("ifname");
     const std::string own_address = section.text("macaddr");
     const int most = mtu_of(parent);
-    return pair_commands(device) + mtu_command(device, std::min(section.number("mtu", most), most)) +
+    const std::string made =
+        kernel_vlans ? vlan_on(parent, device, section.text("vid")) : pair_commands(device);
+    return made + mtu_command(device, std::min(section.number("mtu", most), most)) +
            line({"link set dev", device, "address",
                  own_address.empty() ? device_attribute(parent, "address") : own_address});
 }
@@ -164,7 +172,9 @@ std::string device_attribute(const std::string &device, const char *attribute)
     return value;
 }
 
-links::links(bool enabled) : enabled_(enabled), program_(find_program("ip")) {}
+links::links(bool enabled, bool kernel_vlans)
+    : enabled_(enabled), kernel_vlans_(kernel_vlans), program_(find_program("ip"))
+{}
 
 void links::run(const std::string &commands, failures how, const char *family) const
 {
@@ -211,7 +221,7 @@ void links::make_vlans(const network_config &config)
         if (&section != find_device(config, device) || !section.is_vlan() || !exists(parent))
             continue;
         if (!exists(device)) {
-            commands += vlan_commands(section);
+            commands += vlan_commands(section, kernel_vlans_);
             made_.insert(device);
         } else if (!made_.contains(device)) {
             left_over_.insert(device);

@@ -1,7 +1,7 @@
 // The network devices of the private root, made to follow the configuration. Every made device is one end of
 // a pair, since not every kernel has VLAN devices; where the name has room, the other end is called "far-"
 // and the name. What a VLAN device has of its parent is done here: it is not there without it, begins with
-// its address, and never has a greater MTU.
+// its address, and never has a greater MTU. On request VLAN devices are the kernel's own.
 #pragma once
 
 #include "netd/ip_settings.h"
@@ -18,7 +18,7 @@ std::string device_attribute(const std::string &device, const char *attribute);
 class links {
 public:
     // Not enabled, all devices count as present and nothing is done.
-    explicit links(bool enabled);
+    links(bool enabled, bool kernel_vlans);
 
     bool present(const std::string &device) const;
     // Whether the device is a VLAN that was there before this process: one that was killed has left it, and
@@ -51,6 +51,7 @@ private:
     void run(const std::string &commands, failures how = failures::told, const char *family = "") const;
 
     bool enabled_;
+    bool kernel_vlans_;
     std::string program_;
     std::set<std::string> made_; // VLAN devices
     std::set<std::string> left_over_;

@@ -16,8 +16,8 @@ const config_section *find_interface(const network_config &config, const std::st
 } // namespace
 
 network_daemon::network_daemon(ubus_context *bus, const daemon_options &options)
-    : bus_(bus), options_(options), links_(options.links), hotplug_([this] { reply_if_settled(); }),
-      board_(bus)
+    : bus_(bus), options_(options), links_(options.links, options.kernel_vlans),
+      hotplug_([this] { reply_if_settled(); }), board_(bus)
 {}
 
 network_daemon::~network_daemon() = default;

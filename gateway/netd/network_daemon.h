@@ -23,10 +23,11 @@
 #include <vector>
 
 struct daemon_options {
-    bool links = true;      // whether devices and addresses are made in the kernel
-    bool hotplug = true;    // whether hotplug scripts are run
-    int pending_ms = 50;    // how long an interface negotiates, unless
-    bool real_pace = false; // it takes the seconds that its protocol takes on a real line
+    bool links = true;         // whether devices and addresses are made in the kernel
+    bool kernel_vlans = false; // whether VLAN devices are the kernel's, on their parent, and not pairs
+    bool hotplug = true;       // whether hotplug scripts are run
+    int pending_ms = 50;       // how long an interface negotiates, unless
+    bool real_pace = false;    // it takes the seconds that its protocol takes on a real line
 };
 
 class network_daemon {

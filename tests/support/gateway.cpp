@@ -363,6 +363,8 @@ void gateway::start_netd(const netd_options &options)
         command.push_back("--no-links");
     if (!options.hotplug)
         command.push_back("--no-hotplug");
+    if (options.kernel_vlans)
+        command.push_back("--kernel-vlans");
     if (options.held)
         command.insert(command.end(), {"--pending", "3600000"});
     netd_ = child_process(command);

@@ -35,11 +35,12 @@ struct port_counts {
 
 // What the network daemon's stand-in does beside answering: without `links` it leaves the kernel's devices
 // alone, without `hotplug` it starts no hotplug scripts. With `held` its interfaces stay pending until
-// hurry_netd().
+// hurry_netd(). With `kernel_vlans` VLANs are 802.1Q devices on the uplink, for kernels that have them.
 struct netd_options {
     bool links = false;
     bool hotplug = false;
     bool held = false;
+    bool kernel_vlans = false;
 };
 
 // What a bus client sees of a call.
