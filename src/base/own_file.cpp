@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 
+#include <cerrno>
 #include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -36,6 +37,22 @@ public:
 private:
     int number_;
 };
+
+// What the system's refusal says about a file: that there is none, or nothing.
+own_file judge_refusal()
+{
+    switch (errno) {
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case EACCES:
+    case EPERM:
+        return own_file::missing;
+    default:
+        return own_file::unreadable;
+    }
+}
 
 bool is_ours_or_roots(const struct stat &info)
 {
@@ -76,8 +93,10 @@ bool next_name(path_walk &walk)
 {
     const char *const start = walk.rest + strspn(walk.rest, "/");
     const size_t length = strcspn(start, "/");
-    if (length > NAME_MAX)
+    if (length > NAME_MAX) {
+        errno = ENAMETOOLONG;
         return false;
+    }
     memcpy(walk.name, start, length);
     walk.name[length] = '\0';
     const char *const behind = start + length + strspn(start + length, "/");
@@ -90,12 +109,14 @@ bool follow(path_walk &walk, int link)
 {
     char target[PATH_MAX];
     const ssize_t length = readlinkat(link, "", target, sizeof(target) - 1);
-    if (length <= 0 || ++walk.links > most_links)
+    if (length < 0)
         return false;
     target[length] = '\0';
     char joined[PATH_MAX];
-    if (!text_ref(joined).format("%s/%s", target, walk.rest))
+    if (length == 0 || ++walk.links > most_links || !text_ref(joined).format("%s/%s", target, walk.rest)) {
+        errno = ELOOP;
         return false;
+    }
     memcpy(walk.rest, joined, sizeof(joined));
     return walk.rest[0] != '/' || begin_at(walk);
 }
@@ -105,12 +126,12 @@ own_file open_last(const path_walk &walk, FILE **stream_out)
     descriptor file(openat(walk.directory.get(), walk.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat info;
     if (file.get() < 0 || fstat(file.get(), &info) != 0)
-        return own_file::missing;
+        return judge_refusal();
     if (!is_own_file(info))
         return own_file::foreign;
     *stream_out = fdopen(file.get(), "r");
     if (!*stream_out)
-        return own_file::missing;
+        return own_file::unreadable;
     (void)file.release();
     return own_file::opened;
 }
@@ -121,22 +142,24 @@ own_file open_own_file(const char *path, FILE **stream_out)
 {
     *stream_out = nullptr;
     path_walk walk;
-    if (!text_ref(walk.rest).format("%s", path) || !begin_at(walk))
+    if (!text_ref(walk.rest).format("%s", path))
         return own_file::missing;
+    if (!begin_at(walk))
+        return judge_refusal();
     for (;;) {
         if (!next_name(walk))
-            return own_file::missing;
+            return judge_refusal();
         if (!keeps_entries(walk.directory.get()))
             return own_file::foreign;
         descriptor entry(openat(walk.directory.get(), walk.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat info;
         if (entry.get() < 0 || fstat(entry.get(), &info) != 0)
-            return walk.name[0] == '\0' ? own_file::foreign : own_file::missing;
+            return walk.name[0] == '\0' ? own_file::foreign : judge_refusal();
         if (S_ISLNK(info.st_mode)) {
             if (!is_ours_or_roots(info))
                 return own_file::foreign;
             if (!follow(walk, entry.get()))
-                return own_file::missing;
+                return judge_refusal();
         } else if (S_ISDIR(info.st_mode)) {
             walk.directory.reset(entry.release());
         } else if (walk.rest[0] == '\0') {

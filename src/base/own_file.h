@@ -8,8 +8,9 @@
 
 enum class own_file {
     opened,
-    missing, // or it cannot be opened
-    foreign, // somebody else can have put it there, or it is no regular file
+    missing,    // or the user may not open it
+    foreign,    // somebody else can have put it there, or it is no regular file
+    unreadable, // it cannot be told or opened, errno says why: the disk, no descriptor, no memory
 };
 
 // Opens a file for reading. It counts as one's own when it is a regular file of the effective user under one

@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <iterator>
+#include <span>
 
 namespace {
 
@@ -31,21 +32,27 @@ void remove_input(const char *path)
     remove_file(path, failure);
 }
 
-// Opens a file of the import. Null when there is none, or when it is not the daemon's own, which is logged.
-FILE *open_import(const char *path)
+void log_unreadable(const char *path)
 {
-    FILE *stream = nullptr;
-    if (open_own_file(path, &stream) == own_file::foreign)
-        log_error("Left custom korvel config file alone, it is not the daemon's own: %s", path);
-    return stream;
+    log_error("Nothing was imported: %s: %m", path);
+}
+
+void log_foreign(const char *path)
+{
+    log_error("Left custom korvel config file alone, it is not the daemon's own: %s", path);
 }
 
 // Takes the paths of the list, one a line; a line too long for a path is read as several. Returns how many,
-// or -1 when there is no list.
+// or -1 when there is no list or it cannot be read, which is logged.
 int read_list(definition_path (&paths_out)[most_definitions])
 {
-    FILE *const list = open_import(list_path);
-    if (!list)
+    FILE *list = nullptr;
+    const own_file found = open_own_file(list_path, &list);
+    if (found == own_file::foreign)
+        log_foreign(list_path);
+    if (found == own_file::unreadable)
+        log_unreadable(list_path);
+    if (found != own_file::opened)
         return -1;
     int count = 0;
     char line[sizeof(definition_path)];
@@ -56,6 +63,10 @@ int read_list(definition_path (&paths_out)[most_definitions])
         memcpy(paths_out[count].text, line, sizeof(line));
         log_info("Detect custom korvel config file %d: %s\n", count, line);
         count++;
+    }
+    if (ferror(list)) {
+        log_unreadable(list_path);
+        count = -1;
     }
     (void)fclose(list);
     return count;
@@ -108,40 +119,54 @@ bool is_usable(const char *text)
     return false;
 }
 
-// Reads the start of a definition and terminates it. False when there is no such file, or it stays unread,
-// which is logged.
-bool read_definition(const char *path, char (&text_out)[definition_size + 1])
-{
-    FILE *const file = open_import(path);
-    if (!file)
-        return false;
-    text_out[fread(text_out, 1, definition_size, file)] = '\0';
-    const bool failed = ferror(file);
-    (void)fclose(file);
-    if (failed)
-        log_error("Failed to read file: %s", path);
-    return !failed;
-}
-
 // One definition on its way through the works of the import.
 struct definition {
     definition_path path;
     bool is_first;
-    bool was_read, is_usable;
+    own_file found;
+    bool is_left, is_usable; // as the works see it: one that is listed twice is gone after the first time
+    char text[definition_size + 1];
     wan_config config;
 };
 
-// Reads a definition. The first one takes the place of all WANs.
+// Reads the start of a definition and terminates it, where there is one. False: it is there and cannot be
+// read, which is logged.
+bool read_definition(definition &self)
+{
+    FILE *file = nullptr;
+    self.found = open_own_file(self.path.text, &file);
+    if (self.found == own_file::opened) {
+        self.text[fread(self.text, 1, definition_size, file)] = '\0';
+        if (ferror(file))
+            self.found = own_file::unreadable;
+        (void)fclose(file);
+    }
+    if (self.found == own_file::unreadable)
+        log_unreadable(self.path.text);
+    return self.found != own_file::unreadable;
+}
+
+// Before anything is changed: without one of them the others may stand for another set of WANs, and the list
+// that names it would be gone.
+bool read_definitions(std::span<definition> all)
+{
+    for (definition &each : all)
+        if (!read_definition(each))
+            return false;
+    return true;
+}
+
+// Judges a definition. The first one takes the place of all WANs.
 bool begin_definition(void *argument)
 {
     definition &self = *static_cast<definition *>(argument);
-    char text[definition_size + 1];
-    // One that is listed twice is gone after the first time.
-    self.was_read = file_exists(self.path.text) && read_definition(self.path.text, text);
-    self.is_usable = self.was_read && is_usable(text);
+    if (self.found == own_file::foreign)
+        log_foreign(self.path.text);
+    self.is_left = self.found != own_file::opened || !file_exists(self.path.text);
+    self.is_usable = !self.is_left && is_usable(self.text);
     self.config = {};
     if (self.is_usable)
-        parse_definition(text, &self.config);
+        parse_definition(self.text, &self.config);
     if (self.is_usable && self.is_first)
         wan_delete_all();
     return true;
@@ -152,7 +177,7 @@ bool complete_definition(void *argument)
     const definition &self = *static_cast<definition *>(argument);
     if (self.is_usable)
         (void)wan_create(&self.config, 0); // it logs what refuses it
-    if (self.was_read)
+    if (!self.is_left)
         remove_input(self.path.text);
     return true;
 }
@@ -168,7 +193,14 @@ void wan_import_custom()
     const heap_ptr<definition[]> definitions(
         static_cast<definition *>(calloc(most_definitions, sizeof(definition))));
     if (!definitions)
-        return log_error("Failed to import: %s: out of memory", list_path);
+        return log_unreadable(list_path);
+
+    for (int i = 0; i < count; i++) {
+        definitions[static_cast<size_t>(i)].path = paths[i];
+        definitions[static_cast<size_t>(i)].is_first = i == 0;
+    }
+    if (!read_definitions({definitions.get(), static_cast<size_t>(count)}))
+        return;
 
     auto remove_list = [] {
         remove_input(list_path);
@@ -178,8 +210,6 @@ void wan_import_custom()
     size_t work_count = 1;
     for (int i = 0; i < count; i++) {
         definition &each = definitions[static_cast<size_t>(i)];
-        each.path = paths[i];
-        each.is_first = i == 0;
         works[work_count++] = {begin_definition, &each};
         works[work_count++] = {complete_definition, &each};
     }

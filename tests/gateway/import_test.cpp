@@ -9,7 +9,6 @@
 #include <functional>
 #include <map>
 #include <sstream>
-#include <sys/mount.h>
 #include <unistd.h>
 
 namespace {
@@ -204,13 +203,6 @@ std::vector<useless_file> useless_files()
          },
          {not_own},
          true},
-        {"unreadable",
-         [](path_text path) {
-             write_text(path, "");
-             EXPECT_EQ(0, mount("/proc/self/mem", path.c_str(), nullptr, MS_BIND, nullptr));
-         },
-         {"Failed to read file: "},
-         true},
     };
 }
 
@@ -242,7 +234,6 @@ TEST_F(import_test, behind_a_useless_first_file_definitions_join_what_is_configu
         EXPECT_EQ(errors_of(file, first), gateway.log_texts(LOG_ERR));
         EXPECT_EQ(file.stays, fs::exists(fs::symlink_status(first)));
         EXPECT_FALSE(gateway.exists(second));
-        (void)umount2(first.c_str(), MNT_DETACH);
         // Without what was added everything is as it was.
         EXPECT_EQ(0, gateway.call("del", R"({"wanId":8})").at("status"));
         gateway.uci_set("network.korvel.maxWanId", "7");

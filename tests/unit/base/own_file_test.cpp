@@ -8,12 +8,16 @@
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 void PrintTo(own_file result, std::ostream *out)
 {
-    *out << (result == own_file::opened ? "opened" : result == own_file::missing ? "missing" : "foreign");
+    *out << (result == own_file::opened    ? "opened"
+             : result == own_file::missing ? "missing"
+             : result == own_file::foreign ? "foreign"
+                                           : "unreadable");
 }
 
 namespace {
@@ -89,6 +93,43 @@ TEST_F(own_file_test, what_is_not_there_is_missing)
                               std::string(5000, 'x')};
     for (const std::string &path : paths)
         EXPECT_EQ(own_file::missing, open(path)) << path;
+}
+
+// Fails all opening of files beyond so many more.
+class descriptor_limit {
+public:
+    explicit descriptor_limit(rlim_t more)
+    {
+        const int next = dup(STDIN_FILENO);
+        close(next);
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit lower{static_cast<rlim_t>(next) + more, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    ~descriptor_limit() { setrlimit(RLIMIT_NOFILE, &before_); }
+    descriptor_limit(const descriptor_limit &) = delete;
+    descriptor_limit &operator=(const descriptor_limit &) = delete;
+
+private:
+    rlimit before_{};
+};
+
+TEST_F(own_file_test, what_the_system_has_no_room_to_open_is_unreadable_and_not_missing)
+{
+    unsigned needed = 0;
+    for (own_file result = own_file::unreadable; result == own_file::unreadable; needed++) {
+        SCOPED_TRACE(needed);
+        ASSERT_LT(needed, 10U);
+        const descriptor_limit limit(needed);
+        FILE *stream = nullptr;
+        result = open_own_file("/tmp/a/file", &stream);
+        const int reason = errno;
+        if (stream)
+            fclose(stream);
+        ASSERT_EQ(stream ? own_file::opened : own_file::unreadable, result);
+        EXPECT_TRUE(stream || reason == EMFILE) << strerror(reason);
+    }
+    EXPECT_LT(2U, needed);
 }
 
 TEST_F(own_file_test, a_file_that_others_may_write_is_foreign)

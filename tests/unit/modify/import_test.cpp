@@ -452,17 +452,31 @@ TEST_F(import_test, a_directory_is_no_definition_and_stays)
     EXPECT_EQ(text_lines{not_own + directory + "inner"}, gateway.log_texts(LOG_ERR));
 }
 
-TEST_F(import_test, a_definition_whose_reading_fails_stays_and_is_logged)
+// Without it the list would be gone and the definition of no use, and if it is the first one, the others
+// would come beside the WANs that they are to replace.
+TEST_F(import_test, where_a_definition_cannot_be_read_nothing_is_imported_and_all_files_stay)
 {
+    gateway.store_wan(routed_dhcp(1));
+    load_settings();
     const std::string unreadable = definition("unreadable", "");
     const std::string usable = definition("usable", minimal);
     const pinned_file pinned(unreadable, "/proc/self/mem");
+    const struct {
+        const char *trace;
+        text_lines files;
+    } cases[] = {{"first", {unreadable, usable}}, {"second", {usable, unreadable}}};
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.trace);
+        gateway.clear_log();
 
-    import({unreadable, usable});
+        import(row.files);
 
-    EXPECT_EQ(text_lines{"1"}, ids());
-    EXPECT_EQ(text_lines{"unreadable"}, gateway.list_directory(directory));
-    EXPECT_EQ(text_lines{"Failed to read file: " + unreadable}, gateway.log_texts(LOG_ERR));
+        EXPECT_EQ(text_lines{"1"}, ids());
+        EXPECT_TRUE(gateway.exists("/tmp/wan_list"));
+        EXPECT_EQ((text_lines{"unreadable", "usable"}), gateway.list_directory(directory));
+        EXPECT_EQ(text_lines{"Nothing was imported: " + unreadable + ": Input/output error"},
+                  gateway.log_texts(LOG_ERR));
+    }
 }
 
 TEST_F(import_test, a_list_that_others_may_have_put_there_stays_and_changes_nothing)
