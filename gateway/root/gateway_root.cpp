@@ -12,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char *built_programs[] = {"korvel", "ubusd", "ubus", "uci", "gateway-netd", "gateway-tool"};
+constexpr const char *built_programs[] = {"korvel", "korvelctl",    "ubusd",       "ubus",
+                                          "uci",    "gateway-netd", "gateway-tool"};
 constexpr const char *stood_in_programs[] = {"ebtables", "ip", "iptables"};
 constexpr char gateway_path[] = "/gateway/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 

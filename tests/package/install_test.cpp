@@ -64,9 +64,10 @@ TEST_F(install_test, an_installation_has_exactly_the_documented_files)
     EXPECT_EQ(expected, files_in(built_image));
 }
 
-TEST_F(install_test, the_package_holds_what_is_installed)
+TEST_F(install_test, the_packages_hold_what_is_installed)
 {
     make_package("install-korvel");
+    make_package("install-korvel-tools");
 
     EXPECT_EQ(files_in(built_image), files_in(package_files));
     EXPECT_TRUE(fs::is_directory(std::string(package_files) + "/etc/korvel"));
@@ -74,14 +75,13 @@ TEST_F(install_test, the_package_holds_what_is_installed)
 
 TEST_F(install_test, programs_for_the_prompt_are_in_a_package_of_their_own)
 {
-    gateway.write_file(std::string(built_image) + "/usr/bin/look", "", 0755);
     make_package("install-korvel");
     EXPECT_FALSE(fs::exists(std::string(package_files) + "/usr/bin"));
     gateway.remove(package_files);
 
     make_package("install-korvel-tools");
 
-    EXPECT_EQ((text_lines{"755 /usr/bin/look"}), files_in(package_files));
+    EXPECT_EQ((text_lines{"755 /usr/bin/korvelctl"}), files_in(package_files));
 }
 
 TEST_F(install_test, what_an_upgrade_of_the_package_keeps_is_in_it)

@@ -155,12 +155,28 @@ TEST(include_rules, a_header_brings_the_ground_and_its_own_room_only)
 
 TEST(include_rules, no_files_need_each_other_in_a_circle)
 {
-    for (const char *folder : {"src", "platform", "gateway"}) {
+    for (const char *folder : {"src", "ctl", "platform", "gateway"}) {
         SCOPED_TRACE(folder);
         const include_map tree = read_tree(folder);
         EXPECT_FALSE(tree.empty());
         EXPECT_EQ("", names_of(circles(tree)));
     }
+}
+
+TEST(include_rules, korvelctl_stands_beside_the_roof)
+{
+    const include_map daemon = read_daemon();
+    for (const auto &[file, includes] : daemon)
+        for (const std::string &included : included_names(fs::path(KORVEL_SOURCE_DIR) / "src" / file))
+            EXPECT_FALSE(included.starts_with("ctl/")) << file << " includes " << included;
+    size_t below = 0;
+    for (const auto &[file, own] : read_tree("ctl"))
+        for (const std::string &included : included_names(fs::path(KORVEL_SOURCE_DIR) / "ctl" / file)) {
+            below += daemon.contains(included);
+            EXPECT_FALSE(daemon.contains(included) && room_of(included).empty())
+                << file << " includes " << included;
+        }
+    EXPECT_LT(0U, below);
 }
 
 TEST(include_rules, includes_are_found_wherever_a_header_is_offered_from)

@@ -1,0 +1,92 @@
+// korvelctl: the WANs of this gateway at a prompt.
+#include "ctl/option_reader.h"
+#include "ctl/output.h"
+#include "ctl/show.h"
+#include "ctl/status.h"
+
+#include <cstdio>
+#include <cstring>
+#include <syslog.h>
+
+namespace {
+
+struct command {
+    const char *name;
+    const char *usage; // a line of the help each
+    const char *help;
+    exit_status (*run)(std::span<char *const> words);
+};
+
+constexpr command commands[] = {
+    {"status", "status [--watch]", "all WANs in a table, and what is waiting", run_status},
+    {"show", "show ID [--secrets]", "everything about one WAN", run_show},
+};
+
+constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"
+                             "Looks at the WAN connections of this gateway and changes them.\n\n";
+constexpr char help_common[] =
+    "\nEvery command takes --json (one line of JSON instead of text) and --timeout SECONDS.\n"
+    "\nExit status:\n";
+constexpr char help_tail[] = "\nkorvelctl(8) has all of it.\n";
+
+exit_status print_help()
+{
+    (void)fputs(help_head, stdout);
+    for (const command &row : commands)
+        (void)printf("  %-38s %s\n", row.usage, row.help);
+    (void)fputs(help_common, stdout);
+    for (const exit_status_row &row : exit_statuses)
+        (void)printf("  %2u  %s\n", static_cast<unsigned>(row.status), row.meaning);
+    (void)fputs(help_tail, stdout);
+    return exit_status::done;
+}
+
+exit_status print_version()
+{
+    if (!output_is_json()) {
+        say("korvelctl %s", KORVEL_VERSION);
+        return exit_status::done;
+    }
+    json_writer json;
+    json.open_object();
+    json.flag("ok", true);
+    json.text("version", KORVEL_VERSION);
+    json.close_object();
+    json.end();
+    return exit_status::done;
+}
+
+exit_status run(std::span<char *const> words)
+{
+    choose_output(words);
+    if (words.empty())
+        return fail(exit_status::usage, "a command is missing; see `korvelctl --help`");
+    const char *const name = words[0];
+    if (strcmp(name, "--help") == 0 || strcmp(name, "-h") == 0 || strcmp(name, "help") == 0)
+        return print_help();
+    if (strcmp(name, "--version") == 0)
+        return print_version();
+    for (const char *const word : words) {
+        if (strcmp(word, "--") == 0)
+            break;
+        if (strcmp(word, "--help") == 0)
+            return print_help();
+    }
+    for (const command &row : commands)
+        if (strcmp(name, row.name) == 0)
+            return row.run(words.subspan(1));
+    return fail(exit_status::usage, "there is no command %s; see `korvelctl --help`", name);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    // What the daemon's code notes while it reads goes to the log under this name.
+    openlog("korvelctl", LOG_PID, LOG_DAEMON);
+    const size_t count = argc > 1 ? static_cast<size_t>(argc - 1) : 0;
+    const exit_status result = run({argv + 1, count});
+    if (fflush(stdout) != 0 && result == exit_status::done)
+        return static_cast<int>(fail(exit_status::refused, "the output could not be written"));
+    return static_cast<int>(result);
+}
