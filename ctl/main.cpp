@@ -1,6 +1,8 @@
 // korvelctl: the WANs of this gateway at a prompt.
+#include "ctl/change.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
+#include "ctl/request.h"
 #include "ctl/show.h"
 #include "ctl/status.h"
 
@@ -20,6 +22,9 @@ struct command {
 constexpr command commands[] = {
     {"status", "status [--watch]", "all WANs in a table, and what is waiting", run_status},
     {"show", "show ID [--secrets]", "everything about one WAN", run_show},
+    {"add", "add OPTION...", "a new WAN", run_add},
+    {"modify", "modify ID OPTION...", "change what the options say and nothing else", run_modify},
+    {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
 };
 
 constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"
@@ -34,6 +39,13 @@ exit_status print_help()
     (void)fputs(help_head, stdout);
     for (const command &row : commands)
         (void)printf("  %-38s %s\n", row.usage, row.help);
+    (void)fputs("\nOptions of add and modify:\n", stdout);
+    for (const option_row &row : change_options()) {
+        char option[40];
+        (void)snprintf(option, sizeof(option), "--%s%s%s", row.name, row.takes ? " " : "",
+                       row.takes ? row.takes : "");
+        (void)printf("  %-27s %s\n", option, row.help);
+    }
     (void)fputs(help_common, stdout);
     for (const exit_status_row &row : exit_statuses)
         (void)printf("  %2u  %s\n", static_cast<unsigned>(row.status), row.meaning);

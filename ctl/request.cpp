@@ -1,0 +1,458 @@
+#include "ctl/request.h"
+
+#include "ctl/secret.h"
+#include "ctl/words.h"
+#include "wan/wan_names.h"
+
+#include <cstring>
+
+namespace {
+
+enum : int {
+    option_routed,
+    option_bridged,
+    option_dhcp,
+    option_static,
+    option_pppoe,
+    option_password_file,
+    option_service_name,
+    option_on_demand,
+    option_always_on,
+    option_ipv4,
+    option_ipv6,
+    option_dual,
+    option_vlan,
+    option_prio,
+    option_mvlan,
+    option_again,
+    option_mtu,
+    option_service,
+    option_ports,
+    option_lan_dhcp,
+    option_no_lan_dhcp,
+    option_nat,
+    option_no_nat,
+    option_address,
+    option_mask,
+    option_gateway,
+    option_dns,
+    option_address6,
+    option_gateway6,
+    option_prefix6,
+    option_dns6,
+    option_delegate,
+    option_no_delegate,
+    option_dslite,
+    option_iphost,
+    option_in,
+    option_dry_run,
+    option_secrets,
+};
+
+constexpr option_row rows[] = {
+    {"routed", nullptr, "the gateway routes (as new WANs do)", option_routed},
+    {"bridged", nullptr, "the LAN ports are bridged to the WAN", option_bridged},
+    {"dhcp", nullptr, "routed, addresses by DHCP (as new WANs have them)", option_dhcp},
+    {"static", nullptr, "routed, addresses as given", option_static},
+    {"pppoe", "USER", "routed, dialled as this user", option_pppoe},
+    {"password-file", "FILE", "the password is the file's first line; - is standard input",
+     option_password_file},
+    {"service-name", "NAME", "what a PPPoE peer is asked for; empty: any", option_service_name},
+    {"on-demand", nullptr, "dial when there is traffic", option_on_demand},
+    {"always-on", nullptr, "dial at once and stay", option_always_on},
+    {"ipv4", nullptr, "IPv4 alone", option_ipv4},
+    {"ipv6", nullptr, "IPv6 alone", option_ipv6},
+    {"dual", nullptr, "IPv4 and IPv6", option_dual},
+    {"vlan", "VLAN", "tagged; none: untagged", option_vlan},
+    {"prio", "PRIORITY", "802.1p priority of a tagged WAN", option_prio},
+    {"mvlan", "VLAN", "multicast VLAN; none", option_mvlan},
+    {"again", nullptr, "the VLAN may be another routed WAN's too", option_again},
+    {"mtu", "BYTES", "1500, of PPPoE 1492 when not given", option_mtu},
+    {"service", "WORDS", "internet, tr069, voip with commas between, or other", option_service},
+    {"ports", "PORTS", "bound ports: lan1,lan2,ssid1; all; none", option_ports},
+    {"lan-dhcp", nullptr, "DHCP at the bound ports", option_lan_dhcp},
+    {"no-lan-dhcp", nullptr, "no DHCP or router advertisements there", option_no_lan_dhcp},
+    {"nat", nullptr, "address translation", option_nat},
+    {"no-nat", nullptr, "none", option_no_nat},
+    {"address", "ADDRESS/LENGTH", "static IPv4 address; without a length --mask tells it", option_address},
+    {"mask", "MASK", "its mask", option_mask},
+    {"gateway", "ADDRESS", "static IPv4 gateway", option_gateway},
+    {"dns", "ADDRESS,ADDRESS", "IPv4 name servers; auto: from the link", option_dns},
+    {"address6", "ADDRESS/LENGTH", "static IPv6 address", option_address6},
+    {"gateway6", "ADDRESS", "static IPv6 gateway", option_gateway6},
+    {"prefix6", "PREFIX/LENGTH", "static IPv6 prefix", option_prefix6},
+    {"dns6", "ADDRESS,ADDRESS", "IPv6 name servers; auto: from the link", option_dns6},
+    {"delegate", nullptr, "IPv6 prefixes go on to the LAN", option_delegate},
+    {"no-delegate", nullptr, "they do not", option_no_delegate},
+    {"dslite", "ENDPOINT", "IPv4 through a DS-Lite tunnel; none", option_dslite},
+    {"iphost", "NUMBER", "IP-host identifier, 0 is none", option_iphost},
+    {"in", "TIME", "make the change later: 30s, 5m, 2h", option_in},
+    {"dry-run", nullptr, "print the bus call and what would refuse it, and change nothing", option_dry_run},
+    {"secrets", nullptr, "print it with the password", option_secrets},
+};
+
+// The options without those of `modify` alone.
+bool is_for_modify(int id)
+{
+    return id == option_in;
+}
+
+// Notes the arguments that an option gives. The member functions tell what is wrong.
+class option_taker {
+public:
+    explicit option_taker(wan_request *request) : request_(*request) {}
+
+    exit_status take(int option, const char *value);
+
+private:
+    void set(size_t row, uint32_t value)
+    {
+        set_field_number(request_.record, arg_rules[row].field, value);
+        request_.given.add(row);
+    }
+    exit_status set_text(size_t row, std::string_view value, const char *option);
+    exit_status set_number(size_t row, const char *value, const char *option);
+    exit_status set_number_or_none(size_t flag_row, size_t row, const char *value, const char *option);
+    exit_status take_service(const char *value);
+    exit_status take_address(const char *value);
+    exit_status take_servers(const char *value, size_t flag, size_t first, size_t second, const char *option);
+    exit_status take_password(const char *value);
+    exit_status take_mode(int option, const char *value);
+    exit_status take_switch(int option);
+    exit_status take_static(int option, const char *value);
+    exit_status take_other(int option, const char *value);
+
+    wan_request &request_;
+};
+
+exit_status option_taker::set_text(size_t row, std::string_view value, const char *option)
+{
+    const wan_field &field = arg_rules[row].field;
+    if (value.size() >= field.size)
+        return fail(exit_status::usage, "--%s takes at most %u characters", option, field.size - 1U);
+    field_ref(request_.record, field).set(value);
+    request_.given.add(row);
+    return exit_status::done;
+}
+
+exit_status option_taker::set_number(size_t row, const char *value, const char *option)
+{
+    const arg_rule &rule = arg_rules[row];
+    uint32_t number = 0;
+    if (!read_number(value, rule.high, &number) || number < rule.low)
+        return fail(exit_status::usage, "--%s takes %u to %u, not %s", option, rule.low, rule.high, value);
+    set(row, number);
+    return exit_status::done;
+}
+
+// A VLAN or "none".
+exit_status option_taker::set_number_or_none(size_t flag_row, size_t row, const char *value,
+                                             const char *option)
+{
+    const bool none = strcmp(value, "none") == 0;
+    if (flag_row != row)
+        set(flag_row, none ? 0 : 1);
+    if (!none)
+        return set_number(row, value, option);
+    set(row, 0);
+    return exit_status::done;
+}
+
+exit_status option_taker::take_service(const char *value)
+{
+    uint8_t code = 0;
+    if (!read_service(value, &code))
+        return fail(exit_status::usage,
+                    "%s is no service; it is internet, tr069 or voip, or these with commas between, or other",
+                    value);
+    set(ARG(service), code);
+    return exit_status::done;
+}
+
+// An address with a length behind it gives the mask too.
+exit_status option_taker::take_address(const char *value)
+{
+    const size_t length = strcspn(value, "/");
+    const exit_status result = set_text(ARG(ip), {value, length}, "address");
+    if (result != exit_status::done || value[length] == '\0')
+        return result;
+    uint32_t bits = 0;
+    if (!read_number(value + length + 1, 32, &bits))
+        return fail(exit_status::usage,
+                    "--address takes a length of 0 to 32 behind the address, as 192.0.2.9/24");
+    const uint32_t mask = bits == 0 ? 0 : ~uint32_t{0} << (32 - bits);
+    char text[16];
+    (void)text_ref(text).format("%u.%u.%u.%u", mask >> 24, mask >> 16 & 255, mask >> 8 & 255, mask & 255);
+    return set_text(ARG(mask), text, "address");
+}
+
+exit_status option_taker::take_servers(const char *value, size_t flag, size_t first, size_t second,
+                                       const char *option)
+{
+    const bool automatic = strcmp(value, "auto") == 0;
+    set(flag, automatic);
+    (void)set_text(first, "", option);
+    (void)set_text(second, "", option);
+    if (automatic)
+        return exit_status::done;
+    exit_status result = exit_status::done;
+    size_t count = 0;
+    const bool good = each_word(value, [&](std::string_view word) {
+        if (++count > 2)
+            result = fail(exit_status::usage, "--%s takes two name servers, or auto", option);
+        else
+            result = set_text(count == 1 ? first : second, word, option);
+        return result == exit_status::done;
+    });
+    return good ? exit_status::done : result;
+}
+
+exit_status option_taker::take_password(const char *value)
+{
+    const exit_status result = read_password(value, request_.record.pppPwd);
+    if (result == exit_status::done)
+        request_.given.add(ARG(pppPwd));
+    return result;
+}
+
+exit_status option_taker::take_mode(int option, const char *value)
+{
+    set(ARG(wanMode), option == option_bridged ? wan_mode_bridged : wan_mode_routed);
+    if (option == option_bridged || option == option_routed)
+        return exit_status::done;
+    set(ARG(ipMode), option == option_dhcp     ? uint32_t{ip_mode_dhcp}
+                     : option == option_static ? uint32_t{ip_mode_static}
+                                               : uint32_t{ip_mode_pppoe});
+    return option == option_pppoe ? set_text(ARG(pppUser), value, "pppoe") : exit_status::done;
+}
+
+exit_status option_taker::take_switch(int option)
+{
+    constexpr struct {
+        int option;
+        size_t row;
+        uint32_t value;
+    } switches[] = {
+        {option_on_demand, ARG(pppDialMode), 1},
+        {option_always_on, ARG(pppDialMode), 0},
+        {option_ipv4, ARG(ipProtocol), ip_protocol_v4},
+        {option_ipv6, ARG(ipProtocol), ip_protocol_v6},
+        {option_dual, ARG(ipProtocol), ip_protocol_v4 | ip_protocol_v6},
+        {option_lan_dhcp, ARG(disableLanDhcp), 0},
+        {option_no_lan_dhcp, ARG(disableLanDhcp), 1},
+        {option_nat, ARG(napt), 1},
+        {option_no_nat, ARG(napt), 0},
+        {option_delegate, ARG(ipv6PrefixProxy), 1},
+        {option_no_delegate, ARG(ipv6PrefixProxy), 0},
+    };
+    for (const auto &row : switches)
+        if (row.option == option)
+            set(row.row, row.value);
+    request_.again |= option == option_again;
+    request_.dry_run |= option == option_dry_run;
+    if (option == option_secrets)
+        request_.which = secrets::shown;
+    return exit_status::done;
+}
+
+exit_status option_taker::take_static(int option, const char *value)
+{
+    switch (option) {
+    case option_address:
+        return take_address(value);
+    case option_mask:
+        return set_text(ARG(mask), value, "mask");
+    case option_gateway:
+        return set_text(ARG(gateway), value, "gateway");
+    case option_address6:
+        return set_text(ARG(ipv6Addr), value, "address6");
+    case option_gateway6:
+        return set_text(ARG(ipv6Gateway), value, "gateway6");
+    case option_prefix6:
+        return set_text(ARG(ipv6Prefix), value, "prefix6");
+    case option_dns:
+        return take_servers(value, ARG(autoDns), ARG(priDns), ARG(secDns), "dns");
+    default:
+        return take_servers(value, ARG(autoDnsV6), ARG(priDnsV6), ARG(secDnsV6), "dns6");
+    }
+}
+
+exit_status option_taker::take_other(int option, const char *value)
+{
+    switch (option) {
+    case option_vlan:
+        if (strcmp(value, "none") == 0)
+            set(ARG(prio), 0);
+        return set_number_or_none(ARG(vlanMode), ARG(vid), value, "vlan");
+    case option_mvlan:
+        return set_number_or_none(ARG(mvid), ARG(mvid), value, "mvlan");
+    case option_prio:
+        return set_number(ARG(prio), value, "prio");
+    case option_mtu:
+        return set_number(ARG(mtu), value, "mtu");
+    case option_iphost:
+        return set_number(ARG(iphostId), value, "iphost");
+    case option_service:
+        return take_service(value);
+    case option_service_name:
+        return set_text(ARG(pppServName), value, "service-name");
+    case option_password_file:
+        return take_password(value);
+    case option_ports:
+        request_.ports = value;
+        request_.given.add(ARG(bind));
+        return exit_status::done;
+    case option_dslite: {
+        const bool none = strcmp(value, "none") == 0;
+        set(ARG(ipv6DsLite), !none);
+        return set_text(ARG(ipv6AddrDsLite), none ? "" : value, "dslite");
+    }
+    default:
+        request_.waits = true;
+        if (!read_time(value, &request_.wait) || request_.wait == 0)
+            return fail(exit_status::usage, "--in takes a time, as 30s, 5m or 2h, not %s", value);
+        return exit_status::done;
+    }
+}
+
+exit_status option_taker::take(int option, const char *value)
+{
+    if (option <= option_pppoe)
+        return take_mode(option, value);
+    if (!value)
+        return take_switch(option);
+    if (option >= option_address && option <= option_dns6)
+        return take_static(option, value);
+    return take_other(option, value);
+}
+
+exit_status read_ports_of(wan_request *request)
+{
+    char wrong[32] = {};
+    if (!request->ports)
+        return exit_status::done;
+    if (!load_ports())
+        return fail(exit_status::refused, "the board does not tell its ports (ubus call boardinfo all)");
+    if (read_ports(request->ports, &request->record, wrong))
+        return exit_status::done;
+    wan_config every = {};
+    char none[8];
+    (void)read_ports("all", &every, none);
+    return fail(exit_status::usage, "this board has no port %s; it has %s", wrong, port_words(every).text);
+}
+
+} // namespace
+
+std::span<const option_row> change_options()
+{
+    return rows;
+}
+
+exit_status read_request(std::span<char *const> words, takes_id id, wan_request *request)
+{
+    option_reader reader(rows, words);
+    option_taker taker(request);
+    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
+        if (what == option_reader::wrong)
+            return exit_status::usage;
+        exit_status result = exit_status::done;
+        if (what != option_reader::word && (id == takes_id::yes || !is_for_modify(what)))
+            result = taker.take(what, reader.value);
+        else if (what != option_reader::word)
+            result = fail(exit_status::usage, "--in is for `modify`; a new WAN is made at once");
+        else if (id == takes_id::yes && request->wan_id == 0)
+            result = read_wan_id(reader.value, &request->wan_id);
+        else
+            result = fail(exit_status::usage, "%s is one word too many; options begin with --", reader.value);
+        if (result != exit_status::done)
+            return result;
+    }
+    if (id == takes_id::yes && request->wan_id == 0)
+        return fail(exit_status::usage, "which WAN? `korvelctl modify ID --...`; see `status`");
+    return read_ports_of(request);
+}
+
+void lay_over(const wan_request &request, wan_config *record)
+{
+    for (size_t row = 0; row < record_arg_count; row++) {
+        const wan_field &field = arg_rules[row].field;
+        if (request.given.has(row))
+            memcpy(reinterpret_cast<char *>(record) + field.offset,
+                   reinterpret_cast<const char *>(&request.record) + field.offset, field.size);
+    }
+}
+
+wan_config new_wan(const wan_request &request)
+{
+    constexpr uint16_t ethernet_mtu = 1500, pppoe_mtu = 1492;
+    constexpr uint8_t service_internet = 1;
+    wan_config record = {};
+    record.wanMode = wan_mode_routed;
+    record.service = service_internet;
+    record.ipProtocol = ip_protocol_v4;
+    lay_over(request, &record);
+    const bool routed = record.wanMode == wan_mode_routed;
+    record.mtu = routed && record.ipMode == ip_mode_pppoe ? pppoe_mtu : ethernet_mtu;
+    if (!routed && !request.given.has(ARG(ipProtocol)))
+        record.ipProtocol = ip_protocol_v4 | ip_protocol_v6; // a bridge carries both
+    record.napt = routed && (record.ipProtocol & ip_protocol_v4) ? 1 : 0;
+    record.autoDns = routed && record.ipMode != ip_mode_static ? 1 : 0;
+    record.autoDnsV6 = record.autoDns;
+    record.ipv6PrefixProxy = routed && (record.ipProtocol & ip_protocol_v6) ? 1 : 0;
+    wan_config none = {};
+    char wrong[8];
+    if (wan_service_of(record.service).binds_ports && load_ports() && read_ports("none", &none, wrong))
+        memcpy(record.bind, none.bind, sizeof(record.bind));
+    lay_over(request, &record);
+    return record;
+}
+
+void add_arguments(bus_message &message, const wan_config &record, arg_set which)
+{
+    blob_buf *const buffer = message.buffer();
+    for (size_t row = 0; row < record_arg_count; row++) {
+        const arg_rule &rule = arg_rules[row];
+        if (!which.has(row))
+            continue;
+        if (rule.type == BLOBMSG_TYPE_STRING)
+            (void)blobmsg_printf(buffer, rule.field.name, "%.*s", rule.field.size,
+                                 field_text(record, rule.field));
+        else if (rule.type == BLOBMSG_TYPE_INT8)
+            (void)blobmsg_add_u8(buffer, rule.field.name,
+                                 static_cast<uint8_t>(field_number(record, rule.field) != 0));
+        else
+            (void)blobmsg_add_u32(buffer, rule.field.name, field_number(record, rule.field));
+    }
+}
+
+void write_arguments(json_writer &json, const wan_config &record, arg_set which, secrets secret)
+{
+    for (size_t row = 0; row < record_arg_count; row++) {
+        const wan_field &field = arg_rules[row].field;
+        if (!which.has(row))
+            continue;
+        if (row == ARG(pppPwd) && secret == secrets::hidden && !text_empty(record.pppPwd)) {
+            json.text(field.name, "........");
+        } else if (arg_rules[row].type == BLOBMSG_TYPE_STRING) {
+            const char *const text = field_text(record, field);
+            json.text(field.name, {text, strnlen(text, field.size)});
+        } else if (arg_rules[row].type == BLOBMSG_TYPE_INT8) {
+            json.flag(field.name, field_number(record, field) != 0);
+        } else {
+            json.number(field.name, field_number(record, field));
+        }
+    }
+}
+
+bool same_arguments(const wan_config &one, const wan_config &other)
+{
+    for (const arg_rule &rule : arg_rules) {
+        const wan_field &field = rule.field;
+        const bool same = field.kind == field_kind::text
+                              ? strncmp(field_text(one, field), field_text(other, field), field.size) == 0
+                              : field_number(one, field) == field_number(other, field);
+        if (!same)
+            return false;
+    }
+    return true;
+}
