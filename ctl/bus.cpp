@@ -3,7 +3,9 @@
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 
+#include <csignal>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -42,11 +44,23 @@ int64_t bus_number(blob_attr *table, const char *name, int64_t fallback)
     return fallback;
 }
 
+ubus_context *connect_to_bus()
+{
+    constexpr int ending[] = {SIGINT, SIGTERM};
+    struct sigaction before[std::size(ending)] = {};
+    for (size_t i = 0; i < std::size(ending); i++)
+        (void)sigaction(ending[i], nullptr, &before[i]);
+    uloop_handle_sigchld = false; // children are waited for where they are started
+    ubus_context *const bus = ubus_connect(nullptr);
+    for (size_t i = 0; i < std::size(ending); i++)
+        (void)sigaction(ending[i], &before[i], nullptr);
+    return bus;
+}
+
 bool bus_connection::connect()
 {
-    uloop_handle_sigchld = false; // children are waited for where they are started
     if (!bus_)
-        bus_ = ubus_connect(nullptr);
+        bus_ = connect_to_bus();
     return bus_ != nullptr;
 }
 

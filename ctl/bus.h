@@ -30,6 +30,10 @@ blob_attr *bus_member(blob_attr *table, const char *name, enum blobmsg_type type
 const char *bus_text(blob_attr *table, const char *name, const char *fallback = "");
 int64_t bus_number(blob_attr *table, const char *name, int64_t fallback = 0);
 
+// Connects, and leaves the signals that end a program at a prompt to do so, which the library takes over.
+// Null when there is no bus.
+ubus_context *connect_to_bus();
+
 // A connection; closed when it goes. The first call connects.
 class bus_connection {
 public:

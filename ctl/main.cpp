@@ -5,6 +5,7 @@
 #include "ctl/request.h"
 #include "ctl/show.h"
 #include "ctl/status.h"
+#include "ctl/watch.h"
 
 #include <cstdio>
 #include <cstring>
@@ -25,6 +26,7 @@ constexpr command commands[] = {
     {"add", "add OPTION...", "a new WAN", run_add},
     {"modify", "modify ID OPTION...", "change what the options say and nothing else", run_modify},
     {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
+    {"watch", "watch", "a line for each event of a WAN or its link", run_watch},
 };
 
 constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"

@@ -3,6 +3,7 @@
 #include "ctl/output.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <termios.h>
 #include <unistd.h>
@@ -16,6 +17,12 @@ public:
     {
         if (!is_terminal_)
             return;
+        // A terminal left like this would be of no use to anybody: what ends the program waits.
+        sigset_t ending;
+        (void)sigemptyset(&ending);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP})
+            (void)sigaddset(&ending, number);
+        (void)sigprocmask(SIG_BLOCK, &ending, &mask_);
         termios unseen = before_;
         unseen.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &unseen);
@@ -27,12 +34,14 @@ public:
             return;
         (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
         (void)fputs("\n", stderr);
+        (void)sigprocmask(SIG_SETMASK, &mask_, nullptr);
     }
     unseen_typing(const unseen_typing &) = delete;
     unseen_typing &operator=(const unseen_typing &) = delete;
 
 private:
     termios before_ = {};
+    sigset_t mask_ = {};
     bool is_terminal_;
 };
 

@@ -7,8 +7,8 @@
 // is none of this daemon.
 bool load_stored_settings();
 
-// Reads a WAN such that sending all of it back would change nothing; what a link has learnt is left out. False: there is none, or it cannot be
-// read.
+// Reads a WAN such that sending all of it back would change nothing; what a link has learnt is left out.
+// False: there is none, or it cannot be read.
 bool read_stored(uint8_t wan_id, wan_config *record_out);
 
 // What the daemon's own check says of a WAN as it would be: 0, or -2 to -4. `own_id` 0 is a new WAN's.
