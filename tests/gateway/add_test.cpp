@@ -282,6 +282,20 @@ TEST_F(add_test, a_binding_cannot_forge_a_log_message)
               gateway.log_texts(LOG_ERR));
 }
 
+TEST_F(add_test, ports_of_a_service_that_binds_none_are_steered_until_the_script_is_written_anew)
+{
+    constexpr char script[] = "/etc/hotplug.d/iface/99-wan_1";
+    ASSERT_EQ(result_reply(0, 0, "korvel modify OK."),
+              gateway.call("add", R"({"wanMode":1,"ipProtocol":1,"mtu":1500,"service":2,"bind":"11"})"));
+    EXPECT_TRUE(gateway.file(script).starts_with("#!/bin/sh\nDEVICE_LIST=\"eth0.1 eth0.2\"\n"));
+    EXPECT_EQ("", gateway.call("get", R"({"wanId":1})").at("bind"));
+
+    gateway.remove(script);
+    gateway.restart_korvel();
+
+    EXPECT_TRUE(gateway.file(script).starts_with("#!/bin/sh\nDEVICE_LIST=\"\"\n"));
+}
+
 // Shell code that fits into every text, and binds the first port where it is a binding.
 constexpr char hostile_text[] = "1;$(>/tmp/ran)";
 
