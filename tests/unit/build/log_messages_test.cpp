@@ -52,8 +52,12 @@ message_set messages_of_daemon(const std::string &source)
 {
     message_set messages = find_messages(
         rewritten(source, {{R"(text_ref\(failure\)\.format\(|\bfailure = (?="))", "log_error("}}),
-        R"x(log_(error|warning|info)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+))x",
-        {{R"("\s*")", ""}, {R"(^"|"\s*$)", ""}, {R"(\\n$)", ""}, {"%[.0-9]*z?[a-z]", "…"}});
+        R"x(log_(error|warning|info)\(\s*((?:(?:"(?:[^"\\]|\\.)*"|[A-Z_]+)\s*)+))x",
+        {{R"("\s*")", ""},
+         {R"("\s*[A-Z_]+\s*")", "…"},
+         {R"(^"|"\s*$)", ""},
+         {R"(\\n$)", ""},
+         {"%[.0-9]*z?[a-z]", "…"}});
     messages.erase("error …"); // that failure, when it comes
     return messages;
 }
@@ -135,10 +139,10 @@ TEST(log_messages, each_is_a_literal)
 
 TEST(log_messages, a_message_is_found_however_it_is_written)
 {
-    EXPECT_EQ((message_set{"error a … b … c", "info d", "error e", "error f"}),
-              messages_of_daemon(
-                  "log_error(\"a %.17s b \"\n    \"%zu c\", x);log_info(\"d\\n\");"
-                  "text_ref(failure).format(\"e\"); log_error(\"%s\", failure); x->failure = \"f\";"));
+    EXPECT_EQ((message_set{"error a … b … c", "info d", "error e", "error f", "info g …/…"}),
+              messages_of_daemon("log_error(\"a %.17s b \"\n    \"%zu c\", x);log_info(\"d\\n\");"
+                                 "text_ref(failure).format(\"e\"); log_error(\"%s\", failure); x->failure = "
+                                 "\"f\"; log_info(\"g \" G_DIR \"/%m\");"));
     EXPECT_EQ((message_set{"err … is …"}), messages_of_scripts("report err \"$1 is $name\""));
 }
 
