@@ -2,6 +2,7 @@
 
 #include "base/lock.h"
 
+#include <cerrno>
 #include <mxuci.h>
 #include <mxuci_gather.h>
 
@@ -89,14 +90,35 @@ int config_delete(const char *config, const char *section, const char *option)
     return mxuci_delete(config, section, option);
 }
 
-uci_loaded::uci_loaded(const char *config) : context_(nullptr), package_(nullptr), owned_(false)
+const char *config_reason(int result, int error)
+{
+    switch (result) {
+    case UCI_ERR_MEM:
+        return strerror(ENOMEM);
+    case UCI_ERR_NOTFOUND:
+        return strerror(ENOENT);
+    case UCI_ERR_PARSE:
+        return "it cannot be parsed";
+    case UCI_ERR_UNKNOWN:
+        return "it would not read back as what is meant";
+    default:
+        return strerror(error == 0 ? EIO : error);
+    }
+}
+
+uci_loaded::uci_loaded(const char *config)
+    : context_(nullptr), package_(nullptr), result_(UCI_OK), error_(0), owned_(false)
 {
     const config_hold hold;
-    if (mxuci_gather_view(config, &context_, &package_) != UCI_ERR_INVAL)
-        return;
-    owned_ = true;
-    context_ = uci_alloc_context();
-    if (context_ && uci_load(context_, config, &package_) != UCI_OK)
+    errno = 0;
+    result_ = mxuci_gather_view(config, &context_, &package_);
+    if (result_ == UCI_ERR_INVAL) {
+        owned_ = true;
+        context_ = uci_alloc_context();
+        result_ = context_ ? uci_load(context_, config, &package_) : static_cast<int>(UCI_ERR_MEM);
+    }
+    error_ = errno;
+    if (result_ != UCI_OK)
         package_ = nullptr;
 }
 

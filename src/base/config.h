@@ -31,6 +31,9 @@ int config_add_section(const char *config, const char *type, text_ref name_out);
 int config_del_section(const char *config, const char *section);
 int config_delete(const char *config, const char *section, const char *option);
 
+// Why a call failed: from its result, and errno at that time where the system refused something.
+const char *config_reason(int result, int error);
+
 // One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it
 // does. While an operation's work runs it is what the operation has gathered: then it changes with every call
 // above, and what a call deletes or replaces must not be touched any more.
@@ -42,6 +45,8 @@ public:
     uci_loaded &operator=(const uci_loaded &) = delete;
 
     explicit operator bool() const { return package_ != nullptr; }
+    // Why it is not there.
+    const char *reason() const { return config_reason(result_, error_); }
     uci_list *sections() const { return &package_->sections; }
     // The section of exactly this name, or null.
     uci_section *section(const char *name) const;
@@ -58,5 +63,6 @@ public:
 private:
     uci_context *context_;
     uci_package *package_;
+    int result_, error_;
     bool owned_;
 };

@@ -68,15 +68,6 @@ void operation::end_gathering()
     mxuci_gather_end();
 }
 
-const char *reason_text(const mxuci_failure &failure)
-{
-    if (failure.code == UCI_ERR_PARSE)
-        return "it cannot be parsed";
-    if (failure.code == UCI_ERR_UNKNOWN)
-        return "it would not read back as what is meant";
-    return strerror(failure.reason == 0 ? EIO : failure.reason);
-}
-
 void note_failure(step_queue &queue)
 {
     const mxuci_failure failure = mxuci_gather_failure();
@@ -84,7 +75,7 @@ void note_failure(step_queue &queue)
         return;
     char path[sizeof(UCI_CONFDIR "/") + sizeof(failure.config)];
     text_ref(path).format("%s/%s", UCI_CONFDIR, failure.config);
-    queue.fail(path, reason_text(failure));
+    queue.fail(path, config_reason(failure.code, failure.reason));
 }
 
 // Writes what was gathered since the last stage beside the files.
@@ -280,6 +271,14 @@ operation_result run_at_once(std::span<const operation_work> works)
 }
 
 } // namespace
+
+void operation_fail(const char *path, const char *reason)
+{
+    if (step_queue *const queue = step_queue::current())
+        queue->fail(path, reason);
+    else
+        log_error("Failed to work on file: %s: %s", path, reason);
+}
 
 operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept)
 {

@@ -40,6 +40,10 @@ template <typename callable> operation_work work_of(callable &body)
 // The most works of an operation.
 constexpr size_t most_works = 24;
 
+// Called by a work that cannot go on as it should: its operation fails, with this file and reason in the log.
+// Where works act at once, and outside of operations, that is all.
+void operation_fail(const char *path, const char *reason);
+
 // Runs an operation. `kept` is a value in memory that works change along with a configuration: it is set back
 // when they are run again or for nothing. Any thread; several operations may run at once, and each waits only
 // while another one gathers or writes. Works may not begin operations.

@@ -187,12 +187,12 @@ modify_later_result wan_modify_later(uint8_t wan_id, uint32_t wait, blob_attr *c
     }
     // Only the bus thread adds entries, so there is still none for this WAN, and room for one.
     pending_owner entry(static_cast<pending_modify *>(calloc(1, sizeof(pending_modify))));
-    if (!entry)
-        return modify_no_memory;
-    if (!read_base(wan_id, &entry->wan)) {
-        log_error("Nothing was changed: /etc/config/network cannot be read");
+    if (!entry) {
+        log_error("Nothing was changed: %m");
         return modify_no_memory;
     }
+    if (!read_base(wan_id, &entry->wan))
+        return modify_no_memory;
     if (wan_parse_args(attributes, &entry->wan, refused_out) != 0)
         return modify_invalid;
     return enqueue(static_cast<pending_owner &&>(entry), wait);

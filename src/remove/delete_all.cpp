@@ -17,6 +17,8 @@
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
 
+#include <cerrno>
+
 namespace {
 
 void remove_common_scripts()
@@ -78,8 +80,10 @@ int delete_listed(uci_list *entries)
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry) count++;
     const heap_ptr<uint8_t[]> ids(static_cast<uint8_t *>(malloc(count + 1)));
-    if (!ids)
+    if (!ids) {
+        operation_fail(UCI_CONFDIR "/network", strerror(ENOMEM));
         return UCI_ERR_MEM;
+    }
     count = 0;
     uci_foreach_element(entries, entry) ids[count++] = static_cast<uint8_t>(text_number(entry->name));
 

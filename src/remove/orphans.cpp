@@ -2,6 +2,7 @@
 
 #include "base/config.h"
 #include "base/log.h"
+#include "base/operation.h"
 #include "base/os.h"
 #include "rules/bridge_rule.h"
 #include "rules/route_rule.h"
@@ -9,7 +10,7 @@
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
 
-#include <cstdio>
+#include <cerrno>
 #include <cstdlib>
 
 namespace {
@@ -45,7 +46,7 @@ struct orphan_list {
     {
         orphan *const grown = static_cast<orphan *>(realloc(rows, (size + 1) * sizeof(orphan)));
         if (!grown)
-            return log_error("Failed to allocate an orphan");
+            return operation_fail(UCI_CONFDIR "/network", strerror(ENOMEM));
         rows = grown;
         rows[size] = {kind, id, {}, {}};
         (void)text_ref(rows[size].section).format("%s", section);

@@ -314,8 +314,10 @@ int wan_read_stored(wan_config *record)
     wan_reading reading = {record, nullptr, 0};
     wan_read_configured(network, &reading);
     const int result = finish_alone(reading);
-    if (!network)
+    if (!network) {
+        log_error("Failed to read file: " UCI_CONFDIR "/network: %s", network.reason());
         return configuration_unreadable;
+    }
     if (result != 0 || record->wanMode != wan_mode_routed)
         return result;
 

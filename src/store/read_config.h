@@ -50,6 +50,7 @@ int wan_read_config(wan_config *record);
 
 // Reads a WAN as wan_read_config() does, but such that writing the record again changes nothing: a static
 // WAN's addresses as configured instead of as in use, dialling on demand as 1, and what queries hide or leave
-// out for the WAN's protocols. Returns configuration_unreadable when that says nothing about the WAN.
+// out for the WAN's protocols. Returns configuration_unreadable, which is logged with the reason, when that
+// says nothing about the WAN.
 inline constexpr int configuration_unreadable = -2;
 int wan_read_stored(wan_config *record);

@@ -559,7 +559,7 @@ TEST_F(deferred_modify_test, what_cannot_be_read_is_not_changed_later)
               gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})"));
 
     gateway.set_config("network", good);
-    EXPECT_EQ("Nothing was changed: /etc/config/network cannot be read", gateway.log_texts(LOG_ERR).back());
+    EXPECT_EQ("Failed to read file: /etc/config/network: it cannot be parsed", gateway.log_texts(LOG_ERR).back());
     EXPECT_EQ(0U, waiting_changes());
 }
 
