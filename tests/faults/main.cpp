@@ -229,7 +229,9 @@ that is not true, a failure without a log line, a service that was not told, or 
 
 Calls are failed and counted from the moment of the request (for the import: from the opening of its list) on; what the daemon
 reads elsewhere, as the bridge's address, is not failed. At a power cut what no sync covers may be kept, lost, kept in part or
-mixed, each name and each write for itself, and what is below `/tmp` is lost.
+mixed, each name and each write for itself, and what is below `/tmp` is lost. A second kill or power cut is tried at each point of
+the next start; of an import, which the next start does again, at every 10th and 40th, another one after each first kill. What
+a start makes of files that were there before, byte for byte, is not tried again.
 )";
 
 int run(options wanted)

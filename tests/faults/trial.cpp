@@ -13,6 +13,10 @@ namespace {
 
 constexpr unsigned no_allocation = ~0U;
 
+// An operation of the start is done again by the next one, with as many calls: of those every so many-th
+// meets the second fault, another one after each first fault.
+constexpr size_t kills_apart = 10, cuts_apart = 40;
+
 // What is done at the start begins with the opening of this file.
 constexpr char import_list[] = "/tmp/wan_list";
 
@@ -231,7 +235,7 @@ verdict trial::attempt_run(const fault &wrong, size_t number)
 verdict trial::attempt_two(const fault &wrong, size_t number)
 {
     auto [watched, seen] = run_with(wrong, number);
-    const std::string &second = try_next_start(wrong, seen.at_once);
+    const std::string &second = try_next_start(wrong, seen.at_once, number);
     const next_start &next = start_from(seen.at_once);
     seen.wrong = second.empty() ? next.wrong : second;
     seen.present = next.files;
@@ -242,23 +246,25 @@ verdict trial::attempt_two(const fault &wrong, size_t number)
 
 // Lets whatever there is go wrong with a start from these files. Returns what is wrong after the one that
 // follows.
-const std::string &trial::try_next_start(const fault &wrong, const file_tree &files)
+const std::string &trial::try_next_start(const fault &wrong, const file_tree &files, size_t number)
 {
     const auto [entry, is_new] = faulty_starts_.try_emplace({wrong.happens, files});
     if (is_new)
-        entry->second = wrong.happens == fault::killed_twice ? kill_restarts(files) : cut_restart(files);
+        entry->second =
+            wrong.happens == fault::killed_twice ? kill_restarts(files, number) : cut_restart(files, number);
     return entry->second;
 }
 
 // Kills the next start before each of its calls, too. Returns what is wrong after the one that follows.
-std::string trial::kill_restarts(const file_tree &files)
+std::string trial::kill_restarts(const file_tree &files, size_t number)
 {
     const fault killed = {"", fault::killed, changing_calls, {}};
-    for (size_t number = 0;; number++) {
+    const size_t step = at_start() ? kills_apart : 1;
+    for (size_t second = number % step;; second += step) {
         put_files(files);
         watch watched;
         watched.wrong = &killed;
-        watched.number = number;
+        watched.number = second;
         watched.armed = true;
         {
             const auto daemon = ground_.start_daemon(watched);
@@ -275,7 +281,7 @@ std::string trial::kill_restarts(const file_tree &files)
 }
 
 // Cuts the power during the next start. Returns what is wrong after the one that follows.
-std::string trial::cut_restart(const file_tree &files)
+std::string trial::cut_restart(const file_tree &files, size_t number)
 {
     put_files(files);
     disk_log log(files);
@@ -286,7 +292,10 @@ std::string trial::cut_restart(const file_tree &files)
         const auto daemon = ground_.start_daemon(watched);
         (void)daemon->run([&] { return ground_.finished(*daemon); }, ground::patience);
     }
-    for (const disk_log::remains &left : log.all_remains()) {
+    const std::vector<disk_log::remains> all = log.all_remains();
+    const size_t step = at_start() ? cuts_apart : 1;
+    for (size_t i = number % step; i < all.size(); i += step) {
+        const disk_log::remains &left = all[i];
         const next_start &next = start_from(left.files);
         const observation seen{
             .at_once = left.files, .present = next.files, .memory_lost = true, .wrong = next.wrong};

@@ -40,9 +40,9 @@ private:
     verdict attempt_run(const fault &wrong, size_t number);
     verdict attempt_cut(size_t number);
     verdict attempt_two(const fault &wrong, size_t number);
-    const std::string &try_next_start(const fault &wrong, const file_tree &files);
-    std::string kill_restarts(const file_tree &files);
-    std::string cut_restart(const file_tree &files);
+    const std::string &try_next_start(const fault &wrong, const file_tree &files, size_t number);
+    std::string kill_restarts(const file_tree &files, size_t number);
+    std::string cut_restart(const file_tree &files, size_t number);
     void record_cuts();
 
     const left_out_call left_out_;
