@@ -168,7 +168,7 @@ bool begin_definition(void *argument)
     if (self.is_usable)
         parse_definition(self.text, &self.config);
     if (self.is_usable && self.is_first)
-        wan_delete_all();
+        (void)wan_delete_all();
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "create/parse_args.h"
 #include "modify/apply.h"
 #include "service/reply.h"
+#include "store/deletions.h"
 #include "store/read_config.h"
 
 #include <optional>
@@ -16,6 +17,7 @@ namespace {
 
 struct pending_modify {
     uint64_t countdown; // seconds still to wait
+    uint32_t deletions; // of the WAN when it was asked for
     bool applying;      // closed: its record is being applied as it is
     wan_config wan;
 };
@@ -29,12 +31,18 @@ constinit mutex pending_mutex;
 constinit pending_modify *pending_slots[slot_count] = {};
 constinit uint8_t pending_modify_count = 0;
 
-// With pending_mutex held.
+// Whether its WAN was deleted since. Another one may have the identifier by now.
+bool is_outlived(const pending_modify &entry)
+{
+    return entry.deletions != wan_deletions(entry.wan.wanId);
+}
+
+// With pending_mutex held, on the bus thread.
 std::optional<size_t> find_slot(uint8_t wan_id, bool applying)
 {
     for (size_t slot = 0; slot < slot_count; slot++) {
         const pending_modify *const entry = pending_slots[slot];
-        if (entry && entry->wan.wanId == wan_id && entry->applying == applying)
+        if (entry && entry->wan.wanId == wan_id && entry->applying == applying && !is_outlived(*entry))
             return slot;
     }
     return std::nullopt;
@@ -69,17 +77,33 @@ void count_down(size_t slot)
     }
 }
 
-// Closes the entry and hands out its record, unless a request has started its seconds anew. With
+// Closes the entry and hands out a copy, unless a request has started its seconds anew. With
 // handler_mutex held.
-bool close_entry(size_t slot, wan_config *record_out)
+bool close_entry(size_t slot, pending_modify *closed_out)
 {
     const scoped_lock lock(pending_mutex);
     pending_modify *const entry = pending_slots[slot];
     if (entry->countdown != 0)
         return false;
     entry->applying = true;
-    *record_out = entry->wan;
+    *closed_out = *entry;
     return true;
+}
+
+// Whether there surely is no WAN of an identifier.
+bool is_free(uint8_t wan_id)
+{
+    const uci_loaded network("network");
+    return network && !wan_device_section(network, wan_id);
+}
+
+// With handler_mutex held.
+void apply(const pending_modify &due)
+{
+    const uint8_t wan_id = due.wan.wanId;
+    if (is_outlived(due) && !is_free(wan_id))
+        return log_error("Failed to modify wan: wan_%u was deleted, and there is another one", wan_id);
+    (void)wan_modify_apply(&due.wan); // it logs what fails, and there is nobody to reply to
 }
 
 void empty_slot(size_t slot)
@@ -94,10 +118,10 @@ void empty_slot(size_t slot)
 bool apply_due(size_t slot)
 {
     const scoped_lock lock(handler_mutex);
-    wan_config record;
-    if (!close_entry(slot, &record))
+    pending_modify due;
+    if (!close_entry(slot, &due))
         return false;
-    (void)wan_modify_apply(&record); // it logs what fails, and there is nobody to reply to
+    apply(due);
     empty_slot(slot);
     return true;
 }
@@ -162,6 +186,7 @@ modify_later_result enqueue(pending_owner entry, uint32_t wait)
     const scoped_lock lock(pending_mutex);
     const size_t slot = lowest_empty_slot();
     entry->countdown = slot + wait;
+    entry->deletions = wan_deletions(entry->wan.wanId);
     pending_slots[slot] = entry.get();
     if (!start_worker(slot)) {
         log_error("Nothing was changed: a thread cannot be started");

@@ -13,6 +13,7 @@
 #include "service/reload.h"
 #include "service/settings.h"
 #include "service/reply.h"
+#include "store/deletions.h"
 #include "store/id_list.h"
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
@@ -133,29 +134,33 @@ unsigned wan_force_clear()
     return count;
 }
 
-void wan_delete_all()
+bool wan_delete_all()
 {
     const uci_loaded network("network");
     if (!network || !network.section("korvel"))
-        return;
+        return false;
     bool found = true;
     if (uci_list *const entries = wan_listed_ids(network))
         delete_by_list(entries);
     else
         found = sweep_without_list();
     if (wan_remove_orphans() == 0 && !found)
-        return;
+        return false;
     reload_system_services(all_wans_deleted);
+    return true;
 }
 
 int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
 {
     const scoped_lock lock(handler_mutex);
-    auto remove = [] {
-        wan_delete_all();
+    bool found = false;
+    auto remove = [&] {
+        found = wan_delete_all();
         return true;
     };
     const operation_work works[] = {work_of(remove)};
-    (void)operation_run(works, maxWanId); // it logs what fails, and there is nothing to reply
+    // It logs what fails, and there is nothing to reply.
+    if (operation_run(works, maxWanId) == operation_result::done && found)
+        wan_note_all_deleted();
     return UBUS_STATUS_OK;
 }

@@ -5,9 +5,9 @@
 
 // Deletes every WAN on the list, then the scripts that concern all of them and what belongs to no WAN
 // (remove/orphans.h), and reloads the services. Sweeps the configuration by force when the list cannot be
-// read or a deletion failed. Outcomes are logged. Call with the handler mutex held, or before the bus is
-// connected.
-void wan_delete_all();
+// read or a deletion failed. Outcomes are logged. Returns false when there was nothing to be deleted or it
+// cannot be told. Call with the handler mutex held, or before the bus is connected.
+bool wan_delete_all();
 
 // The sweep. Takes away, without looking at the WANs one by one: the scripts of every identifier on the list,
 // every device section but br-lan's, every interface whose name contains "wan_", and the list itself. Returns

@@ -11,6 +11,7 @@
 #include "service/reload.h"
 #include "service/reply.h"
 #include "service/settings.h"
+#include "store/deletions.h"
 #include "store/id_list.h"
 #include "store/read_config.h"
 #include "wan/stored_options.h"
@@ -201,7 +202,10 @@ int delete_locked(uint8_t wan_id)
         return result != no_such_wan;
     };
     const operation_work works[] = {work_of(remove)};
-    return operation_run(works, maxWanId) == operation_result::failed ? -1 : result;
+    const operation_result outcome = operation_run(works, maxWanId);
+    if (outcome == operation_result::done)
+        wan_note_deletion(wan_id);
+    return outcome == operation_result::failed ? -1 : result;
 }
 
 } // namespace

@@ -297,6 +297,34 @@ TEST_F(deferred_modify_test, a_wan_that_does_not_exist_is_accepted_and_then_not_
     EXPECT_EQ(text_lines{}, gateway.commands());
 }
 
+// Identifiers are given again; the new WAN has nothing to do with what was asked for the old one.
+TEST_F(deferred_modify_test, a_change_whose_wan_is_deleted_applies_to_no_other_one_of_its_identifier)
+{
+    silence_services();
+    for (const char *const method : {"del", "delAll"}) {
+        SCOPED_TRACE(method);
+        add(routed_dhcp(1, {.vid = 101}));
+        gateway.clear_log();
+        gateway.clear_commands();
+        expect_queued(1, R"("mtu":1400)", 2 * some_wait);
+        (void)gateway.call(method, R"({"wanId":1})");
+        add(routed_dhcp(1, {.vid = 102}));
+        // One for the new WAN stands beside it.
+        expect_queued(1, R"("prio":3)", 2 * some_wait);
+
+        ASSERT_TRUE(updates_reach(1, 1));
+        ASSERT_TRUE(workers_end());
+
+        EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
+        EXPECT_EQ("pon.102", gateway.device_option(1, "name"));
+        EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
+        EXPECT_EQ(text_lines{"wan_1"}, applied_updates());
+        EXPECT_EQ("Failed to modify wan: wan_1 was deleted, and there is another one",
+                  gateway.log_texts(LOG_ERR).back());
+        EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":1})"));
+    }
+}
+
 TEST_F(deferred_modify_test, an_immediate_change_meanwhile_is_overtaken_by_the_waiting_one)
 {
     add_routed(1);
@@ -559,7 +587,8 @@ TEST_F(deferred_modify_test, what_cannot_be_read_is_not_changed_later)
               gateway.call("modify", R"({"wanId":1,"mtu":1400,"wait":1})"));
 
     gateway.set_config("network", good);
-    EXPECT_EQ("Failed to read file: /etc/config/network: it cannot be parsed", gateway.log_texts(LOG_ERR).back());
+    EXPECT_EQ("Failed to read file: /etc/config/network: it cannot be parsed",
+              gateway.log_texts(LOG_ERR).back());
     EXPECT_EQ(0U, waiting_changes());
 }
 
