@@ -3,6 +3,7 @@
 #include "base/config.h"
 #include "base/log.h"
 #include "base/operation.h"
+#include "remove/references.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/multicast_vlan.h"
@@ -56,42 +57,6 @@ bool delete_interfaces(deletion &wan)
     wan.had_ipv6_interface = delete_interface(wan, wan.names.interface_v6);
     (void)delete_interface(wan, wan.names.dslite);
     return had_interface || wan.had_ipv6_interface;
-}
-
-// One option of another service that may name the WAN's interface.
-struct reference {
-    const char *config, *section, *option;
-    bool substring;          // a longer value that contains the name counts too
-    bool whole_section;      // the section goes, not the option alone
-    const char *also_delete; // an option that was made from it; null: none
-};
-
-constexpr reference references[] = {
-    {"omcproxy", "@proxy[0]", "uplink", /*substring=*/false, /*whole_section=*/true, nullptr},
-    {"upnpd", "config", "external_iface", /*substring=*/false, /*whole_section=*/false, nullptr},
-    {"dhcp", "lan", "dns_sync_with_wan", /*substring=*/false, /*whole_section=*/false, "dhcp_option"},
-    {"dhcp", "lan", "v6dns_sync_with_wan", /*substring=*/true, /*whole_section=*/false, "dns"},
-    {"network", "lan", "ip6class", /*substring=*/true, /*whole_section=*/false, nullptr},
-};
-
-bool names_interface(const reference &where, const char *interface)
-{
-    char value[10] = {};
-    if (config_get(where.config, where.section, where.option, value) != 0)
-        return false;
-    return where.substring ? strstr(value, interface) != nullptr : strcmp(value, interface) == 0;
-}
-
-void delete_references(deletion &wan)
-{
-    for (const reference &where : references) {
-        if (!names_interface(where, wan.names.interface))
-            continue;
-        wan.error |= where.whole_section ? config_del_section(where.config, where.section)
-                                         : config_delete(where.config, where.section, where.option);
-        if (where.also_delete)
-            (void)config_delete(where.config, where.section, where.also_delete);
-    }
 }
 
 // Finds the first entry of a bridge VLAN's ports that begins with the device's name, tagging letters and all.
@@ -179,7 +144,7 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     (void)wan_find_device(wanId, wan.device_section, wan.device);
     wan.error |= config_del_section("network", wan.device_section);
     if (delete_interfaces(wan)) {
-        delete_references(wan);
+        wan.error |= wan_delete_references(wan.names.interface);
         wan_remove_route_rule(wanId);
     } else {
         delete_bridged(wan);

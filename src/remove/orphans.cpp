@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/operation.h"
 #include "base/os.h"
+#include "remove/references.h"
 #include "rules/bridge_rule.h"
 #include "rules/route_rule.h"
 #include "store/id_list.h"
@@ -19,6 +20,7 @@ enum class orphan_kind : uint8_t {
     device,
     interface,
     zone_entry,
+    reference,
     bridge_script,
     route_script,
     listed,
@@ -27,7 +29,7 @@ enum class orphan_kind : uint8_t {
 
 struct orphan {
     orphan_kind kind;
-    uint8_t id;       // of a script
+    uint8_t id;       // of a script; the row of a reference
     char section[64]; // of the configuration
     char text[64];    // the zone's entry, the script's path, the identifier
 };
@@ -124,6 +126,22 @@ void find_zone_entries(const uci_loaded &network, orphan_list &found)
     }
 }
 
+// Values that merely contain a name may be somebody else's, and the proxy's uplink may stay with the IPv6
+// interface of a WAN that was deleted.
+void find_references(const known_wans &wans, orphan_list &found)
+{
+    const std::span<const wan_reference> all = wan_references();
+    for (size_t row = 0; row < all.size(); row++) {
+        char value[16] = {};
+        if (all[row].substring || wan_read_reference(all[row], value) != 0)
+            continue;
+        uint8_t id = 0;
+        if (is_wan_interface(value, id) && !wans.has_device[id] &&
+            strcmp(value, wan_names(id).interface) == 0)
+            found.add(orphan_kind::reference, static_cast<uint8_t>(row), all[row].config, value);
+    }
+}
+
 void find_scripts(const known_wans &wans, orphan_list &found)
 {
     for (uint32_t number = 1; number <= UINT8_MAX; number++) {
@@ -163,6 +181,7 @@ void find_orphans(orphan_list &found)
     const known_wans wans(network);
     find_sections(network, wans, found);
     find_zone_entries(network, found);
+    find_references(wans, found);
     find_scripts(wans, found);
     find_identifiers(network, wans, found);
 }
@@ -176,6 +195,9 @@ void log_orphan(const orphan &which)
         return log_warning("Interface %s belongs to no WAN", which.section);
     case orphan_kind::zone_entry:
         return log_warning("Firewall zone %s has %s, which is no interface", which.section, which.text);
+    case orphan_kind::reference:
+        return log_warning("%s.%s is %s, which is no WAN", which.section, wan_references()[which.id].option,
+                           which.text);
     case orphan_kind::bridge_script:
     case orphan_kind::route_script:
         return log_warning("Script %s belongs to no WAN", which.text);
@@ -198,6 +220,10 @@ bool remove_orphan(const orphan &which)
     case orphan_kind::zone_entry:
         if (config_del_list("firewall", which.section, "network", which.text) != 0)
             log_error("Failed to delete %s from firewall zone %s", which.text, which.section);
+        return true;
+    case orphan_kind::reference:
+        if (wan_delete_reference(wan_references()[which.id]) != 0)
+            log_error("Failed to delete %s from %s", which.text, which.section);
         return true;
     case orphan_kind::bridge_script:
         wan_remove_bridge_rule(which.id);

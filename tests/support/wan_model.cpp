@@ -225,7 +225,10 @@ void wan_model::delete_all()
     for (const uint8_t id : ids())
         erase(id);
     forget_highest_when_empty();
-    scripts_.clear(); // also what was left of a WAN without interfaces
+    // Also what was left of a WAN without interfaces.
+    scripts_.clear();
+    for (unsigned id = 1; id <= UINT8_MAX; id++)
+        erase_references(wan_interface(static_cast<uint8_t>(id)));
     write_multicast_script();
 }
 

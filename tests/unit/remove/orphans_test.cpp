@@ -25,6 +25,9 @@ protected:
         gateway.uci_add_list("network.korvel.wanList", "9");
         gateway.uci_add_list("network.korvel.wanList", "1");
         gateway.uci_add_list("firewall.@zone[1].network", "wan_10");
+        gateway.uci_set("omcproxy.@proxy[0].uplink", "wan_13");
+        gateway.uci_set("upnpd.config.external_iface", "wan_14");
+        gateway.uci_set("dhcp.lan.dns_sync_with_wan", "wan_15");
         for (const char *const path : {"/etc/korvel/rule_wan_11.sh", "/etc/hotplug.d/iface/99-wan_12"})
             gateway.write_file(path, "#!/bin/sh\necho \"$0 $1\" >>/tmp/ran\n", 0755);
         gateway.write_file("/etc/korvel/rule_wan_2.sh", "#!/bin/sh\n", 0755);
@@ -41,17 +44,20 @@ TEST_F(orphans_test, each_is_named_and_nothing_is_changed)
     wan_log_orphans();
 
     const text_lines warnings = gateway.log_texts(LOG_WARNING);
-    ASSERT_EQ(9U, warnings.size());
+    ASSERT_EQ(12U, warnings.size());
     EXPECT_TRUE(warnings[0].starts_with("Device section cfg")) << warnings[0];
     EXPECT_TRUE(warnings[0].ends_with(" belongs to no WAN, it has no name")) << warnings[0];
     EXPECT_EQ("Interface wan_7 belongs to no WAN", warnings[1]);
     EXPECT_EQ("Interface wan_7_v6 belongs to no WAN", warnings[2]);
     EXPECT_EQ("Interface dslite_8 belongs to no WAN", warnings[3]);
     EXPECT_TRUE(warnings[4].ends_with(" has wan_10, which is no interface")) << warnings[4];
-    EXPECT_EQ("Script /etc/korvel/rule_wan_11.sh belongs to no WAN", warnings[5]);
-    EXPECT_EQ("Script /etc/hotplug.d/iface/99-wan_12 belongs to no WAN", warnings[6]);
-    EXPECT_EQ("Identifier 9 is listed and has no device section", warnings[7]);
-    EXPECT_EQ("Identifier 1 is listed more than once", warnings[8]);
+    EXPECT_EQ("omcproxy.uplink is wan_13, which is no WAN", warnings[5]);
+    EXPECT_EQ("upnpd.external_iface is wan_14, which is no WAN", warnings[6]);
+    EXPECT_EQ("dhcp.dns_sync_with_wan is wan_15, which is no WAN", warnings[7]);
+    EXPECT_EQ("Script /etc/korvel/rule_wan_11.sh belongs to no WAN", warnings[8]);
+    EXPECT_EQ("Script /etc/hotplug.d/iface/99-wan_12 belongs to no WAN", warnings[9]);
+    EXPECT_EQ("Identifier 9 is listed and has no device section", warnings[10]);
+    EXPECT_EQ("Identifier 1 is listed more than once", warnings[11]);
     EXPECT_EQ(network, gateway.config("network"));
     EXPECT_EQ(firewall, gateway.config("firewall"));
     EXPECT_FALSE(gateway.exists("/tmp/ran"));
@@ -76,7 +82,8 @@ TEST_F(orphans_test, the_deletion_of_all_leaves_nothing_of_them)
 
     for (const char *const piece : {"wan_", "dslite_", "'200'", "secret", "wanList"})
         EXPECT_EQ(std::string::npos, gateway.config("network").find(piece)) << piece;
-    EXPECT_EQ(std::string::npos, gateway.config("firewall").find("wan_"));
+    for (const char *const config : {"firewall", "omcproxy", "upnpd", "dhcp"})
+        EXPECT_EQ(std::string::npos, gateway.config(config).find("wan_")) << config;
     EXPECT_EQ(text_lines{}, gateway.list_directory("/etc/korvel"));
     EXPECT_EQ(text_lines{}, gateway.list_directory("/etc/hotplug.d/iface"));
     EXPECT_EQ("/etc/hotplug.d/iface/99-wan_12 -r\n/etc/korvel/rule_wan_11.sh -r\n", gateway.file("/tmp/ran"));
