@@ -8,7 +8,7 @@
 #include "create/parse_args.h"
 #include "modify/apply.h"
 #include "service/reply.h"
-#include "store/deletions.h"
+#include "store/generations.h"
 #include "store/read_config.h"
 
 #include <optional>
@@ -16,9 +16,9 @@
 namespace {
 
 struct pending_modify {
-    uint64_t countdown; // seconds still to wait
-    uint32_t deletions; // of the WAN when it was asked for
-    bool applying;      // closed: its record is being applied as it is
+    uint64_t countdown;  // seconds still to wait
+    uint32_t generation; // of its WAN when it was asked for
+    bool applying;       // closed: its record is being applied as it is
     wan_config wan;
 };
 
@@ -31,10 +31,10 @@ constinit mutex pending_mutex;
 constinit pending_modify *pending_slots[slot_count] = {};
 constinit uint8_t pending_modify_count = 0;
 
-// Whether its WAN was deleted since. Another one may have the identifier by now.
+// Whether its identifier does not mean what it meant when the change was asked for.
 bool is_outlived(const pending_modify &entry)
 {
-    return entry.deletions != wan_deletions(entry.wan.wanId);
+    return entry.generation != wan_generation(entry.wan.wanId);
 }
 
 // With pending_mutex held, on the bus thread.
@@ -102,7 +102,7 @@ void apply(const pending_modify &due)
 {
     const uint8_t wan_id = due.wan.wanId;
     if (is_outlived(due) && !is_free(wan_id))
-        return log_error("Failed to modify wan: wan_%u was deleted, and there is another one", wan_id);
+        return log_error("Failed to modify wan: wan_%u is not the one that was meant", wan_id);
     (void)wan_modify_apply(&due.wan); // it logs what fails, and there is nobody to reply to
 }
 
@@ -186,7 +186,7 @@ modify_later_result enqueue(pending_owner entry, uint32_t wait)
     const scoped_lock lock(pending_mutex);
     const size_t slot = lowest_empty_slot();
     entry->countdown = slot + wait;
-    entry->deletions = wan_deletions(entry->wan.wanId);
+    entry->generation = wan_generation(entry->wan.wanId);
     pending_slots[slot] = entry.get();
     if (!start_worker(slot)) {
         log_error("Nothing was changed: a thread cannot be started");

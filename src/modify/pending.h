@@ -4,8 +4,8 @@
 // applies it. A new change takes the lowest empty slot, and the slot's number is added to its seconds, so
 // that changes asked for together are applied one after the other. A further request for the same WAN is laid
 // over the waiting change and starts its seconds anew. A change stays in its slot, closed to further
-// requests, until it is applied. One whose WAN was deleted meanwhile keeps its slot, too, but applies to no
-// other WAN of the same identifier, and no request joins it.
+// requests, until it is applied. One whose WAN was deleted or
+// made meanwhile keeps its slot, too, but applies to no WAN, and no request joins it.
 //
 // The table has a lock of its own, which is only held for moments; a worker about to apply takes the handler
 // mutex first.

@@ -13,7 +13,7 @@
 #include "service/reload.h"
 #include "service/settings.h"
 #include "service/reply.h"
-#include "store/deletions.h"
+#include "store/generations.h"
 #include "store/id_list.h"
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
@@ -161,6 +161,6 @@ int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const
     const operation_work works[] = {work_of(remove)};
     // It logs what fails, and there is nothing to reply.
     if (operation_run(works, maxWanId) == operation_result::done && found)
-        wan_note_all_deleted();
+        wan_all_generations_end();
     return UBUS_STATUS_OK;
 }

@@ -12,7 +12,7 @@
 #include "service/reload.h"
 #include "service/reply.h"
 #include "service/settings.h"
-#include "store/deletions.h"
+#include "store/generations.h"
 #include "store/id_list.h"
 #include "store/read_config.h"
 #include "wan/stored_options.h"
@@ -169,7 +169,7 @@ int delete_locked(uint8_t wan_id)
     const operation_work works[] = {work_of(remove)};
     const operation_result outcome = operation_run(works, maxWanId);
     if (outcome == operation_result::done)
-        wan_note_deletion(wan_id);
+        wan_generation_ends(wan_id);
     return outcome == operation_result::failed ? -1 : result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/config.h"
 #include "base/log.h"
+#include "store/generations.h"
 #include "store/id_list.h"
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
@@ -94,6 +95,7 @@ uint8_t wan_id_choose()
 
 void wan_id_take(uint8_t id)
 {
+    wan_generation_ends(id);
     const uint32_t next = wan_id_next();
     if (id == next) {
         (void)wan_id_alloc(0);

@@ -319,10 +319,24 @@ TEST_F(deferred_modify_test, a_change_whose_wan_is_deleted_applies_to_no_other_o
         EXPECT_EQ("pon.102", gateway.device_option(1, "name"));
         EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
         EXPECT_EQ(text_lines{"wan_1"}, applied_updates());
-        EXPECT_EQ("Failed to modify wan: wan_1 was deleted, and there is another one",
+        EXPECT_EQ("Failed to modify wan: wan_1 is not the one that was meant",
                   gateway.log_texts(LOG_ERR).back());
         EXPECT_EQ(result_reply(0, 0, "korvel del OK."), gateway.call("del", R"({"wanId":1})"));
     }
+}
+
+// On top of nothing it would make a WAN of defaults.
+TEST_F(deferred_modify_test, a_change_without_a_wan_applies_to_none_that_is_made_meanwhile)
+{
+    add_routed(1);
+    expect_queued(2, R"("mtu":1400)", 2 * some_wait);
+
+    add(routed_dhcp(2, {.vid = 102}));
+    const std::string made = gateway.config("network");
+
+    ASSERT_TRUE(workers_end());
+    EXPECT_EQ(made, gateway.config("network"));
+    EXPECT_EQ("Failed to modify wan: wan_2 is not the one that was meant", gateway.log_texts(LOG_ERR).back());
 }
 
 TEST_F(deferred_modify_test, an_immediate_change_meanwhile_is_overtaken_by_the_waiting_one)
