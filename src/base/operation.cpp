@@ -41,6 +41,7 @@ public:
     operation &operator=(const operation &) = delete;
 
     operation_result run();
+    const operation_failure &failure() const { return failure_; }
 
 private:
     verdict decide(size_t first_work);
@@ -50,6 +51,7 @@ private:
     void take_up_again(unsigned *stage);
     bool put_into_place(unsigned stage);
     bool complete();
+    void fail(const char *path, const char *reason);
     unsigned stages() const { return steps_.size() == 0 ? 0 : steps_[steps_.size() - 1].stage + 1; }
     static void end_gathering();
 
@@ -59,6 +61,7 @@ private:
     step_list steps_;
     record_file record_;
     int record_error_ = 0;                      // why there is no record
+    operation_failure failure_ = {};            // of the last decision that failed
     std::optional<scoped_lock<mutex>> writing_; // but for while commands run
 };
 
@@ -161,6 +164,12 @@ verdict operation::attempt(size_t first_work, step_queue &queue)
     return verdict::failed;
 }
 
+void operation::fail(const char *path, const char *reason)
+{
+    (void)text_ref(failure_.path).format("%s", path);
+    (void)text_ref(failure_.reason).format("%s", reason);
+}
+
 // Brings the works from one of them on to a decision, with the files of their first stage locked; or leaves
 // everything as it was.
 verdict operation::decide(size_t first_work)
@@ -174,14 +183,18 @@ verdict operation::decide(size_t first_work)
         steps_.swap(queue.steps);
         if (result == verdict::decided)
             return result;
-        if (queue.failed())
-            log_error("Nothing was changed: %s: %s", queue.failed_path(), queue.reason());
+        if (queue.failed()) {
+            fail(queue.failed_path(), queue.reason());
+            log_error("Nothing was changed: %s: %s", failure_.path, failure_.reason);
+        }
         drop_temporaries(steps_);
         end_gathering();
         kept_ = kept;
     }
-    if (result == verdict::again)
+    if (result == verdict::again) {
+        fail("", "other programs write the configuration");
         log_error("Nothing was changed: other programs write the configuration over and over");
+    }
     record_.drop();
     return result == verdict::again ? verdict::failed : result;
 }
@@ -241,8 +254,10 @@ bool operation::complete()
 operation_result operation::run()
 {
     writing_.emplace(operation_mutex);
-    if (!complete_recorded_operations())
+    if (!complete_recorded_operations()) {
+        fail(record_.path(), "an earlier change cannot be completed");
         return operation_result::failed;
+    }
     switch (decide(0)) {
     case verdict::decided:
         break;
@@ -254,8 +269,12 @@ operation_result operation::run()
     case verdict::again:
         return operation_result::failed;
     }
-    if (complete())
+    const bool completed = complete();
+    failure_ = {}; // one between two stages has left the rest as it was decided
+    if (completed)
         record_.finish();
+    else
+        fail(record_.path(), "not all of it is in place yet");
     return operation_result::done;
 }
 
@@ -280,10 +299,14 @@ void operation_fail(const char *path, const char *reason)
         log_error("Failed to work on file: %s: %s", path, reason);
 }
 
-operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept)
+operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept,
+                               operation_failure *failure_out)
 {
     if (!mxuci_gathers())
         return run_at_once(works);
     operation whole(works, kept);
-    return whole.run();
+    const operation_result result = whole.run();
+    if (failure_out)
+        *failure_out = whole.failure();
+    return result;
 }

@@ -31,6 +31,13 @@ enum class operation_result {
     failed,  // nothing has changed; the log names file and reason
 };
 
+// Why an operation failed, or that it is done but for what the next one has to complete: empty texts when
+// neither is so. An empty path: no file is to blame.
+struct operation_failure {
+    char path[256];
+    char reason[64];
+};
+
 // A work that is a callable, which must outlive the operation.
 template <typename callable> operation_work work_of(callable &body)
 {
@@ -46,5 +53,6 @@ void operation_fail(const char *path, const char *reason);
 
 // Runs an operation. `kept` is a value in memory that works change along with a configuration: it is set back
 // when they are run again or for nothing. Any thread; several operations may run at once, and each waits only
-// while another one gathers or writes. Works may not begin operations.
-operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept);
+// while another one gathers or writes. Works may not begin operations. failure_out may be null.
+operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept,
+                               operation_failure *failure_out = nullptr);

@@ -119,12 +119,15 @@ struct scripted_work {
     }
 };
 
+operation_failure failure; // of the last run_works()
+
 operation_result run_works(std::vector<scripted_work> works)
 {
     std::vector<operation_work> rows;
     for (scripted_work &each : works)
         rows.push_back(each.row());
-    return operation_run(rows, kept);
+    failure = {"not written", "not written"};
+    return operation_run(rows, kept, &failure);
 }
 
 class operation_test : public gateway_test {
@@ -447,6 +450,8 @@ TEST_F(operation_test, what_cannot_be_written_is_named)
 
     EXPECT_EQ(text_lines{"Nothing was changed: /etc/korvel/new: Read-only file system"},
               gateway.log_texts(LOG_ERR));
+    EXPECT_STREQ("/etc/korvel/new", failure.path);
+    EXPECT_STREQ("Read-only file system", failure.reason);
     EXPECT_EQ(base, gateway.config("t"));
 }
 
@@ -477,6 +482,7 @@ TEST_F(operation_test, a_neighbour_that_writes_before_the_decision_has_the_works
 
     EXPECT_EQ(2, runs);
     EXPECT_EQ(8U, kept) << "set back in between";
+    EXPECT_STREQ("", failure.reason);
     EXPECT_EQ("\nconfig globals 'g'\n\toption theirs '1'\n\toption ours '1'\n\n", gateway.config("t"));
 }
 
@@ -491,6 +497,8 @@ TEST_F(operation_test, a_neighbour_that_never_stops_writing_makes_it_fail)
 
     EXPECT_EQ(100, runs);
     EXPECT_FALSE(gateway.uci_get("t.g.ours"));
+    EXPECT_STREQ("", failure.path);
+    EXPECT_STREQ("other programs write the configuration", failure.reason);
 }
 
 TEST_F(operation_test, a_neighbour_between_two_stages_has_the_rest_run_again)
@@ -654,8 +662,12 @@ TEST_F(operation_test, what_an_earlier_one_could_not_complete_is_completed_first
             calls.failing = calls.count; // every time
     };
     EXPECT_EQ(operation_result::done, change_all());
+    EXPECT_STREQ("/etc/config/.korvel.record", failure.path);
+    EXPECT_STREQ("not all of it is in place yet", failure.reason);
     EXPECT_NE(after, state());
     EXPECT_EQ(operation_result::failed, run_works({{[] { return config_set("t", "g", "more", "1") == 0; }}}));
+    EXPECT_STREQ("/etc/config/.korvel.record", failure.path);
+    EXPECT_STREQ("an earlier change cannot be completed", failure.reason);
     calls = {};
 
     EXPECT_EQ(operation_result::done, run_works({{[] { return true; }}}));
