@@ -1,12 +1,11 @@
 #include "create/add.h"
 
-#include "base/operation.h"
 #include "create/conflicts.h"
 #include "create/create.h"
 #include "create/parse_args.h"
+#include "service/change.h"
 #include "service/policies.h"
 #include "service/reply.h"
-#include "service/settings.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ int create_locked(const wan_config *config)
         return refusal == 0;
     };
     const operation_work works[] = {work_of(create)};
-    return operation_run(works, maxWanId) == operation_result::failed ? creation_failed : refusal;
+    return change_run(works, 0) == operation_result::failed ? creation_failed : refusal;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "service/board.h"
+#include "service/change.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
 #include "wan/stored_options.h"
@@ -67,11 +68,17 @@ bool shares_vlan(const wan_config *config, const char *vid, const char *wan_mode
     return vid && text_number(vid) == config->vid;
 }
 
+// The conflict that a WAN has with itself, as soon as there is any other.
+bool is_own_multicast_vlan(const wan_config *config)
+{
+    return config->mvid != 0 && config->mvid == config->vid;
+}
+
 bool shares_multicast_vlan(const wan_config *config, const char *mvid)
 {
     if (config->mvid == 0)
         return false;
-    return config->mvid == config->vid || (mvid && text_number(mvid) == config->mvid);
+    return is_own_multicast_vlan(config) || (mvid && text_number(mvid) == config->mvid);
 }
 
 int compare_with(const wan_config *config, const uci_loaded &network, uci_section *device)
@@ -92,7 +99,14 @@ bool is_lan_bridge(const uci_loaded &network, uci_section *device)
     return type && strcmp(type, "bridge") == 0;
 }
 
-int compare_with_devices(const wan_config *config, const char *exclude_section)
+// The identifier that a device section's link name begins with; 0 when it has none.
+uint8_t wan_of(const uci_loaded &network, uci_section *device)
+{
+    const char *const link_name = network.plain(device, STORED(wanName).name);
+    return link_name ? static_cast<uint8_t>(text_number(link_name)) : uint8_t{0};
+}
+
+int compare_with_devices(const wan_config *config, const char *exclude_section, uint8_t *other_out)
 {
     const uci_loaded network("network");
     if (!network)
@@ -105,34 +119,42 @@ int compare_with_devices(const wan_config *config, const char *exclude_section)
             (exclude_section && strcmp(exclude_section, element->name) == 0))
             continue;
         const int conflict = compare_with(config, network, section);
-        if (conflict != conflict_none)
-            return conflict;
+        if (conflict == conflict_none)
+            continue;
+        if (other_out && !(conflict == conflict_vlan && is_own_multicast_vlan(config)))
+            *other_out = wan_of(network, section);
+        return conflict;
     }
     return conflict_none;
 }
 
 } // namespace
 
-int wan_check_conflicts(const wan_config *config, const char *exclude_section)
+int wan_check_conflicts(const wan_config *config, const char *exclude_section, uint8_t *other_out)
 {
+    if (other_out)
+        *other_out = 0;
     if (config->wanMode == wan_mode_bridged && config->service == service_other && !binds_a_port(config))
         return conflict_port_required;
     if (binds_uplink_port(config))
         return conflict_vlan;
-    return compare_with_devices(config, exclude_section);
+    return compare_with_devices(config, exclude_section, other_out);
 }
 
-bool wan_conflict_refuses(int result, const char *verb, const wan_config *config)
+bool wan_conflict_refuses(int result, const char *verb, const wan_config *config, uint8_t other)
 {
     switch (result) {
     case conflict_port_bound:
         log_error("Failed to %s wan: port binding %.17s exist", verb, config->bind);
+        note_refusal(wan_action::refused, "a port is bound to another WAN", "port", other);
         return true;
     case conflict_vlan:
         log_error("Failed to %s wan: vlan %u exist", verb, config->vid);
+        note_refusal(wan_action::refused, "the VLAN is taken", "vlan", other);
         return true;
     case conflict_port_required:
         log_error("Failed to %s wan: port binding required", verb);
+        note_refusal(wan_action::refused, "no port is bound", "unbound");
         return true;
     default:
         return false;

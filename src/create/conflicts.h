@@ -13,9 +13,11 @@ enum : int {
 };
 
 // Compares a WAN with the device sections of `network`, leaving out the section named exclude_section (null:
-// none). Writes and logs nothing. Returns the first conflict found.
-int wan_check_conflicts(const wan_config *config, const char *exclude_section);
+// none). Writes and logs nothing. Returns the first conflict found, and in *other_out, which may be null, the
+// identifier of the WAN that it is with; 0 when it is with none.
+int wan_check_conflicts(const wan_config *config, const char *exclude_section, uint8_t *other_out = nullptr);
 
-// Logs a conflict as "Failed to <verb> wan: …". Returns whether `result` is one that refuses the operation;
-// another result, conflict_unreadable among them, does not.
-bool wan_conflict_refuses(int result, const char *verb, const wan_config *config);
+// Logs a conflict as "Failed to <verb> wan: …" and notes it, with the other WAN, as what refuses the change.
+// Returns whether `result` is one that refuses the operation; another result, conflict_unreadable among them,
+// does not.
+bool wan_conflict_refuses(int result, const char *verb, const wan_config *config, uint8_t other = 0);

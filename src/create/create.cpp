@@ -8,6 +8,7 @@
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
 #include "service/board.h"
+#include "service/change.h"
 #include "service/reload.h"
 #include "service/settings.h"
 #include "store/id_list.h"
@@ -358,13 +359,19 @@ void write_bridged(creation &wan)
 // Puts a new WAN on the list. Returns 0, or what refuses it.
 int list_new(const wan_config *config, uint8_t &id_out)
 {
-    const int conflict = wan_check_conflicts(config, nullptr);
-    if (wan_conflict_refuses(conflict, "add", config))
+    char device[sizeof(wan_config::device)] = {};
+    wan_device_name(*config, device);
+    note_subject("", device);
+    uint8_t other = 0;
+    const int conflict = wan_check_conflicts(config, nullptr, &other);
+    if (wan_conflict_refuses(conflict, "add", config, other))
         return conflict;
     const config_hold hold;
     id_out = wan_id_choose();
-    if (id_out == 0)
+    if (id_out == 0) {
+        note_refusal(wan_action::refused, "no identifier is left");
         return no_identifier_left;
+    }
     wan_id_take(id_out);
     return 0;
 }
@@ -394,6 +401,8 @@ int wan_write(const wan_config *config, uint8_t fixed_id)
         write_routed(wan);
     if (wan.error != 0)
         log_error("Error happened when writing wan_%u data: %d", id, wan.error);
+    note_wan(fixed_id != 0 ? wan_action::changed : wan_action::created, id, wan.rule.lkname, wan.device,
+             wan.error == 0);
 
     wan_write_mvlan_rule();
     return 0;

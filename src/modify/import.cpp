@@ -2,13 +2,12 @@
 
 #include "base/heap.h"
 #include "base/log.h"
-#include "base/operation.h"
 #include "base/os.h"
 #include "base/own_file.h"
 #include "create/create.h"
 #include "remove/delete_all.h"
+#include "service/change.h"
 #include "service/policies.h"
-#include "service/settings.h"
 
 #include <cstdio>
 #include <iterator>
@@ -213,5 +212,5 @@ void wan_import_custom()
         works[work_count++] = {begin_definition, &each};
         works[work_count++] = {complete_definition, &each};
     }
-    (void)operation_run({works, work_count}, maxWanId); // it logs what fails; the files then stay
+    (void)change_run({works, work_count}, 0); // it logs what fails; the files then stay
 }

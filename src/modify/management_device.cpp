@@ -1,7 +1,7 @@
 #include "modify/management_device.h"
 
 #include "base/config.h"
-#include "base/operation.h"
+#include "service/change.h"
 #include "service/reply.h"
 #include "service/settings.h"
 #include "store/id_list.h"
@@ -44,6 +44,7 @@ int write_identity(const char *section, uint8_t id)
     char mac[18] = {};
     if (wan_derive_mac(id, mac) == 0)
         error |= config_set("network", section, STORED(mac).name, mac);
+    note_wan(wan_action::created, id, link_name, management_device_name, error == 0);
     return error;
 }
 
@@ -52,8 +53,12 @@ int add_management_device()
     // A worker that deletes a section meanwhile would give the new one another name.
     const config_hold hold;
     const uint8_t id = wan_id_choose();
-    if (id == 0)
+    note_subject("", management_device_name);
+    if (id == 0) {
+        note_refusal(wan_action::refused, "no identifier is left");
         return -1;
+    }
+    note_refusal(wan_action::failed, "the configuration cannot be written");
     char section[32] = {};
     if (config_add_section("network", "device", section) != 0)
         return -1;
@@ -70,7 +75,7 @@ int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *requ
     handler_reply reply;
     auto add = [] { return add_management_device() == 0; };
     const operation_work works[] = {work_of(add)};
-    if (operation_run(works, maxWanId) != operation_result::done) {
+    if (change_run(works, 0) != operation_result::done) {
         reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

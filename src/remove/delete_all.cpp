@@ -3,15 +3,14 @@
 #include "base/config.h"
 #include "base/heap.h"
 #include "base/log.h"
-#include "base/operation.h"
 #include "remove/delete_wan.h"
 #include "remove/orphans.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
+#include "service/change.h"
 #include "service/reload.h"
-#include "service/settings.h"
 #include "service/reply.h"
 #include "store/generations.h"
 #include "store/id_list.h"
@@ -52,6 +51,16 @@ bool must_go(const uci_loaded &network, uci_section *section)
     return strcmp(section->type, "interface") == 0 && strstr(section->e.name, wan_interface_mark);
 }
 
+// A device section with a link name is a WAN.
+void note_deletion(const uci_loaded &network, uci_section *section)
+{
+    const char *const link_name = network.plain(section, STORED(wanName).name);
+    const char *const device = network.plain(section, STORED(device).name);
+    if (link_name && device)
+        note_wan(wan_action::deleted, static_cast<uint8_t>(text_number(link_name)), link_name, device,
+                 /*complete=*/true);
+}
+
 // Deletes from the last section to the first: written at once, a deletion gives every unnamed section behind
 // it another name, while those before it keep theirs.
 unsigned sweep_sections()
@@ -67,6 +76,7 @@ unsigned sweep_sections()
         if (!must_go(network, section))
             continue;
         count++;
+        note_deletion(network, section); // before it is gone
         if (config_del_section("network", section->e.name) != 0)
             log_error("Failed to delete section %s", section->e.name);
     }
@@ -160,7 +170,7 @@ int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const
     };
     const operation_work works[] = {work_of(remove)};
     // It logs what fails, and there is nothing to reply.
-    if (operation_run(works, maxWanId) == operation_result::done && found)
+    if (change_run(works, 0) == operation_result::done && found)
         wan_all_generations_end();
     return UBUS_STATUS_OK;
 }

@@ -2,12 +2,12 @@
 
 #include "base/config.h"
 #include "base/log.h"
-#include "base/operation.h"
 #include "remove/references.h"
 #include "rules/bridge_rule.h"
 #include "rules/isolation.h"
 #include "rules/multicast_vlan.h"
 #include "rules/route_rule.h"
+#include "service/change.h"
 #include "service/policies.h"
 #include "service/reload.h"
 #include "service/reply.h"
@@ -26,6 +26,7 @@ struct deletion {
     wan_names names;
     char device_section[section_name_size];
     char device[12];
+    char link_name[sizeof(wan_config::wanName)];
     uint8_t service;
     uint16_t mvid;
     bool had_ipv6_interface;
@@ -126,11 +127,14 @@ void finish(deletion &wan, int reload, int keep_ids)
 
 int wan_delete(uint8_t wanId, int reload, int keep_ids)
 {
-    deletion wan = {wanId, wan_names(wanId), {}, {}, 0, 0, false, 0};
+    deletion wan = {wanId, wan_names(wanId), {}, {}, {}, 0, 0, false, 0};
     if (wanId == 0 || wan_find_device(wanId, wan.device_section, wan.device) != 0) {
         log_error("Failed to delete wan_%u", wanId);
+        note_refusal(keep_ids ? wan_action::lost : wan_action::refused, "there is no such WAN");
         return no_such_wan;
     }
+    (void)config_get("network", wan.device_section, STORED(wanName).name, wan.link_name);
+    note_subject(wan.link_name, text_view(wan.device));
     wan.service = static_cast<uint8_t>(device_number(wan, STORED(service)));
     wan.mvid = static_cast<uint16_t>(device_number(wan, STORED(mvid)));
 
@@ -138,6 +142,7 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
     if (wan.error != 0 && keep_ids) {
         // Nobody would write the WAN again: better to leave it whole.
         log_error("Failed to delete wan_%u: %d", wanId, wan.error);
+        note_refusal(wan_action::failed, "the configuration cannot be written");
         return wan.error;
     }
     // That write also committed what others had left pending, and may so have renamed the section.
@@ -153,6 +158,8 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
 
     if (wan.error != 0)
         log_error("Failed to delete wan_%u: %d", wanId, wan.error);
+    if (!keep_ids)
+        note_wan(wan_action::deleted, wanId, wan.link_name, text_view(wan.device), wan.error == 0);
     return wan.error;
 }
 
@@ -167,7 +174,7 @@ int delete_locked(uint8_t wan_id)
         return result != no_such_wan;
     };
     const operation_work works[] = {work_of(remove)};
-    const operation_result outcome = operation_run(works, maxWanId);
+    const operation_result outcome = change_run(works, wan_id);
     if (outcome == operation_result::done)
         wan_generation_ends(wan_id);
     return outcome == operation_result::failed ? -1 : result;

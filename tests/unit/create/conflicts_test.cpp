@@ -331,6 +331,37 @@ TEST_F(conflicts_test, the_first_conflict_decides)
     EXPECT_EQ(check(other_wan("0000")), conflict_port_required);
 }
 
+TEST_F(conflicts_test, the_wan_that_the_conflict_is_with_is_named)
+{
+    const std::string of_7 = "\toption lkname '7_INTERNET_B_VID_100'\n\toption name 'pon.100'\n";
+    const std::string port = "\toption vid '9'\n\tlist port_binding '1'\n", vlan = "\toption vid '100'\n";
+    const std::string mvid = "\toption vid '9'\n\toption mvid '500'\n", other = "\toption vid '8'\n";
+    struct {
+        const char *what;
+        std::vector<std::string> devices;
+        wan_config wan;
+        int conflict;
+        uint8_t other;
+    } const cases[] = {
+        {"port", {other, of_7 + port}, bridged_wan(2, "1", {.vid = 100}), conflict_port_bound, 7},
+        {"VLAN", {other, of_7 + vlan}, bridged_wan(2, "0", {.vid = 100}), conflict_vlan, 7},
+        {"multicast", {of_7 + mvid}, routed_dhcp(2, {.vid = 100, .mvid = 500}), conflict_vlan, 7},
+        {"the own one", {of_7 + other}, routed_dhcp(2, {.vid = 100, .mvid = 100}), conflict_vlan, 0},
+        {"no WAN", {vlan}, bridged_wan(2, "0", {.vid = 100}), conflict_vlan, 0},
+        {"no port", {of_7 + vlan}, other_wan("0000"), conflict_port_required, 0},
+        {"none", {of_7 + other}, bridged_wan(2, "0", {.vid = 100}), conflict_none, 0},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.what);
+        store_devices(row.devices);
+        uint8_t named = 99;
+
+        EXPECT_EQ(row.conflict, wan_check_conflicts(&row.wan, nullptr, &named));
+
+        EXPECT_EQ(row.other, named);
+    }
+}
+
 TEST_F(conflicts_test, a_configuration_that_cannot_be_read_is_told_apart)
 {
     gateway.remove("/etc/config/network");
