@@ -118,19 +118,25 @@ long read_file(const char *path, text_ref content)
     return static_cast<long>(length);
 }
 
-uint64_t steady_milliseconds()
+namespace {
+
+uint64_t milliseconds_of(clockid_t clock)
 {
     timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    (void)clock_gettime(clock, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-void sleep_until(uint64_t milliseconds)
+} // namespace
+
+uint64_t steady_milliseconds()
 {
-    const timespec end = {static_cast<time_t>(milliseconds / 1000),
-                          static_cast<long>(milliseconds % 1000 * 1000000)};
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR)
-        ;
+    return milliseconds_of(CLOCK_MONOTONIC);
+}
+
+uint64_t wall_milliseconds()
+{
+    return milliseconds_of(CLOCK_REALTIME);
 }
 
 script_file::script_file(const char *path) : path_(path), file_(path, temporary_ending)

@@ -1,4 +1,4 @@
-// What leaves the process: commands, files, sleep.
+// What leaves the process: commands, files; and the time.
 //
 // While an operation's work runs, what changes the machine is not done but noted as a step of the operation,
 // and what asks about it is answered as if it had been done. Reading commands are run all the same.
@@ -40,9 +40,9 @@ void make_directory(const char *path);
 // Returns the number of bytes, or -1 when the file cannot be opened.
 long read_file(const char *path, text_ref content);
 
-// The time of a clock that nobody sets, and sleep until it shows that much.
+// The time of a clock that nobody sets, and of the one that people set, since 1970.
 uint64_t steady_milliseconds();
-void sleep_until(uint64_t milliseconds);
+uint64_t wall_milliseconds();
 
 // An executable script that appears under its path whole or not at all, as file_replacement does it: it is
 // opened beside it under a hidden name, and written, synced and, unless it becomes a step of an operation,

@@ -1,6 +1,8 @@
 // Who gets a lock that several wait for.
 #include "base/lock.h"
 
+#include "base/os.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -67,6 +69,49 @@ TEST(fair_mutex, one_at_a_time_holds_it)
         thread.join();
 
     EXPECT_EQ(1, most);
+}
+
+TEST(timed_signal, the_wait_ends_when_the_clock_shows_the_moment)
+{
+    mutex lock;
+    timed_signal signal;
+    ASSERT_TRUE(signal.open());
+    const uint64_t end = steady_milliseconds() + 300;
+    {
+        const scoped_lock hold(lock);
+        while (signal.wait_until(lock, end))
+            ;
+        EXPECT_GE(steady_milliseconds(), end);
+        EXPECT_FALSE(signal.wait_until(lock, end)) << "that is over";
+    }
+    signal.close();
+}
+
+TEST(timed_signal, a_waiting_thread_lets_the_mutex_go_and_is_woken_by_what_is_sent)
+{
+    mutex lock;
+    timed_signal signal;
+    ASSERT_TRUE(signal.open());
+    bool waits = false, sent = false; // guarded by the mutex
+    bool in_time = true;
+    std::thread waiter([&] {
+        const uint64_t end = steady_milliseconds() + 60000;
+        const scoped_lock hold(lock);
+        waits = true;
+        while (!sent && in_time)
+            in_time = signal.wait_until(lock, end);
+    });
+
+    for (bool told = false; !told;) {
+        const scoped_lock hold(lock);
+        told = sent = waits;
+        if (told)
+            signal.send();
+    }
+    waiter.join();
+
+    EXPECT_TRUE(in_time);
+    signal.close();
 }
 
 } // namespace
