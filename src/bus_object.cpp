@@ -1,24 +1,15 @@
 #include "bus_object.h"
 
-#include "base/stop_signals.h"
 #include "create/add.h"
 #include "modify/management_device.h"
 #include "modify/modify.h"
 #include "remove/delete_all.h"
 #include "remove/delete_wan.h"
 #include "service/policies.h"
+#include "service/shielded.h"
 #include "store/query.h"
 
 namespace {
-
-// Runs a handler with the stop signals out of its way.
-template <ubus_handler_t handler>
-int shielded(ubus_context *bus, ubus_object *object, ubus_request_data *request, const char *method,
-             blob_attr *message)
-{
-    const stop_signal_mask blocked(stop_signal_mask::block);
-    return handler(bus, object, request, method, message);
-}
 
 constinit ubus_method korvel_methods[] = {
     UBUS_METHOD("add", shielded<wan_handle_add>, add_policy.rows),

@@ -13,6 +13,7 @@
 #include "service/board.h"
 #include "bus_object.h"
 #include "service/settings.h"
+#include "state_object.h"
 
 namespace {
 
@@ -66,14 +67,17 @@ bool prepare()
     return true;
 }
 
-// Returns whether clients can reach the object.
+// Returns whether clients can reach the object. Without the one beside it they miss something, but nothing
+// that they had before there was one.
 bool register_on(ubus_context *bus)
 {
     bus->connection_lost = handle_lost_bus;
     ubus_add_uloop(bus);
     const int result = bus_object_register(bus);
-    if (result == UBUS_STATUS_OK)
+    if (result == UBUS_STATUS_OK) {
+        state_object_start(bus);
         return true;
+    }
     const stop_signal_mask blocked(stop_signal_mask::block);
     log_error("Failed to register on the bus: %s", ubus_strerror(result));
     return false;

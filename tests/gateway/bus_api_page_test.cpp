@@ -108,6 +108,39 @@ TEST_F(bus_api_page_test, what_is_shown_is_what_happens)
     }
 }
 
+// The events of a text, one a line as `ubus listen` prints them, but for deletions.
+text_lines events_of(const std::string &text)
+{
+    text_lines events;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("{ \"korvel.wan\": {\"action\"") &&
+            line.find("\"deleted\"") == std::string::npos)
+            events.push_back(line);
+    return events;
+}
+
+TEST_F(bus_api_page_test, the_events_that_are_shown_are_heard)
+{
+    const std::string text = gateway.file(page_path);
+    const std::string chapter = text.substr(text.find("\n# The bus object `korvel.state`\n"));
+    const text_lines shown = events_of(chapter);
+    ASSERT_LT(5U, shown.size());
+    gateway.start_netd();
+    gateway.start_korvel();
+    const child_process listener({"ubus", "listen", "korvel.wan"}, {}, "/tmp/heard");
+    ASSERT_TRUE(wait_until([this] {
+        (void)run_program({"ubus", "send", "korvel.wan"});
+        return !gateway.file("/tmp/heard").empty();
+    }));
+
+    for (const example &each : read_page(chapter).examples)
+        (void)printed_by(each);
+
+    (void)wait_until([&] { return events_of(gateway.file("/tmp/heard")).size() >= shown.size(); });
+    EXPECT_EQ(shown, events_of(gateway.file("/tmp/heard")));
+}
+
 TEST_F(bus_api_page_test, every_method_is_shown_and_every_call_is_run)
 {
     const page shown = read_page(gateway.file(page_path));
@@ -116,6 +149,12 @@ TEST_F(bus_api_page_test, every_method_is_shown_and_every_call_is_run)
         SCOPED_TRACE(method);
         EXPECT_TRUE(
             std::ranges::any_of(shown.examples, [&](const example &each) { return calls(each, method); }));
+    }
+    for (const char *method : {"cancel '", "last", "pending", "version"}) {
+        SCOPED_TRACE(method);
+        EXPECT_TRUE(std::ranges::any_of(shown.examples, [&](const example &each) {
+            return each.command.find(std::string("call korvel.state ") + method) != std::string::npos;
+        }));
     }
     EXPECT_EQ(text_lines{}, shown.stray_calls);
 }

@@ -18,7 +18,8 @@ namespace {
 text_lines steps;
 int config_failure = 0;
 bool bus_is_there = true;
-int registration = UBUS_STATUS_OK;
+int registration = UBUS_STATUS_OK;       // of `korvel`
+int state_registration = UBUS_STATUS_OK; // of `korvel.state`
 sighandler_t stop_handler = nullptr;
 bool stop_signals_held = false; // whether they were, when something was last logged
 ubus_context fake_bus = {};
@@ -105,11 +106,23 @@ int __wrap_ubus_add_object(ubus_context *bus, ubus_object *object)
 {
     note(std::string("ubus_add_object ") + object->name);
     EXPECT_EQ(&fake_bus, bus);
-    EXPECT_STREQ("korvel", object->type->name);
-    EXPECT_EQ((text_lines{"add", "addDev", "all", "del", "delAll", "get", "modify"}), method_names(*object));
+    EXPECT_STREQ(object->name, object->type->name);
     EXPECT_EQ(object->methods, object->type->methods);
     EXPECT_EQ(object->n_methods, object->type->n_methods);
+    if (strcmp(object->name, "korvel.state") == 0) {
+        EXPECT_EQ((text_lines{"cancel", "last", "pending", "version"}), method_names(*object));
+        return state_registration;
+    }
+    EXPECT_STREQ("korvel", object->name);
+    EXPECT_EQ((text_lines{"add", "addDev", "all", "del", "delAll", "get", "modify"}), method_names(*object));
     return registration;
+}
+int __wrap_uloop_fd_add(uloop_fd *source, unsigned flags)
+{
+    note("uloop_fd_add");
+    EXPECT_GE(source->fd, 0);
+    EXPECT_EQ(unsigned{ULOOP_READ}, flags);
+    return 0;
 }
 int __wrap_uloop_run_timeout(int timeout)
 {
@@ -157,6 +170,7 @@ protected:
         config_failure = 0;
         bus_is_there = true;
         registration = UBUS_STATUS_OK;
+        state_registration = UBUS_STATUS_OK;
         stop_handler = nullptr;
     }
 
@@ -175,10 +189,26 @@ TEST_F(main_test, start_up_keeps_its_order)
 {
     EXPECT_EQ(0, run({"-d"}));
 
-    EXPECT_EQ(after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "uloop_run_timeout -1",
-                               "ubus_free", "uloop_done", "closelog"}),
-              steps);
+    EXPECT_EQ(
+        after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "ubus_add_object korvel.state",
+                         "uloop_fd_add", "uloop_run_timeout -1", "ubus_free", "uloop_done", "closelog"}),
+        steps);
     EXPECT_TRUE(gateway.log().empty());
+}
+
+TEST_F(main_test, without_its_second_object_the_daemon_serves_all_the_same)
+{
+    state_registration = UBUS_STATUS_INVALID_ARGUMENT;
+
+    EXPECT_EQ(0, run({"-d"}));
+
+    EXPECT_EQ(
+        after_preparing({"ubus_add_uloop", "ubus_add_object korvel", "ubus_add_object korvel.state",
+                         "uloop_fd_add", "uloop_run_timeout -1", "ubus_free", "uloop_done", "closelog"}),
+        steps);
+    EXPECT_EQ(text_lines{"Failed to register korvel.state on the bus: Invalid argument"},
+              gateway.log_texts(LOG_ERR));
+    EXPECT_TRUE(stop_signals_held) << "the stop handler logs too";
 }
 
 TEST_F(main_test, the_loop_leaves_children_to_those_who_wait_for_them)
