@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <grp.h>
 #include <libubus.h>
 #include <sys/wait.h>
@@ -33,23 +34,39 @@ text_lines texts(const json_value &list)
     return result;
 }
 
-// Calls a method without arguments as nobody of that group and returns the bus status.
-int call_as(unsigned group, uint32_t object, const std::string &method)
+// Does something on the bus as nobody of that group and returns the bus status.
+int act_as(unsigned group, const std::function<int(ubus_context *)> &action)
 {
     const pid_t child = fork();
     if (child == 0) {
         if (setgroups(0, nullptr) != 0 || setgid(group) != 0 || setuid(nobody) != 0)
             _exit(200);
         ubus_context *const bus = ubus_connect(nullptr);
-        blob_buf message{};
-        (void)blob_buf_init(&message, 0);
-        _exit(bus ? ubus_invoke(bus, object, method.c_str(), message.head, nullptr, nullptr, 20000) : 201);
+        _exit(bus ? action(bus) : 201);
     }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_LT(WEXITSTATUS(status), 200) << "no call was made";
     return WEXITSTATUS(status);
+}
+
+// Calls a method without arguments.
+int call_as(unsigned group, uint32_t object, const std::string &method)
+{
+    return act_as(group, [&](ubus_context *bus) {
+        blob_buf message{};
+        (void)blob_buf_init(&message, 0);
+        return ubus_invoke(bus, object, method.c_str(), message.head, nullptr, nullptr, 20000);
+    });
+}
+
+int listen_as(unsigned group, const char *event)
+{
+    return act_as(group, [&](ubus_context *bus) {
+        ubus_event_handler handler{};
+        return ubus_register_event_handler(bus, &handler, event);
+    });
 }
 
 bool may_become_nobody()
@@ -74,29 +91,34 @@ protected:
     json_value parsed(const char *path) const { return json_value::parse(gateway.file(path)); }
 
     // The methods that the daemon offers, sorted.
-    text_lines offered() const
+    text_lines offered(const std::string &object = "korvel") const
     {
         text_lines names;
-        std::istringstream lines(run_program({"ubus", "-v", "list", "korvel"}).output);
+        std::istringstream lines(run_program({"ubus", "-v", "list", object}).output);
         for (std::string line; std::getline(lines, line);)
             if (line.starts_with("\t\""))
                 names.push_back(line.substr(2, line.find('"', 2) - 2));
         return sorted(names);
     }
 
-    text_lines granted(const char *path) const
+    text_lines granted(const char *path, const char *object = "korvel") const
     {
-        return texts(parsed(path).at("access").at("korvel").at("methods"));
+        return texts(parsed(path).at("access").at(object).at("methods"));
+    }
+
+    static void name_group(const std::string &group_name)
+    {
+        std::ofstream("/etc/group", std::ios::app) << group_name << ":x:" << role_group << ":\n";
     }
 
     // The methods that are not refused to a user of a group of that name.
-    text_lines reached_as(const std::string &group_name) const
+    text_lines reached_as(const std::string &group_name, const std::string &object = "korvel") const
     {
-        std::ofstream("/etc/group", std::ios::app) << group_name << ":x:" << role_group << ":\n";
-        std::string id = run_program({"ubus", "-v", "list", "korvel"}).output;
+        name_group(group_name);
+        std::string id = run_program({"ubus", "-v", "list", object}).output;
         id = id.substr(id.find('@') + 1, 8);
         text_lines reached;
-        for (const std::string &method : offered())
+        for (const std::string &method : offered(object))
             if (call_as(role_group, static_cast<uint32_t>(std::stoul(id, nullptr, 16)), method) !=
                 UBUS_STATUS_PERMISSION_DENIED)
                 reached.push_back(method);
@@ -111,6 +133,8 @@ TEST_F(access_test, a_user_with_no_role_is_refused_everything)
     const std::string before = gateway.config("network");
 
     EXPECT_EQ(text_lines{}, reached_as("users-of-nothing"));
+    EXPECT_EQ(text_lines{}, reached_as("users-of-nothing", "korvel.state"));
+    EXPECT_EQ(UBUS_STATUS_PERMISSION_DENIED, listen_as(role_group, "korvel.wan"));
 
     EXPECT_EQ(before, gateway.config("network"));
 }
@@ -122,6 +146,10 @@ TEST_F(access_test, an_operator_sees_and_changes_nothing)
     const std::string before = gateway.config("network");
 
     EXPECT_EQ((text_lines{"all", "get"}), reached_as("korvel-operator"));
+    EXPECT_EQ((text_lines{"last", "pending", "version"}), reached_as("korvel-operator", "korvel.state"));
+    EXPECT_EQ(UBUS_STATUS_OK, listen_as(role_group, "korvel.wan"));
+    for (const char *const event : {"korvel.*", "*", "network.interface"})
+        EXPECT_EQ(UBUS_STATUS_PERMISSION_DENIED, listen_as(role_group, event)) << event;
 
     EXPECT_EQ(before, gateway.config("network"));
 }
@@ -132,6 +160,8 @@ TEST_F(access_test, provisioning_may_do_everything)
         GTEST_SKIP() << "this run has only one user";
 
     EXPECT_EQ(offered(), reached_as("korvel-provisioning"));
+    EXPECT_EQ(offered("korvel.state"), reached_as("korvel-provisioning", "korvel.state"));
+    EXPECT_EQ(UBUS_STATUS_OK, listen_as(role_group, "korvel.wan"));
 }
 
 TEST_F(access_test, the_roles_name_the_methods_that_there_are)
@@ -139,6 +169,9 @@ TEST_F(access_test, the_roles_name_the_methods_that_there_are)
     ASSERT_EQ(7U, offered().size());
     EXPECT_EQ(offered(), sorted(granted(provisioning_file)));
     EXPECT_EQ((text_lines{"all", "get"}), granted(operator_file));
+    ASSERT_EQ(4U, offered("korvel.state").size());
+    EXPECT_EQ(offered("korvel.state"), sorted(granted(provisioning_file, "korvel.state")));
+    EXPECT_EQ((text_lines{"last", "pending", "version"}), granted(operator_file, "korvel.state"));
 }
 
 // The bus daemon passes over a file that anybody but root could have written.
@@ -173,15 +206,18 @@ TEST_F(access_test, remote_callers_have_the_same_roles)
     const json_value roles = parsed(remote_file);
     ASSERT_EQ((text_lines{"korvel-operator", "korvel-provisioning"}), roles.keys());
 
-    const json_value seeing = roles.at("korvel-operator");
-    EXPECT_EQ((text_lines{"description", "read"}), seeing.keys());
-    EXPECT_EQ(granted(operator_file), texts(seeing.at("read").at("ubus").at("korvel")));
+    for (const char *const object : {"korvel", "korvel.state"}) {
+        SCOPED_TRACE(object);
+        const json_value seeing = roles.at("korvel-operator");
+        EXPECT_EQ((text_lines{"description", "read"}), seeing.keys());
+        EXPECT_EQ(granted(operator_file, object), texts(seeing.at("read").at("ubus").at(object)));
 
-    const json_value changing = roles.at("korvel-provisioning");
-    text_lines both = texts(changing.at("read").at("ubus").at("korvel"));
-    for (const std::string &method : texts(changing.at("write").at("ubus").at("korvel")))
-        both.push_back(method);
-    EXPECT_EQ(offered(), sorted(both));
+        const json_value changing = roles.at("korvel-provisioning");
+        text_lines both = texts(changing.at("read").at("ubus").at(object));
+        for (const std::string &method : texts(changing.at("write").at("ubus").at(object)))
+            both.push_back(method);
+        EXPECT_EQ(offered(object), sorted(both));
+    }
 }
 
 } // namespace
