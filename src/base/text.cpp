@@ -27,5 +27,5 @@ bool text_ref::format(const char *pattern, ...) const
 
 int text_number(const char *text)
 {
-    return static_cast<int>(strtol(text, nullptr, 10));
+    return static_cast<int>(strtoll(text, nullptr, 10));
 }
