@@ -4,6 +4,10 @@ add_library(korvel_flags INTERFACE)
 target_compile_options(korvel_flags INTERFACE
     -Wall -Wextra -Wshadow -Wconversion -Wformat=2 -Wno-missing-field-initializers
     $<$<BOOL:${KORVEL_WERROR}>:-Werror>)
+# With 32 bits some C libraries fail to look at a file whose number or size has more, unless they are asked for it.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(korvel_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 
 if(KORVEL_SANITIZE)
     target_compile_options(korvel_flags INTERFACE -fsanitize=${KORVEL_SANITIZE} -fno-omit-frame-pointer

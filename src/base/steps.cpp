@@ -21,6 +21,9 @@ uint64_t hash_on(uint64_t hash, const char *data, size_t size)
     return hash;
 }
 
+// Otherwise there are files that lstat() fails on and readdir() stops at.
+static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8, "build with _FILE_OFFSET_BITS=64");
+
 content_mark mark_of_file(int file)
 {
     content_mark mark = {content_mark::file, 0, hash_start};
