@@ -77,6 +77,20 @@ TEST_F(router_programs_test, rules_are_held)
     EXPECT_EQ("", result.errors);
 }
 
+TEST_F(router_programs_test, the_daemon_s_runs_of_scripts_take_their_turn)
+{
+    gateway.write_file("/etc/korvel/rule_wan_1.sh", "#!/bin/sh\nebtables -D FORWARD -i a -o b -j DROP\n",
+                       0755);
+    fs::create_symlink(find_program("ebtables"), fs::path(router_bin) / "ebtables");
+
+    const program_result result =
+        run_program({"/usr/bin/env", std::string("PATH=/usr/libexec/korvel/bin:") + router_bin,
+                     "/etc/korvel/rule_wan_1.sh", "-r"});
+
+    EXPECT_EQ(std::string::npos, result.errors.find("not found")) << result.errors;
+    EXPECT_TRUE(wait_until([this] { return !gateway.exists("/var/run/korvel/holder"); }));
+}
+
 TEST_F(router_programs_test, the_first_boot_finds_what_it_needs)
 {
     gateway.uci_delete("network.korvel");

@@ -388,6 +388,78 @@ TEST_F(rules_test, a_routed_wan_s_script_that_hangs_does_not_hold_the_others_for
     EXPECT_EQ(0, run.wait());
 }
 
+// A script that the daemon takes back, as the daemon runs it. It notes its begin behind its first command for
+// the bridge, and its end.
+class taking_back_test : public rules_test {
+protected:
+    static constexpr char own_path[] = "/usr/libexec/korvel/bin";
+
+    void write_taken_back(const std::string &path)
+    {
+        gateway.write_file(path,
+                           "#!/bin/sh\nebtables -D FORWARD -i a -o b -j DROP\necho begin >> /tmp/runs\n"
+                           "while [ ! -e /tmp/go ]; do sleep 0.02; done\n"
+                           "ebtables -D FORWARD -i b -o a -j DROP\necho end >> /tmp/runs\n",
+                           0755);
+    }
+    static child_process take_back(const std::string &path)
+    {
+        return child_process({path, "-r"}, {{"PATH", std::string(own_path) + ":" + getenv("PATH")}}, {},
+                             "/dev/null");
+    }
+    bool begins()
+    {
+        return wait_until([this] { return runs().find("begin\n") != std::string::npos; });
+    }
+    void let_go() { gateway.write_file("/tmp/go", ""); }
+};
+
+TEST_F(taking_back_test, the_others_wait_until_the_script_has_ended)
+{
+    write_taken_back("/etc/korvel/rule_wan_1.sh");
+    write_script("rule_wan_2.sh", "");
+    child_process taking = take_back("/etc/korvel/rule_wan_1.sh");
+    ASSERT_TRUE(begins());
+    gateway.remove("/etc/korvel/rule_wan_1.sh");
+
+    child_process run({apply_rules});
+    ASSERT_TRUE(wait_until([] { return run_program({"pgrep", "-x", "flock"}).status == 0; }));
+    let_go();
+
+    EXPECT_EQ(0, taking.wait());
+    EXPECT_EQ(0, run.wait());
+    EXPECT_EQ("begin\nend\nrule_wan_2.sh\n", runs());
+}
+
+TEST_F(taking_back_test, the_script_waits_for_the_others)
+{
+    write_taken_back("/etc/hotplug.d/iface/99-wan_1");
+    write_script("rule_wan_2.sh", std::string(held) + "; echo applied >> /tmp/runs");
+    child_process run({apply_rules});
+    ASSERT_TRUE(wait_until([this] { return !runs().empty(); }));
+
+    child_process taking = take_back("/etc/hotplug.d/iface/99-wan_1");
+    ASSERT_TRUE(wait_until([] { return run_program({"pgrep", "-f", "hold-rules"}).status == 0; }));
+    let_go();
+
+    EXPECT_EQ(0, run.wait());
+    EXPECT_EQ(0, taking.wait());
+    EXPECT_EQ("rule_wan_2.sh\napplied\nbegin\nend\n", runs());
+}
+
+TEST_F(taking_back_test, other_programs_of_the_daemon_s_do_not_wait)
+{
+    write_taken_back("/tmp/service");
+    child_process hanging({"sleep", "1000"});
+    ASSERT_EQ(0, run_program({"/usr/libexec/korvel/hold-rules", std::to_string(hanging.pid())}).status);
+
+    child_process service = take_back("/tmp/service");
+
+    EXPECT_TRUE(begins());
+    let_go();
+    EXPECT_EQ(0, service.wait());
+}
+
 TEST_F(rules_test, the_holder_s_command_line_is_checked)
 {
     for (const program_arguments &words :

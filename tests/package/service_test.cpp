@@ -75,6 +75,17 @@ TEST_F(service_test, the_daemon_serves_after_a_start)
     EXPECT_TRUE(serves());
 }
 
+TEST_F(service_test, what_the_daemon_starts_finds_the_package_s_ebtables)
+{
+    gateway.start_netd();
+    start();
+    ASSERT_TRUE(serves());
+
+    const std::string variables = gateway.file("/proc/" + std::to_string(process()) + "/environ");
+
+    EXPECT_NE(std::string::npos, variables.find("PATH=/usr/libexec/korvel/bin:"));
+}
+
 TEST_F(service_test, it_starts_behind_the_network_daemon)
 {
     const std::string text = gateway.file(script);
