@@ -24,6 +24,9 @@ target_link_libraries(korvel_freestanding INTERFACE korvel_flags)
 target_compile_options(korvel_freestanding INTERFACE
     -ffunction-sections -fdata-sections
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+# Nothing unwinds a stack: there are no exceptions, and no thread is cancelled.
+target_compile_options(korvel_freestanding INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-fno-asynchronous-unwind-tables -fno-unwind-tables>)
 
 set(korvel_release "$<CONFIG:MinSizeRel>")
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
