@@ -453,6 +453,9 @@ TEST_F(taking_back_test, other_programs_of_the_daemon_s_do_not_wait)
     child_process hanging({"sleep", "1000"});
     ASSERT_EQ(0, run_program({"/usr/libexec/korvel/hold-rules", std::to_string(hanging.pid())}).status);
 
+    // Who asked for it was not kept waiting by its output.
+    ASSERT_TRUE(gateway.exists("/var/run/korvel/holder"));
+
     child_process service = take_back("/tmp/service");
 
     EXPECT_TRUE(begins());
