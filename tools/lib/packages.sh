@@ -10,6 +10,9 @@ declare -A package_sign=(
     ["iproute2"]=ip
     ["util-linux"]=flock
     ["binutils"]=readelf
+    ["qemu-system-x86"]=qemu-system-x86_64
+    ["ebtables"]=ebtables-legacy
+    ["netbase"]=/etc/ethertypes
     ["libclang-rt-dev"]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 )
 
