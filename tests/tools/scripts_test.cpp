@@ -183,6 +183,66 @@ TEST(build_progress, is_one_line_on_a_terminal)
     EXPECT_EQ("\r   1 of 2 steps\r   2 of 2 steps\n", result.output);
 }
 
+// The script with what `tools/test --cross` is made of.
+program_result run_cross(const std::string &text)
+{
+    return run_script("jobs=1; . " KORVEL_TOOLS "/lib/cross.sh; " + text);
+}
+
+TEST(other_machines, a_daemon_above_its_limit_fails)
+{
+    const char sizes[] = "most_bytes=([small]=10); stripped_size() { echo \"$1\"; }; "
+                         "size_row small 10 strip; size_row unlimited 99 strip; size_row small 11 strip";
+
+    const program_result result = run_cross(sizes);
+
+    EXPECT_EQ("small           10        10\nunlimited        99      none\nsmall           11        10\n",
+              result.output);
+    EXPECT_EQ(1, result.status);
+}
+
+TEST(other_machines, a_size_that_cannot_be_taken_fails)
+{
+    EXPECT_NE(0, run_cross("size_row armhf /nonexistent strip").status);
+}
+
+TEST(other_machines, a_tour_that_differs_is_shown)
+{
+    const char tours[] = "directory=$(mktemp -d); trap 'rm -r $directory' EXIT; "
+                         "build_directory() { echo \"$directory/$1\"; }; launcher=launch; "
+                         "launch() { echo one; echo \"$3\"; }; take_tour 'this machine' --programs two; "
+                         "compare_tour same two; compare_tour other three";
+
+    const program_result result = run_cross(tours);
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_NE(std::string::npos, result.output.find("\n-two\n+three\n")) << result.output;
+}
+
+TEST(other_machines, archives_of_others_and_security_updates_are_no_sources)
+{
+    const char lists[] = "apt-get() { printf '%s\\n' 'bookworm http://a/ main' 'bookworm http://a/ main' "
+                         "'bookworm-security http://b/ main'; }; debian_sources";
+
+    EXPECT_EQ("deb http://a/ bookworm main\n", run_cross(lists).output);
+}
+
+TEST(other_machines, packages_that_cannot_be_had_are_named)
+{
+    const char nothing_to_fetch[] = "directory=$(mktemp -d); trap 'rm -r $directory' EXIT; build_directory() "
+                                    "{ echo \"$directory/$1\"; }; "
+                                    "apt-get() { if [ \"$1\" = indextargets ]; then echo bookworm http://a/ "
+                                    "main; else echo no network >&2; "
+                                    "return 100; fi; }; fetch_foreign_packages; echo on";
+
+    const program_result result = run_cross(nothing_to_fetch);
+
+    EXPECT_EQ(1, result.status);
+    EXPECT_TRUE(result.errors.ends_with("no network\nbash: cannot fetch libjson-c-dev libjson-c5 musl-dev "
+                                        "for armhf: see the message above\n"))
+        << result.errors;
+}
+
 // A sample for the test below.
 TEST(skipped, tests_skip_what_they_are_asked_to)
 {

@@ -13,6 +13,10 @@ declare -A package_sign=(
     ["qemu-system-x86"]=qemu-system-x86_64
     ["ebtables"]=ebtables-legacy
     ["netbase"]=/etc/ethertypes
+    ["g++-arm-linux-gnueabihf"]=arm-linux-gnueabihf-g++
+    ["g++-s390x-linux-gnu"]=s390x-linux-gnu-g++
+    ["qemu-user"]=qemu-arm
+    ["googletest"]=/usr/src/googletest/CMakeLists.txt
     ["libclang-rt-dev"]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 )
 
