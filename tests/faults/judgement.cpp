@@ -75,23 +75,36 @@ std::string plain_name(const std::string &path)
     return name;
 }
 
+bool names_one(const std::string &message, const std::vector<std::string> &paths)
+{
+    return std::any_of(paths.begin(), paths.end(), [&message](const std::string &path) {
+        return message.find(plain_name(path)) != std::string::npos;
+    });
+}
+
+// The library passes over pending changes that it cannot open: then only that they are missing can be told.
+bool gives_reason(const std::string &message, int error)
+{
+    return message.find(strerror(error)) != std::string::npos ||
+           message.find("it would not read back as what is meant") != std::string::npos;
+}
+
 // A call that failed and kept the operation from being done has to be told of, with file and reason.
-std::string judge_log(verdict &given, const observation &seen)
+std::string judge_log(const verdict &given, const observation &seen)
 {
     if (!seen.call_failed || given.after)
         return {};
     std::string told;
-    bool named = seen.failed_path.empty();
+    bool named = seen.failed_paths.empty();
     for (const std::string &message : seen.messages) {
         if (!message.starts_with(error_mark))
             continue;
         told = message;
-        named = named || (message.find(plain_name(seen.failed_path)) != std::string::npos &&
-                          message.find(strerror(seen.error)) != std::string::npos);
+        named = named || (names_one(message, seen.failed_paths) && gives_reason(message, seen.error));
     }
-    if (!named)
-        given.unnamed = told;
-    return told.empty() ? "failed without a word in the log" : "";
+    if (told.empty())
+        return "failed without a word in the log";
+    return named ? "" : "the log does not name file and reason: " + told;
 }
 
 } // namespace

@@ -25,8 +25,8 @@ struct observation {
     bool memory_lost = false; // the files below /tmp went with the power
     heard_reply reply;
 
-    bool call_failed = false; // a call of the daemon, rather than the daemon or the power
-    std::string failed_path;  // of that call; empty: it was not about a file
+    bool call_failed = false;              // of the daemon, rather than the daemon or the power
+    std::vector<std::string> failed_paths; // of the calls that failed; empty: they were not about files
     int error = 0;
     std::vector<std::string> messages; // to the system log, as sent
 
@@ -39,7 +39,6 @@ struct verdict {
     bool before = false, after = false;
     std::string wrong;   // what is neither; empty: nothing
     bool healed = false; // whole only since the next start
-    std::string unnamed; // the log line of a failure where none names file and reason
     std::string struck;  // the call that the fault met
 };
 

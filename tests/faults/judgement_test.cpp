@@ -99,15 +99,15 @@ TEST(judgement, a_failure_has_to_be_logged_with_file_and_reason)
 {
     observation seen = left(states.before);
     seen.call_failed = true;
-    seen.failed_path = "/etc/config/.network.uci-AbCdEf";
+    seen.failed_paths = {"/etc/config/firewall", "/etc/config/.network.uci-AbCdEf"};
     seen.error = EIO;
     seen.messages = {"<30>korvel: information"};
     EXPECT_EQ("failed without a word in the log", judge(seen, states).wrong);
     seen.messages = {"<27>korvel: something failed"};
-    EXPECT_EQ("", judge(seen, states).wrong);
-    EXPECT_EQ(seen.messages.front(), judge(seen, states).unnamed);
+    EXPECT_EQ("the log does not name file and reason: <27>korvel: something failed",
+              judge(seen, states).wrong);
     seen.messages = {"<27>korvel: cannot write /etc/config/network: Input/output error"};
-    EXPECT_EQ("", judge(seen, states).wrong + judge(seen, states).unnamed);
+    EXPECT_EQ("", judge(seen, states).wrong);
 }
 
 TEST(judgement, services_that_were_not_told_are_named)

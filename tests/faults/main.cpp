@@ -137,10 +137,10 @@ void send(int pipe, const std::string &line)
 
 told_try told(const operation &tried, const fault &wrong, size_t number, const verdict &given)
 {
-    told_try one{tried.name, wrong.name, "wrong", "", given.healed, !given.unnamed.empty()};
+    told_try one{tried.name, wrong.name, "wrong", "", given.healed};
     if (given.wrong.empty())
         one.outcome = given.after ? "after" : "before";
-    one.text = "try " + std::to_string(number + 1) + ", " + given.struck + ": " + given.wrong + given.unnamed;
+    one.text = "try " + std::to_string(number + 1) + ", " + given.struck + ": " + given.wrong;
     return one;
 }
 
@@ -225,7 +225,7 @@ Written by `tools/faults --all`, from the daemon of this tree in the virtual gat
 daemon is started again and everything in `/etc/config`, `/etc/korvel`, `/etc/hotplug.d/iface` and `/tmp` is compared, byte for
 byte and mode for mode, with what the operation finds and what it leaves when nothing goes wrong. "By the restart" counts those
 that were whole only after it. "Anything else" is a mixture of the two, a file left over, a secret that others can read, a reply
-that is not true, a failure without a log line, a service that was not told, or a daemon that does not start or stop.
+that is not true, a failure whose file and reason the log does not tell, a service that was not told, or a daemon that does not start or stop.
 
 Calls are failed and counted from the moment of the request (for the import: from the opening of its list) on; what the daemon
 reads elsewhere, as the bridge's address, is not failed. At a power cut what no sync covers may be kept, lost, kept in part or

@@ -11,8 +11,8 @@ constexpr size_t longest_text = 3000; // a line is written to a pipe in one piec
 
 std::string told_try::line() const
 {
-    return operation + '\t' + fault + '\t' + outcome + '\t' + (healed ? 'h' : '-') + (unnamed ? 'u' : '-') +
-           '\t' + text.substr(0, longest_text) + '\n';
+    return operation + '\t' + fault + '\t' + outcome + '\t' + (healed ? 'h' : '-') + '\t' +
+           text.substr(0, longest_text) + '\n';
 }
 
 told_try told_try::from_line(const std::string &line)
@@ -23,7 +23,6 @@ told_try told_try::from_line(const std::string &line)
     for (std::string *const field : {&one.operation, &one.fault, &one.outcome, &marks, &one.text})
         std::getline(fields, *field, '\t');
     one.healed = marks.starts_with("h");
-    one.unnamed = marks.ends_with("u");
     return one;
 }
 
@@ -34,7 +33,7 @@ report::sum &report::sum_of(const told_try &one)
     });
     if (found != sums_.end())
         return *found;
-    return sums_.emplace_back(sum{one.operation, one.fault, 0, 0, 0, 0, 0, 0, {}});
+    return sums_.emplace_back(sum{one.operation, one.fault, 0, 0, 0, 0, 0, {}});
 }
 
 void report::add(const told_try &one)
@@ -43,7 +42,6 @@ void report::add(const told_try &one)
     row.tries++;
     tries_++;
     row.healed += one.healed;
-    row.unnamed += one.unnamed;
     if (one.outcome == "before") {
         row.before++;
     } else if (one.outcome == "after") {
@@ -53,8 +51,6 @@ void report::add(const told_try &one)
         wrong_++;
         row.texts.push_back(one.text);
     }
-    if (one.unnamed)
-        row.texts.push_back("[log] " + one.text);
 }
 
 std::string report::page(const std::string &heading) const
@@ -65,7 +61,8 @@ std::string report::page(const std::string &heading) const
          << "|---|---|---|---|---|---|---|\n";
     for (const sum &row : sums_)
         page << "| " << row.operation << " | " << row.fault << " | " << row.tries << " | " << row.before
-             << " | " << row.after << " | " << row.healed << " | " << row.wrong << " |\n";
+             << " | " << row.after << " | " << row.healed << " | "
+             << (row.wrong == 0 ? "none" : std::to_string(row.wrong)) << " |\n";
     return page.str();
 }
 

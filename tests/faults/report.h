@@ -9,7 +9,7 @@
 // One try as a worker tells it: fields separated by tabs, so that no text of it may hold one.
 struct told_try {
     std::string operation, fault, outcome, text; // outcome: "before", "after" or "wrong"
-    bool healed = false, unnamed = false;
+    bool healed = false;
 
     std::string line() const;
     static told_try from_line(const std::string &line);
@@ -29,7 +29,7 @@ public:
 private:
     struct sum {
         std::string operation, fault;
-        size_t tries = 0, before = 0, after = 0, wrong = 0, healed = 0, unnamed = 0;
+        size_t tries = 0, before = 0, after = 0, wrong = 0, healed = 0;
         std::vector<std::string> texts;
     };
     sum &sum_of(const told_try &one);

@@ -218,8 +218,7 @@ verdict trial::attempt_run(const fault &wrong, size_t number)
     seen.messages = watched.messages;
     // A service whose reload could not be started, or failed, is not told.
     seen.must_reload = !fails_a_call(wrong) || !contains(wrong.calls, call_kind::child);
-    if (watched.struck)
-        seen.failed_path = watched.struck->path;
+    seen.failed_paths = watched.refused_paths;
 
     verdict given = judge(seen, states_);
     if (is_of_memory(wrong))

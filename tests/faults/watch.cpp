@@ -48,6 +48,8 @@ fate watch::meet(const system_call &call)
         return {};
     if (at == number)
         struck = call;
+    if (wrong->happens == fault::refused || wrong->happens == fault::refused_onward)
+        refused_paths.push_back(call.path);
     switch (wrong->happens) {
     case fault::killed:
     case fault::killed_twice:

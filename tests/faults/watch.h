@@ -37,6 +37,7 @@ public:
     std::vector<std::string> messages; // to the system log
     size_t sends = 0;                  // to the bus
     std::optional<system_call> struck;
+    std::vector<std::string> refused_paths;
 
     // Follows a program's calls; must outlive it.
     void follow(traced_program &program);
