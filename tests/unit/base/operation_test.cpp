@@ -406,7 +406,11 @@ TEST_F(operation_test, any_call_that_fails_once_leaves_it_whole_or_undone)
             EXPECT_EQ("", journal());
             ASSERT_FALSE(gateway.log_texts(LOG_ERR).empty()) << what;
             EXPECT_TRUE(gateway.log_texts(LOG_ERR).back().starts_with("Nothing was changed: /etc/")) << what;
-            EXPECT_TRUE(gateway.log_texts(LOG_ERR).back().ends_with("Input/output error")) << what;
+            // Pending changes that the library could not lock it passes over without a word.
+            const std::string told = gateway.log_texts(LOG_ERR).back();
+            EXPECT_TRUE(told.ends_with("Input/output error") ||
+                        (what == "flock" && told.ends_with("it would not read back as what is meant")))
+                << what << " " << told;
         }
     }
     EXPECT_GT(befores, 10);
