@@ -13,6 +13,7 @@
 #include "store/generations.h"
 #include "store/read_config.h"
 
+#include <cerrno>
 #include <optional>
 
 namespace {
@@ -180,6 +181,7 @@ bool start_worker(pending_modify *entry)
     pthread_t worker;
     const int result = pthread_create(&worker, &detached, wan_modify_worker, entry);
     (void)pthread_attr_destroy(&detached);
+    errno = result;
     return result == 0;
 }
 
@@ -231,7 +233,7 @@ modify_later_result enqueue(pending_owner entry, uint32_t wait, blob_attr *const
     entry->countdown = entry->slot + wait;
     entry->generation = wan_generation(entry->wan.wanId);
     if (!entry->ended.open() || !start_worker(entry.get())) {
-        log_error("Nothing was changed: a thread cannot be started");
+        log_error("Nothing was changed: a thread cannot be started: %m");
         return modify_no_memory;
     }
     pending_slots[entry->slot] = entry.get();
