@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -102,6 +103,11 @@ int main(int argc, char *argv[])
         {"children", run_children},
         {"allocate", allocate},
         {"cut", [] { (void)!truncate(file_path, 1); }},
+        {"events",
+         [] {
+             epoll_event event{};
+             (void)epoll_wait(epoll_create1(0), &event, 1, -1);
+         }},
         {"sleep", [] { (void)sleep(1000); }},
         {"unheard-of", [] { (void)syscall(SYS_memfd_create, "subject", 0); }},
     };

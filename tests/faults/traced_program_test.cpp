@@ -94,6 +94,33 @@ TEST_F(traced_program_test, temporary_files_are_seen)
     EXPECT_TRUE(seen[2].starts_with("unlink /etc/config/.subject."));
 }
 
+TEST_F(traced_program_test, temporary_files_have_the_same_names_in_each_run)
+{
+    run({"temporary", "temporary"});
+    const texts first = seen;
+    seen.clear();
+    run({"temporary", "temporary"});
+    EXPECT_EQ(first, seen);
+    EXPECT_NE(seen[0], seen[3]);
+}
+
+TEST_F(traced_program_test, what_is_run_unseen_is_seen_again_from_its_wait_on)
+{
+    traced_program subject({KORVEL_FAULTS_SUBJECT, "replace", "events", "stream"}, {}, output_path);
+    subject.before_call = [this](const system_call &call) {
+        if (contains(changing_calls, call.kind))
+            seen.push_back(call.text());
+        return fate{};
+    };
+    EXPECT_TRUE(subject.run_unseen(10));
+    EXPECT_FALSE(subject.ended());
+    EXPECT_EQ(texts{}, seen);
+    EXPECT_EQ("replaced\n", content(subject_file));
+
+    EXPECT_TRUE(subject.run([&] { return subject.ended(); }, 10));
+    EXPECT_EQ((texts{"openat /etc/config/subject", "write /etc/config/subject"}), seen);
+}
+
 TEST_F(traced_program_test, threads_are_watched_and_children_are_not)
 {
     run({"thread", "children"});

@@ -1,5 +1,8 @@
 #include "faults/watch.h"
 
+#include <cerrno>
+#include <sys/syscall.h>
+
 namespace {
 
 // What the daemon reads elsewhere, the address of the bridge, is a fact of the gateway and no part of the
@@ -19,8 +22,9 @@ void watch::follow(traced_program &program)
 
 fate watch::look(const system_call &call)
 {
+    // A change that waits need not keep everybody waiting.
     if (call.kind == call_kind::sleep)
-        return {fate::leave_out}; // a change that waits need not keep everybody waiting
+        return call.number == SYS_futex ? fate{fate::refuse, ETIMEDOUT} : fate{fate::leave_out};
     if (!begins_with.empty() && call.path == begins_with) {
         begins_with.clear();
         on_begin();
