@@ -16,47 +16,6 @@
 
 namespace {
 
-enum class orphan_kind : uint8_t {
-    device,
-    interface,
-    zone_entry,
-    reference,
-    bridge_script,
-    route_script,
-    listed,
-    listed_twice
-};
-
-struct orphan {
-    orphan_kind kind;
-    uint8_t id;       // of a script; the row of a reference
-    char section[64]; // of the configuration
-    char text[64];    // the zone's entry, the script's path, the identifier
-};
-
-// Found first and dealt with later, since a removal changes what is walked.
-struct orphan_list {
-    orphan *rows = nullptr;
-    size_t size = 0;
-
-    orphan_list() = default;
-    ~orphan_list() { free(rows); }
-    orphan_list(const orphan_list &) = delete;
-    orphan_list &operator=(const orphan_list &) = delete;
-
-    void add(orphan_kind kind, uint8_t id, const char *section, const char *text)
-    {
-        orphan *const grown = static_cast<orphan *>(realloc(rows, (size + 1) * sizeof(orphan)));
-        if (!grown)
-            return operation_fail(UCI_CONFDIR "/network", strerror(ENOMEM));
-        rows = grown;
-        rows[size] = {kind, id, {}, {}};
-        (void)text_ref(rows[size].section).format("%s", section);
-        (void)text_ref(rows[size].text).format("%s", text);
-        size++;
-    }
-};
-
 // The WANs that have a device section, by identifier.
 struct known_wans {
     bool has_device[UINT8_MAX + 1] = {};
@@ -173,19 +132,6 @@ void find_identifiers(const uci_loaded &network, const known_wans &wans, orphan_
     }
 }
 
-void find_orphans(orphan_list &found)
-{
-    const uci_loaded network("network");
-    if (!network)
-        return;
-    const known_wans wans(network);
-    find_sections(network, wans, found);
-    find_zone_entries(network, found);
-    find_references(wans, found);
-    find_scripts(wans, found);
-    find_identifiers(network, wans, found);
-}
-
 void log_orphan(const orphan &which)
 {
     switch (which.kind) {
@@ -240,10 +186,40 @@ bool remove_orphan(const orphan &which)
 
 } // namespace
 
+orphan_list::~orphan_list()
+{
+    free(rows);
+}
+
+void orphan_list::add(orphan_kind kind, uint8_t id, const char *section, const char *text)
+{
+    orphan *const grown = static_cast<orphan *>(realloc(rows, (size + 1) * sizeof(orphan)));
+    if (!grown)
+        return operation_fail(UCI_CONFDIR "/network", strerror(ENOMEM));
+    rows = grown;
+    rows[size] = {kind, id, {}, {}};
+    (void)text_ref(rows[size].section).format("%s", section);
+    (void)text_ref(rows[size].text).format("%s", text);
+    size++;
+}
+
+void wan_find_orphans(orphan_list &found)
+{
+    const uci_loaded network("network");
+    if (!network)
+        return;
+    const known_wans wans(network);
+    find_sections(network, wans, found);
+    find_zone_entries(network, found);
+    find_references(wans, found);
+    find_scripts(wans, found);
+    find_identifiers(network, wans, found);
+}
+
 void wan_log_orphans()
 {
     orphan_list found;
-    find_orphans(found);
+    wan_find_orphans(found);
     for (size_t i = 0; i < found.size; i++)
         log_orphan(found.rows[i]);
 }
@@ -251,7 +227,7 @@ void wan_log_orphans()
 unsigned wan_remove_orphans()
 {
     orphan_list found;
-    find_orphans(found);
+    wan_find_orphans(found);
     unsigned count = 0;
     // From the last one on: written at once, a deletion gives the unnamed sections behind it other names.
     for (size_t i = found.size; i > 0; i--)

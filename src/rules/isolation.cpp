@@ -14,8 +14,7 @@ constexpr char rule_text[] = R"sh(ebtables -D FORWARD -i "%.*s" -o "%s" -j DROP
 [ "$1" != "-r" ] && ebtables -I FORWARD -i "%.*s" -o "%s" -j DROP
 )sh";
 
-// A WAN device that gets rules of its own. Deliberate: at most 8, cut at 10 bytes.
-constexpr size_t most_devices = 8;
+// A WAN device that gets rules of its own. Deliberate: cut at 10 bytes.
 struct isolated_device {
     char name[10];
 };
@@ -40,13 +39,13 @@ void log_left_out(uci_list *ports)
     }
 }
 
-size_t collect_devices(uci_list *ports, isolated_device (&devices_out)[most_devices])
+size_t collect_devices(uci_list *ports, isolated_device (&devices_out)[most_isolated_devices])
 {
     size_t count = 0;
     uci_element *port = nullptr;
     uci_foreach_element(ports, port)
     {
-        if (count == most_devices)
+        if (count == most_isolated_devices)
             break;
         if (is_wan_device(port))
             text_ref(devices_out[count++].name).set(port->name);
@@ -99,7 +98,7 @@ void wan_write_isolate_rule()
 
     wan_remove_isolate_rule();
     log_left_out(ports);
-    isolated_device devices[most_devices] = {};
+    isolated_device devices[most_isolated_devices] = {};
     const size_t count = collect_devices(ports, devices);
     if (count < 2)
         return;

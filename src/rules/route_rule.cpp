@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr uint32_t first_table = 100;
-
 // Runs under the gateway's own shell, whose [[ matches the quoted pattern too: the script answers events of
 // every interface whose name begins with the WAN's.
 constexpr char script_text[] = R"sh(#!/bin/sh
@@ -133,7 +131,7 @@ void wan_write_route_rule(const wan_rule_ctx *ctx)
     script_file script(path.text);
     if (script)
         script.print(script_text, bound, ctx->config.disableLanDhcp, wan_firewall_mark(ctx->wanId),
-                     wan_names(ctx->wanId).interface, ctx->wanId + first_table, ctx->config.service);
+                     wan_names(ctx->wanId).interface, ctx->wanId + first_wan_table, ctx->config.service);
     if (!script || !script.commit())
         log_error("Failed to generate wan_%u route rule: %s", ctx->wanId, path.text);
 }

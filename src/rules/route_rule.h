@@ -4,6 +4,9 @@
 
 #include "rules/rule_ctx.h"
 
+// A WAN's routing table is its identifier and this.
+inline constexpr uint32_t first_wan_table = 100;
+
 // Writes the WAN's /etc/hotplug.d/iface/99-wan_<id>; does not run it. Failures are logged.
 void wan_write_route_rule(const wan_rule_ctx *ctx);
 

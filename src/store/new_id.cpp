@@ -13,10 +13,6 @@ namespace {
 
 constexpr uint32_t greatest_id = 255;
 
-// Their routing tables (rules/route_rule adds 100) would be the kernel's own `default`, `main` and `local`.
-constexpr uint32_t first_reserved_id = 153;
-constexpr uint32_t last_reserved_id = 155;
-
 // The identifier of a WAN that is being written again; 0: none.
 constinit std::atomic<uint8_t> held_id = 0;
 

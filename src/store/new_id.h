@@ -6,6 +6,11 @@
 
 #include <cstdint>
 
+// The routing tables of these WANs (rules/route_rule) would be the kernel's own `default`, `main` and
+// `local`.
+inline constexpr uint32_t first_reserved_id = 153;
+inline constexpr uint32_t last_reserved_id = 155;
+
 // The identifier for a new WAN: the one that the allocator is about to give when that can be used, else the
 // lowest that can. Usable are 1 to 255 but for 153 to 155, as long as no list entry, no section and no WAN
 // that is being rewritten has them. Returns 0, logged, when there is none. Writes nothing.
