@@ -1,5 +1,6 @@
 // korvelctl: the WANs of this gateway at a prompt.
 #include "ctl/change.h"
+#include "ctl/check.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 #include "ctl/request.h"
@@ -27,6 +28,7 @@ constexpr command commands[] = {
     {"modify", "modify ID OPTION...", "change what the options say and nothing else", run_modify},
     {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
     {"watch", "watch", "a line for each event of a WAN or its link", run_watch},
+    {"check", "check", "what is missing, left over, doubled or in the way", run_check},
 };
 
 constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"

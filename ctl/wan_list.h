@@ -23,9 +23,10 @@ public:
     // The WAN of an identifier, or null.
     const wan_config *find(uint8_t id) const;
 
-private:
+    // False: memory is short.
     bool add(const wan_config &record);
 
+private:
     wan_config *rows_ = nullptr;
     size_t size_ = 0;
 };

@@ -1,0 +1,72 @@
+#include "ctl/findings.h"
+
+#include "base/text.h"
+#include "ctl/output.h"
+
+#include <cstdarg>
+
+namespace {
+
+constinit json_writer json;
+
+} // namespace
+
+finding_text::finding_text(const char *pattern, ...)
+{
+    va_list arguments;
+    va_start(arguments, pattern);
+    (void)vsnprintf(text, sizeof(text), pattern, arguments);
+    va_end(arguments);
+}
+
+finding_report::finding_report()
+{
+    if (!output_is_json())
+        return;
+    json.open_object();
+    json.open_array("findings");
+}
+
+void finding_report::add(finding number, const char *what, const char *remedy)
+{
+    count_++;
+    if (!output_is_json()) {
+        say_in(colour::red, "%2u  %s", static_cast<unsigned>(number), what);
+        return say("    remedy: %s", remedy);
+    }
+    json.open_object();
+    json.number("number", static_cast<int64_t>(number));
+    json.text("finding", what);
+    json.text("remedy", remedy);
+    json.close_object();
+}
+
+void finding_report::cannot_tell(const char *what)
+{
+    if (unknown_ < most_unknown)
+        (void)text_ref(reasons_[unknown_++]).format("%s", what);
+}
+
+exit_status finding_report::end()
+{
+    const exit_status result = count_ > 0     ? exit_status::findings
+                               : unknown_ > 0 ? exit_status::unknown
+                                              : exit_status::done;
+    if (!output_is_json()) {
+        for (size_t i = 0; i < unknown_; i++)
+            say_in(colour::yellow, "??  %s", reasons_[i]);
+        if (result == exit_status::done)
+            say("Nothing is amiss.");
+        return result;
+    }
+    json.close_array();
+    json.open_array("unknown");
+    for (size_t i = 0; i < unknown_; i++)
+        json.text(nullptr, reasons_[i]);
+    json.close_array();
+    json.flag("ok", result == exit_status::done);
+    json.number("exit", static_cast<int64_t>(result));
+    json.close_object();
+    json.end();
+    return result;
+}
