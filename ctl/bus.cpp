@@ -11,7 +11,7 @@ namespace {
 
 void keep_first_reply(ubus_request *request, int, blob_attr *message)
 {
-    bus_reply &reply = *static_cast<bus_reply *>(request->priv);
+    bus_answer &reply = *static_cast<bus_answer *>(request->priv);
     if (!reply && message)
         reply.reset(blob_memdup(message));
 }
@@ -70,7 +70,7 @@ bool bus_connection::has(const char *object)
     return connect() && ubus_lookup_id(bus_, object, &id) == UBUS_STATUS_OK && id != 0;
 }
 
-int bus_connection::call(const char *object, const char *method, blob_attr *message, bus_reply &reply_out)
+int bus_connection::call(const char *object, const char *method, blob_attr *message, bus_answer &reply_out)
 {
     reply_out.reset();
     if (!connect())

@@ -21,7 +21,7 @@ private:
 };
 
 // What an object replied: its first reply, null when there was none.
-using bus_reply = heap_ptr<blob_attr>;
+using bus_answer = heap_ptr<blob_attr>;
 
 // A member of a table or of a reply by name and type; null when it is missing, malformed or of another type,
 // or when `table` is null.
@@ -47,7 +47,7 @@ public:
     // Calls a method and waits as long as call_timeout() says. A null message has no arguments. Returns the
     // bus status: UBUS_STATUS_CONNECTION_FAILED also when there is no bus, UBUS_STATUS_NOT_FOUND when the
     // object is not there. reply_out is what was replied, whatever the status.
-    int call(const char *object, const char *method, blob_attr *message, bus_reply &reply_out);
+    int call(const char *object, const char *method, blob_attr *message, bus_answer &reply_out);
 
 private:
     bool connect();

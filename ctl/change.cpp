@@ -18,7 +18,7 @@ enum : int { reply_ok = 0, reply_vlan = -2, reply_port = -3, reply_no_port = -4 
 struct outcome {
     int bus_status = 0;
     int64_t status = 0; // the reply's
-    bus_reply reply;
+    bus_answer reply;
 
     bool timed_out() const { return bus_status == UBUS_STATUS_TIMEOUT; }
     const char *info() const { return bus_text(reply.get(), "info", "no reason given"); }

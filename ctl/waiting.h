@@ -22,7 +22,7 @@ public:
     }
 
 private:
-    bus_reply reply_;
+    bus_answer reply_;
 };
 
 // The arguments that a waiting change changes, "mtu, vid".

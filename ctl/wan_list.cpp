@@ -54,7 +54,7 @@ bool wan_list::add(const wan_config &record)
 int wan_list::ask(bus_connection &bus)
 {
     size_ = 0;
-    bus_reply reply;
+    bus_answer reply;
     const int status = bus.call("korvel", "all", nullptr, reply);
     if (status != UBUS_STATUS_OK)
         return status;

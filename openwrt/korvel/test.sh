@@ -15,7 +15,7 @@ check_korvel() {
 
 case $1 in
 korvel) check_korvel ;;
-korvel-tools) ;;
+korvel-tools) korvelctl --help | grep -q '^Usage: korvelctl ' ;;
 *)
     echo "unknown package: $1" >&2
     exit 1

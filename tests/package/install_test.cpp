@@ -81,7 +81,9 @@ TEST_F(install_test, programs_for_the_prompt_are_in_a_package_of_their_own)
 
     make_package("install-korvel-tools");
 
-    EXPECT_EQ((text_lines{"755 /usr/bin/korvelctl"}), files_in(package_files));
+    EXPECT_EQ((text_lines{"644 /usr/share/bash-completion/completions/korvelctl",
+                          "644 /usr/share/man/man8/korvelctl.8", "755 /usr/bin/korvelctl"}),
+              files_in(package_files));
 }
 
 TEST_F(install_test, what_an_upgrade_of_the_package_keeps_is_in_it)
