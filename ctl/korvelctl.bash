@@ -15,12 +15,14 @@ _korvelctl() {
     --dns | --dns6) words="auto" ;;
     *)
         if [ "$COMP_CWORD" -eq 1 ]; then
-            words="$(_korvelctl_words 's/^  \([a-z]*\) .*/\1/p' | sort -u) --help --version"
+            words="$(_korvelctl_words 's/^  \([a-z][a-z-]*\) .*/\1/p' | sort -u) --help --version"
         else
             case $command in
             status) words="--watch --json --timeout" ;;
             show) words="--secrets --json --timeout" ;;
             add | modify) words="$(_korvelctl_words 's/^  \(--[a-z0-9-]*\).*/\1/p') --json --timeout" ;;
+            restore) words=$(korvelctl list 2> /dev/null | sed 's/.* //') ;;
+            try) words="add modify del restore" ;;
             del) words="--all --json --timeout" ;;
             *) words="--json --timeout" ;;
             esac

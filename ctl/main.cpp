@@ -4,8 +4,10 @@
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 #include "ctl/request.h"
+#include "ctl/safe_point.h"
 #include "ctl/show.h"
 #include "ctl/status.h"
+#include "ctl/try.h"
 #include "ctl/watch.h"
 
 #include <cstdio>
@@ -29,6 +31,13 @@ constexpr command commands[] = {
     {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
     {"watch", "watch", "a line for each event of a WAN or its link", run_watch},
     {"check", "check", "what is missing, left over, doubled or in the way", run_check},
+    {"save", "save NAME", "keep configurations and scripts as a safe point", run_save},
+    {"restore", "restore NAME", "go back to a safe point", run_restore},
+    {"list", "list", "the safe points that are kept", run_list},
+    {"try", "try SECONDS add|modify|del|restore ...", "make a change that goes again unless it is confirmed",
+     run_try},
+    {"confirm", "confirm", "keep the change that is on trial", run_confirm},
+    {"take-back", "take-back", "take the change that is on trial back now", run_take_back},
 };
 
 constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"

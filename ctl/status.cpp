@@ -2,6 +2,7 @@
 #include "ctl/status.h"
 
 #include "ctl/option_reader.h"
+#include "ctl/try.h"
 #include "ctl/waiting.h"
 #include "ctl/wan_list.h"
 #include "ctl/words.h"
@@ -110,6 +111,8 @@ void print_table(const state_of_wans &state)
     for (const wan_config &record : state.wans)
         print_row(record);
     print_waiting(state);
+    if (try_waits())
+        say_in(colour::yellow, "A change is on trial and goes again, unless: korvelctl confirm");
     print_amiss(state.wans);
     (void)fflush(stdout);
 }
@@ -131,6 +134,7 @@ void print_json(const state_of_wans &state)
         if (is_down(record))
             json.number(nullptr, record.wanId);
     json.close_array();
+    json.flag("onTrial", try_waits());
     if (state.tells_waiting) {
         json.open_array("waiting");
         state.waiting.each([&](blob_attr *entry) { write_waiting(json, entry); });

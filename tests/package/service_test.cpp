@@ -276,4 +276,24 @@ TEST_F(service_test, the_wait_is_a_number)
     EXPECT_EQ("Usage: run-daemon [-t SECONDS]\n", result.errors);
 }
 
+TEST_F(service_test, a_change_on_trial_that_lost_its_guard_is_taken_back_at_the_start)
+{
+    silence_services();
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    gateway.start_netd();
+    start();
+    ASSERT_TRUE(serves());
+    ASSERT_EQ(0, run_program({"korvelctl", "try", "600", "modify", "1", "--vlan", "101"}).status);
+    ASSERT_EQ("101", *gateway.device_option(1, "vid"));
+    EXPECT_EQ(0, run_program({script, "restart"}).status);
+    EXPECT_EQ("101", *gateway.device_option(1, "vid")) << "while its guard lives it is the guard's";
+    ASSERT_EQ(0, run_program({"pkill", "-KILL", "-x", "korvelctl"}).status);
+
+    EXPECT_EQ(0, run_program({script, "restart"}).status);
+
+    EXPECT_EQ("100", *gateway.device_option(1, "vid"));
+    EXPECT_TRUE(serves());
+    EXPECT_FALSE(gateway.exists("/etc/korvel/try.taken-back"));
+}
+
 } // namespace

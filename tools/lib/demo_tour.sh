@@ -31,6 +31,27 @@ show_start() {
     run "ubus -v list korvel"
 }
 
+work_at_the_prompt() {
+    say "At the prompt: a PPPoE WAN on VLAN 100, LAN ports 1 and 2 bound to it. The password comes by standard input."
+    run "echo secret | korvelctl add --pppoe alice@isp.example --password-file - --vlan 100 --ports lan1,lan2"
+    await_network
+    run_until "100.64." "korvelctl status"
+    run "korvelctl show 1"
+    say "What cannot work is not even sent; what would be right is said."
+    run_refused "korvelctl add --bridged --vlan 100"
+    say "Another VLAN, with a way back: nobody confirms it, so it goes again."
+    run "korvelctl try 1 modify 1 --vlan 101"
+    run_until "pon.100 " "korvelctl status"
+    await_network
+    run_until "Nothing is amiss" "korvelctl check"
+    say "A rule is lost; check names it, and what to do."
+    run "ip rule del fwmark 0x1000/0x1000 prohibit"
+    run_refused "korvelctl check"
+    run "ACTION=ifupdate INTERFACE=wan_1 hotplug-call iface > /dev/null 2>&1"
+    run "korvelctl check"
+    run "korvelctl del 1"
+}
+
 add_wans() {
     say "A routed PPPoE WAN for IPv4 and IPv6 on VLAN 100; LAN ports 1 and 2 are bound to it."
     run "ubus call korvel add '{\"wanMode\":1, \"ipProtocol\":3, \"ipMode\":2, \"napt\":true, \"vlanMode\":true,
@@ -104,7 +125,7 @@ change_wans() {
 
 restart_korvel() {
     say "The scripts are lost; at its next start korvel writes them again from the configuration."
-    run "rm /etc/hotplug.d/iface/99-wan_* /etc/korvel/*"
+    run "rm /etc/hotplug.d/iface/99-wan_* /etc/korvel/*.sh"
     stop_korvel
     start_korvel
     run "ls /etc/hotplug.d/iface /etc/korvel"
@@ -136,6 +157,7 @@ provision() {
 }
 
 show_start
+work_at_the_prompt
 add_wans
 query_wans
 show_configuration
