@@ -1,5 +1,5 @@
-// The program file of the daemon or of korvelctl, given as the first argument: that it runs on a gateway without a C++ run-time
-// library, and that the release is linked as hardened as it is meant to be.
+// The program file of the daemon or of korvelctl, given as the first argument: that it runs on a gateway
+// without a C++ run-time library, and that the release is linked as hardened as it is meant to be.
 #include "program/elf_file.h"
 
 #include <gtest/gtest.h>

@@ -42,12 +42,14 @@ work_at_the_prompt() {
     say "Another VLAN, with a way back: nobody confirms it, so it goes again."
     run "korvelctl try 1 modify 1 --vlan 101"
     run_until "pon.100 " "korvelctl status"
+    run_until "taken back already" "korvelctl confirm 2>&1 || true"
     await_network
+    run_until "100.64." "korvelctl status"
     run_until "Nothing is amiss" "korvelctl check"
-    say "A rule is lost; check names it, and what to do."
-    run "ip rule del fwmark 0x1000/0x1000 prohibit"
+    say "Somebody leaves a rule behind; check names it, and what to do."
+    run "ip rule add from all fwmark 0x20000/0x20000 prohibit"
     run_refused "korvelctl check"
-    run "ACTION=ifupdate INTERFACE=wan_1 hotplug-call iface > /dev/null 2>&1"
+    run "ip rule del from all fwmark 0x20000/0x20000 prohibit"
     run "korvelctl check"
     run "korvelctl del 1"
 }
