@@ -7,7 +7,7 @@ namespace {
 
 class ctl_manual_test : public ctl_test {
 protected:
-    std::string manual() const { return gateway.file(KORVEL_SOURCE_DIR "/ctl/korvelctl.8"); }
+    std::string manual() const { return gateway.file(KORVEL_SOURCE_DIR "/docs/man/korvelctl.8.in"); }
 };
 
 TEST_F(ctl_manual_test, has_every_command_and_option)
@@ -39,7 +39,7 @@ TEST_F(ctl_manual_test, is_clean_for_the_formatter)
 {
     if (run_program({"sh", "-c", "command -v mandoc"}).status != 0)
         GTEST_SKIP() << "mandoc is not installed";
-    const program_result result = run_program({"mandoc", "-T", "lint", KORVEL_SOURCE_DIR "/ctl/korvelctl.8"});
+    const program_result result = run_program({"mandoc", "-T", "lint", KORVEL_SOURCE_DIR "/docs/man/korvelctl.8.in"});
     EXPECT_EQ("", result.output);
     EXPECT_EQ(0, result.status);
 }
