@@ -10,7 +10,6 @@
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -260,18 +259,6 @@ void traced_program::go_on(pid_t thread, int signal_number) const
     (void)ptrace(seen_ ? PTRACE_SYSCALL : PTRACE_CONT, thread, nullptr, signal_number);
 }
 
-// Puts other bytes in the place of random ones, of each call others, so that the program does the same every
-// time.
-void traced_program::make_known(const system_call &call, size_t size)
-{
-    std::string bytes(size, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random_());
-    const iovec local{bytes.data(), size};
-    const iovec remote{reinterpret_cast<void *>(call.words[0]), size};
-    (void)process_vm_writev(call.thread, &local, 1, &remote, 1, 0);
-}
-
 // Returns the signal that the thread is to get: none.
 int traced_program::handle_call(pid_t thread)
 {
@@ -317,8 +304,6 @@ void traced_program::leave_call(thread_state &state, int64_t result)
         result = result_when_left_out(state.call);
     if (state.decided.what != fate::make)
         set_result(state.call.thread, result);
-    if (state.call.number == SYS_getrandom && result > 0)
-        make_known(state.call, static_cast<size_t>(result));
     if (state.call.kind == call_kind::wait_for_events && state.call.thread == pid_)
         waiting_ = false;
     if (after_call && state.decided.what != fate::leave_out)

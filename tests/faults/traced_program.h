@@ -1,13 +1,12 @@
 // A program that runs under this one's eyes: each call that it makes of the kernel is seen before it is made
-// and may be refused, left out or made its last. What it asks for as random is the same in each run. Its
-// children run free and unseen, its threads do not. One at a time, and all from one thread. For x86-64.
+// and may be refused, left out or made its last. Its children run free and unseen, its threads do not. One at
+// a time, and all from one thread. For x86-64.
 #pragma once
 
 #include "faults/calls.h"
 
 #include <functional>
 #include <map>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -60,7 +59,6 @@ private:
     int handle_call(pid_t thread);
     void enter_call(thread_state &state, const system_call &call);
     void leave_call(thread_state &state, int64_t result);
-    void make_known(const system_call &call, size_t size);
     void handle_child(pid_t child);
     void go_on(pid_t thread, int signal_number) const;
     void end_thread(pid_t thread, int status);
@@ -72,6 +70,5 @@ private:
     bool seen_ = true;
     int wait_status_ = 0;
     std::map<pid_t, thread_state> threads_;
-    std::minstd_rand random_;
     std::map<pid_t, bool> children_; // those held back, and whether they are to fail
 };

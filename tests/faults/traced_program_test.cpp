@@ -94,16 +94,6 @@ TEST_F(traced_program_test, temporary_files_are_seen)
     EXPECT_TRUE(seen[2].starts_with("unlink /etc/config/.subject."));
 }
 
-TEST_F(traced_program_test, temporary_files_have_the_same_names_in_each_run)
-{
-    run({"temporary", "temporary"});
-    const texts first = seen;
-    seen.clear();
-    run({"temporary", "temporary"});
-    EXPECT_EQ(first, seen);
-    EXPECT_NE(seen[0], seen[3]);
-}
-
 TEST_F(traced_program_test, what_is_run_unseen_is_seen_again_from_its_wait_on)
 {
     traced_program subject({KORVEL_FAULTS_SUBJECT, "replace", "events", "stream"}, {}, output_path);
