@@ -315,7 +315,7 @@ int wan_read_stored(wan_config *record)
     wan_read_configured(network, &reading);
     const int result = finish_alone(reading);
     if (!network) {
-        log_error("Failed to read file: " UCI_CONFDIR "/network: %s", network.reason());
+        log_error("Failed to read file: /etc/config/network: %s", network.reason());
         return configuration_unreadable;
     }
     if (result != 0 || record->wanMode != wan_mode_routed)
