@@ -5,20 +5,47 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <span>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
-// FNV-1a: what it tells apart is what programs write by accident or by right, not what they forge.
+// As FNV-1a, but by words, with the high bits brought down after each, since a product carries upwards only:
+// a configuration is hashed several times for each change. What it tells apart is what programs write by
+// accident or by right, not what they forge.
 constexpr uint64_t hash_start = 0xcbf29ce484222325;
 
+uint64_t hash_word(uint64_t hash, uint64_t word)
+{
+    hash = (hash ^ word) * 0x9e3779b97f4a7c15;
+    return hash ^ (hash >> 32);
+}
+
+// What comes before, in an earlier call, must fill whole words.
 uint64_t hash_on(uint64_t hash, const char *data, size_t size)
 {
-    for (size_t i = 0; i < size; i++)
-        hash = (hash ^ static_cast<unsigned char>(data[i])) * 0x100000001b3;
-    return hash;
+    uint64_t word = 0;
+    for (; size >= sizeof(word); data += sizeof(word), size -= sizeof(word)) {
+        memcpy(&word, data, sizeof(word));
+        hash = hash_word(hash, word);
+    }
+    word = 0;
+    memcpy(&word, data, size);
+    return hash_word(hash, word + (uint64_t{size} << 56));
+}
+
+// Fills a block, which is less only at the file's end. False: the file cannot be read.
+bool read_block(int file, std::span<char> block, size_t *length_out)
+{
+    *length_out = 0;
+    ssize_t count = 0;
+    do {
+        *length_out += static_cast<size_t>(count);
+        count = read(file, block.data() + *length_out, block.size() - *length_out);
+    } while (count > 0);
+    return count == 0;
 }
 
 // Otherwise there are files that lstat() fails on and readdir() stops at.
@@ -27,13 +54,16 @@ static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8, "build with _FILE_OFFSET
 content_mark mark_of_file(int file)
 {
     content_mark mark = {content_mark::file, 0, hash_start};
-    char block[4096];
-    ssize_t count;
-    while ((count = read(file, block, sizeof(block))) > 0) {
-        mark.size += static_cast<uint64_t>(count);
-        mark.hash = hash_on(mark.hash, block, static_cast<size_t>(count));
-    }
-    return count < 0 ? content_mark{content_mark::unreadable, 0, 0} : mark;
+    alignas(uint64_t) char block[16384];
+    size_t length = 0;
+    do {
+        if (!read_block(file, block, &length))
+            return {content_mark::unreadable, 0, 0};
+        mark.size += length;
+        if (length > 0)
+            mark.hash = hash_on(mark.hash, block, length);
+    } while (length == sizeof(block));
+    return mark;
 }
 
 } // namespace
