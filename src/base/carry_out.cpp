@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <replace_file.h>
+#include <span>
 #include <unistd.h>
 
 namespace {
@@ -218,13 +219,13 @@ bool sync_directory_at_last(const char *path)
 }
 
 // Syncs the directories of the steps that count, but for one that was synced already.
-bool sync_directories(const step_list &steps, bool (*counts)(const step &), std::string_view done)
+bool sync_directories(std::span<const step> steps, bool (*counts)(const step &), std::string_view done)
 {
     bool synced = true;
     for (const step &each : steps) {
         if (!counts(each) || directory_of(each.path) == done)
             continue;
-        const step *earlier = steps.begin();
+        const step *earlier = steps.data();
         while (earlier < &each &&
                !(counts(*earlier) && directory_of(earlier->path) == directory_of(each.path)))
             earlier++;
@@ -238,10 +239,17 @@ bool sync_directories(const step_list &steps, bool (*counts)(const step &), std:
 
 bool sync_temporaries(const step_list &steps, const char *other_path)
 {
-    return sync_directory_of(other_path) && sync_directories(steps, has_temporary, directory_of(other_path));
+    return sync_directory_of(other_path) &&
+           sync_directories({steps.begin(), steps.end()}, has_temporary, directory_of(other_path));
 }
 
-bool sync_files(const step_list &steps)
+bool sync_files(const step_list &steps, unsigned stage)
 {
-    return sync_directories(steps, is_lasting, {});
+    const step *first = steps.begin();
+    while (first < steps.end() && first->stage != stage)
+        first++;
+    const step *end = first;
+    while (end < steps.end() && end->stage == stage)
+        end++;
+    return sync_directories({first, end}, is_lasting, {});
 }

@@ -16,7 +16,7 @@ void carry_out_commands(const step_list &steps, unsigned stage);
 // Whether a step of a stage has been done.
 bool stage_has_begun(const step_list &steps, unsigned stage);
 
-// Sync each directory once that the steps' temporaries are in, and the one of another path; or that the
-// steps' files are in.
+// Sync each directory once that the steps' temporaries are in, and the one of another path; or that the files
+// of a stage's steps are in.
 bool sync_temporaries(const step_list &steps, const char *other_path);
-bool sync_files(const step_list &steps);
+bool sync_files(const step_list &steps, unsigned stage);

@@ -243,12 +243,12 @@ bool operation::complete()
         if (stage + 1 == stages())
             hold.reset();
         else
-            done = done && sync_files(steps_); // a stage that has begun tells that the one before is complete
+            done = done && sync_files(steps_, stage); // one that has begun tells that this one is complete
         writing_.reset();
         if (done)
             carry_out_commands(steps_, stage);
     }
-    return done && sync_files(steps_);
+    return done && sync_files(steps_, stages() - 1);
 }
 
 operation_result operation::run()

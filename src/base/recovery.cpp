@@ -23,7 +23,8 @@ bool complete(const step_list &steps)
         first--;
     bool done = true;
     for (unsigned stage = first > 0 ? first - 1 : 0; done && stage < stages; stage++) {
-        done = carry_out_replacements(steps, stage) && carry_out_files(steps, stage) && sync_files(steps);
+        done =
+            carry_out_replacements(steps, stage) && carry_out_files(steps, stage) && sync_files(steps, stage);
         if (done)
             carry_out_commands(steps, stage);
     }

@@ -310,6 +310,24 @@ TEST_F(operation_test, syncs_once_per_file_and_a_few_times_more)
     EXPECT_LE(syncs, 2 * 2 + 4);
 }
 
+TEST_F(operation_test, a_last_stage_of_commands_syncs_nothing_again)
+{
+    int syncs = 0;
+    (void)count_calls([&] {
+        calls.watch = [&](const std::string &what) { syncs += what == "fsync"; };
+        EXPECT_EQ(operation_result::done, run_works({{[] {
+                                                         run_command(":");
+                                                         return config_set("t", "g", "one", "2") == 0;
+                                                     }},
+                                                     {[] {
+                                                         run_command(":");
+                                                         return true;
+                                                     }}}));
+    });
+
+    EXPECT_LE(syncs, 2 * 1 + 4);
+}
+
 TEST_F(operation_test, killed_before_any_call_it_is_whole_or_did_not_happen)
 {
     const std::string before = state();
