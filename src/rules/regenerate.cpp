@@ -27,20 +27,22 @@ void regenerate_route_rule(const wan_rule_ctx &wan, unsigned bound_ports)
     wan_write_route_rule(&wan);
 }
 
-// Deliberate: a WAN without bound ports never gets a script of its own, so its isolation is rebuilt at every
-// start.
-void regenerate_bridge_rule(const wan_rule_ctx &wan, unsigned bound_ports)
+// Deliberate: a WAN without bound ports never gets a script of its own, so the isolation is rebuilt at every
+// start; once for all such WANs, which have it in common.
+void regenerate_bridge_rule(const wan_rule_ctx &wan, unsigned bound_ports, bool &isolated)
 {
     const script_path path = bridge_rule_path(wan.wanId);
     if (file_exists(path.text))
         return;
     log_info("Generate missing wan_%u bridge rule: %s\n", wan.wanId, path.text);
-    wan_write_isolate_rule();
+    if (!isolated)
+        wan_write_isolate_rule();
+    isolated = true;
     if (bound_ports != 0)
         wan_write_bridge_rule(&wan);
 }
 
-void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
+void regenerate_wan(const uci_loaded &network, uint8_t wan_id, bool &isolated)
 {
     uci_section *const device = wan_device_section(network, wan_id);
     if (!device) {
@@ -59,7 +61,7 @@ void regenerate_wan(const uci_loaded &network, uint8_t wan_id)
     if (wan.config.wanMode == wan_mode_routed)
         regenerate_route_rule(wan, bound_ports);
     else
-        regenerate_bridge_rule(wan, bound_ports);
+        regenerate_bridge_rule(wan, bound_ports, isolated);
 }
 
 } // namespace
@@ -77,10 +79,11 @@ void wan_regen_missing_rules()
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return;
+    bool isolated = false; // whether the isolation was written
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
-        regenerate_wan(network, static_cast<uint8_t>(text_number(entry->name)));
+        regenerate_wan(network, static_cast<uint8_t>(text_number(entry->name)), isolated);
     }
     wan_write_mvlan_rule();
 }
