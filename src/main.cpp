@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/bus_headers.h"
+#include "base/config.h"
 #include "base/log.h"
 #include "base/recovery.h"
 #include "base/stop_signals.h"
@@ -58,11 +59,14 @@ bool prepare()
 {
     const stop_signal_mask blocked(stop_signal_mask::block);
     recover_operations(wan_script_directories());
-    if (settings_load() != 0)
-        return false;
-    wan_log_orphans();
-    nemtra_init_lan_num();
-    wan_regen_missing_rules();
+    {
+        const config_snapshot snapshot; // else each of these loads the configuration anew, some several times
+        if (settings_load() != 0)
+            return false;
+        wan_log_orphans();
+        nemtra_init_lan_num();
+        wan_regen_missing_rules();
+    }
     wan_import_custom();
     return true;
 }

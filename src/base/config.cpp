@@ -106,6 +106,19 @@ const char *config_reason(int result, int error)
     }
 }
 
+config_snapshot::config_snapshot()
+{
+    const config_hold hold;
+    begun_ = mxuci_gather_begin() == UCI_OK;
+}
+
+config_snapshot::~config_snapshot()
+{
+    const config_hold hold;
+    if (begun_)
+        mxuci_gather_end();
+}
+
 uci_loaded::uci_loaded(const char *config)
     : context_(nullptr), package_(nullptr), result_(UCI_OK), error_(0), owned_(false)
 {

@@ -34,9 +34,24 @@ int config_delete(const char *config, const char *section, const char *option);
 // Why a call failed: from its result, and errno at that time where the system refused something.
 const char *config_reason(int result, int error);
 
+// Has this thread read each configuration once, at its first use, for its own lifetime: all of what is read
+// is from one state, and reading more costs no load. Nothing may be written meanwhile, and no operation may
+// begin. Without effect within an operation's work, and where the platform's mxuci does not gather.
+class config_snapshot {
+public:
+    config_snapshot();
+    ~config_snapshot();
+    config_snapshot(const config_snapshot &) = delete;
+    config_snapshot &operator=(const config_snapshot &) = delete;
+
+private:
+    bool begun_;
+};
+
 // One configuration as it is at this moment, with a context of its own. What it hands out lives as long as it
 // does. While an operation's work runs it is what the operation has gathered: then it changes with every call
-// above, and what a call deletes or replaces must not be touched any more.
+// above, and what a call deletes or replaces must not be touched any more. Within a snapshot it is the
+// snapshot's, and must go before that.
 class uci_loaded {
 public:
     explicit uci_loaded(const char *config);

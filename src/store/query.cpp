@@ -10,7 +10,6 @@
 #include "store/reply_fields.h"
 #include "wan/wan_names.h"
 
-#include <optional>
 #include <span>
 
 namespace {
@@ -48,34 +47,36 @@ bool add_tables(std::span<const wan_config> records)
 
 // The WANs of an `all`. Their records are in the order of the list and its length, and so are the readings.
 struct listed_wans {
-    size_t count;
+    size_t count = 0;
     heap_ptr<wan_config[]> records;
     heap_ptr<wan_reading[]> readings;
+    size_t listed = 0; // how many readings there are: none, where the list is a plain option, which counts
+                       // as one all the same
 
-    explicit listed_wans(size_t wans)
-        : count(wans), records(static_cast<wan_config *>(calloc(wans, sizeof(wan_config)))),
-          readings(static_cast<wan_reading *>(calloc(wans, sizeof(wan_reading))))
-    {}
-    explicit operator bool() const { return records && readings; }
+    bool has_memory() const { return records && readings; }
 };
 
-// Reads what is configured of the listed WANs, from the front. Returns how many there are: none, where the
-// list is a plain option, which counts as one all the same.
-size_t read_configured(const uci_loaded &network, const listed_wans &wans)
+// Reads what is configured of the listed WANs, all of it from one state.
+listed_wans read_configured()
 {
+    const config_snapshot snapshot;
+    const uci_loaded network("network");
+    listed_wans wans;
+    wans.count = wan_listed_count(network);
+    wans.records.reset(static_cast<wan_config *>(calloc(wans.count, sizeof(wan_config))));
+    wans.readings.reset(static_cast<wan_reading *>(calloc(wans.count, sizeof(wan_reading))));
     uci_list *const entries = wan_listed_ids(network);
-    if (!entries)
-        return 0;
-    size_t index = 0;
+    if (!entries || !wans.has_memory())
+        return wans;
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
-        wans.records[index].wanId = static_cast<uint8_t>(text_number(entry->name));
-        wans.readings[index].record = &wans.records[index];
-        wan_read_configured(network, &wans.readings[index]);
-        index++;
+        wan_reading &reading = wans.readings[wans.listed];
+        reading.record = &wans.records[wans.listed++];
+        reading.record->wanId = static_cast<uint8_t>(text_number(entry->name));
+        wan_read_configured(network, &reading);
     }
-    return index;
+    return wans;
 }
 
 // Returns -1 when the last WAN cannot be read; an earlier one is only logged and keeps what was read of it.
@@ -118,20 +119,17 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
 
 int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    std::optional<uci_loaded> network("network"); // all of the answer is from this one state
-    const listed_wans wans(wan_listed_count(*network));
+    const listed_wans wans = read_configured();
     if (wans.count == 0)
         return UBUS_STATUS_OK;
-    const size_t listed = wans ? read_configured(*network, wans) : 0;
-    network.reset();
-    const int result = finish_readings({wans.readings.get(), listed});
+    const int result = finish_readings({wans.readings.get(), wans.listed});
 
     handler_reply reply;
     if (result != 0) {
         reply.send_result(bus, request, -1, "korvel read all WAN ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (!wans || !add_tables({wans.records.get(), wans.count})) {
+    if (!wans.has_memory() || !add_tables({wans.records.get(), wans.count})) {
         reply.restart();
         reply.send_result(bus, request, -1, "korvel malloc ERR!");
         return UBUS_STATUS_UNKNOWN_ERROR;

@@ -1,5 +1,6 @@
 // The daemon as a program: command lines, start-up on a real configuration, and its end.
 #include "support/daemon_test.h"
+#include "support/open_count.h"
 #include "support/printed_replies.h"
 #include "support/sanitizers.h"
 
@@ -122,6 +123,20 @@ TEST_F(startup_test, without_a_board_it_starts_with_no_ports)
     EXPECT_EQ(result_reply(0, 0, "korvel modify OK."),
               gateway.call("add", add_request(routed_dhcp(1, {.bind = "11"}))));
     EXPECT_FALSE(gateway.device_option(1, "port_binding"));
+}
+
+TEST_F(startup_test, the_configuration_is_read_once_however_many_wans_there_are)
+{
+    gateway.set_ports({.lan = 4});
+    for (uint8_t id = 1; id <= 6; id++)
+        gateway.store_wan(id % 2 == 0 ? bridged_wan(id, "0000", {.vid = static_cast<uint16_t>(100 + id)})
+                                      : routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id)}));
+    gateway.start_netd();
+    const open_count opens("/etc/config/network");
+
+    gateway.start_korvel();
+
+    EXPECT_EQ(1U, opens.take());
 }
 
 TEST_F(startup_test, the_uplink_names_the_devices)

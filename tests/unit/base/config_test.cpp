@@ -2,6 +2,7 @@
 #include "base/config.h"
 
 #include "support/gateway.h"
+#include "support/open_count.h"
 
 #include <atomic>
 #include <thread>
@@ -99,6 +100,28 @@ TEST_F(config_test, what_is_loaded_stays_as_it_was)
     EXPECT_STREQ("text", loaded.plain(loaded.section("one"), "o"));
     const uci_loaded afterwards("t");
     EXPECT_STREQ("changed", afterwards.plain(afterwards.section("one"), "o"));
+}
+
+TEST_F(config_test, a_snapshot_reads_each_configuration_once)
+{
+    char value[16] = "";
+    const open_count opens("/etc/config/t");
+    {
+        const config_snapshot snapshot;
+        EXPECT_EQ(0, config_get("t", "one", "o", value));
+        gateway.set_config("t", "config a 'one'\n\toption o 'new'\n");
+        (void)opens.take();
+
+        EXPECT_EQ(0, config_get("t", "one", "o", value));
+        EXPECT_STREQ("text", value);
+        EXPECT_STREQ("text", uci_loaded("t").plain(uci_loaded("t").section("one"), "o"));
+        EXPECT_EQ(0U, opens.take());
+    }
+
+    EXPECT_EQ(0, config_get("t", "one", "o", value));
+    EXPECT_STREQ("new", value);
+    EXPECT_EQ(0, config_set("t", "one", "o", "written"));
+    EXPECT_EQ("written", gateway.uci_get("t.one.o"));
 }
 
 TEST_F(config_test, other_threads_wait_for_the_end_of_the_outermost_hold)
