@@ -1,0 +1,103 @@
+// Queries and refusals, compared with a program that runs the same commands one after the other and judges
+// nothing.
+#include "measure.h"
+
+#include <stdexcept>
+
+namespace {
+
+constexpr int calls_per_round = 3; // of what takes little time
+
+std::string wan_argument(int index)
+{
+    return "{\"wanId\":" + std::to_string(wan_id_of(index)) + "}";
+}
+
+// What a query of WANs takes in any case.
+std::vector<std::string> plan_of(int first, int count)
+{
+    std::vector<std::string> plan = {"load network"};
+    for (int index = first; index < first + count; index++)
+        for (const std::string &command : status_commands(index))
+            plan.push_back("ask " + command);
+    return plan;
+}
+
+comparison compare_query(ground &gateway, int rounds, const char *method, const std::string &arguments,
+                         const std::vector<std::string> &plan, int repeats)
+{
+    gateway.plan(plan);
+    const auto repeat = [repeats](const action &call) {
+        return time_of([&] {
+            for (int i = 0; i < repeats; i++)
+                call();
+        });
+    };
+    comparison result;
+    for (int round = 0; round < rounds; round++)
+        result.measure(
+            [&] { return repeat([&] { gateway.client().must_call("korvel", method, arguments); }); },
+            [&] { return repeat([&] { gateway.client().must_call("bare", "go"); }); });
+    return result;
+}
+
+void measure_gets(ground &gateway, int rounds, int wans, figures &out)
+{
+    constexpr double most_alone = 1.05, most_of_two = 0.7;
+    for (int index = 0; index < static_cast<int>(wan_kinds.size()); index++) {
+        const bool asks_twice = status_commands(index).size() == 2;
+        const comparison result =
+            compare_query(gateway, rounds, "get", wan_argument(index), plan_of(index, 1), calls_per_round);
+        out.push_back({std::string("get, ") + wan_kind_of(index).name, wans, "load and popen, one by one",
+                       result.ratio(), asks_twice ? most_of_two : most_alone});
+    }
+}
+
+void measure_all(ground &gateway, int rounds, int wans, figures &out)
+{
+    constexpr double most = 0.6;
+    constexpr int wans_that_count = 32;
+    const comparison result = compare_query(gateway, rounds, "all", "{}", plan_of(0, wans), 1);
+    out.push_back({"all", wans, "load and popen, one by one", result.ratio(),
+                   wans < wans_that_count ? std::nullopt : std::optional(most)});
+}
+
+void measure_refusal(ground &gateway, int rounds, figures &out)
+{
+    constexpr double most = 1.2;
+    constexpr int calls = 200;
+    const std::string refused = R"({"wanMode":1,"mtu":1})";
+    comparison result;
+    for (int round = 0; round < rounds; round++)
+        result.measure(
+            [&] {
+                return time_of([&] {
+                    for (int i = 0; i < calls; i++)
+                        (void)gateway.client().call("korvel", "add", refused);
+                });
+            },
+            [&] {
+                return time_of([&] {
+                    for (int i = 0; i < calls; i++)
+                        gateway.client().must_call("bare", "empty");
+                });
+            });
+    out.push_back({"invalid request", -1, "an empty method of a bare object", result.ratio(), most});
+}
+
+} // namespace
+
+void measure_queries(ground &gateway, const effort &effort, figures &out)
+{
+    gateway.stop_daemon();
+    for (const int wans : gateway.sizes()) {
+        gateway.bring_up(wans);
+        gateway.start_daemon();
+        gateway.start_bare();
+        measure_gets(gateway, effort.rounds, wans, out);
+        measure_all(gateway, effort.rounds, wans, out);
+        gateway.stop_daemon();
+    }
+    gateway.start_daemon();
+    measure_refusal(gateway, effort.rounds, out);
+}
