@@ -220,9 +220,10 @@ void warn_of_waiting(bus_connection &bus, uint8_t wan_id)
         return;
     waiting.each([&](blob_attr *entry) {
         if (bus_number(entry, "wanId") == wan_id)
-            warn("a change of WAN %u waits (%s) and will be made over this one in %s", wan_id,
-                 changed_words(entry).text,
-                 time_words(static_cast<uint64_t>(bus_number(entry, "seconds"))).text);
+            warn("a change of WAN %u waits (%s) and will be made over this one in %s, unless: korvelctl "
+                 "cancel %u",
+                 wan_id, changed_words(entry).text,
+                 time_words(static_cast<uint64_t>(bus_number(entry, "seconds"))).text, wan_id);
     });
 }
 
@@ -419,4 +420,35 @@ exit_status run_del(std::span<char *const> words)
     else if (const exit_status result = wans.read(bus); result != exit_status::done)
         return result;
     return all ? delete_all(bus, wans) : delete_one(bus, wans, id);
+}
+
+exit_status run_cancel(std::span<char *const> words)
+{
+    uint8_t id = 0;
+    option_reader reader({}, words);
+    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
+        if (what == option_reader::wrong)
+            return exit_status::usage;
+        if (id != 0)
+            return fail(exit_status::usage, "cancel takes one identifier; %s is one more", reader.value);
+        if (const exit_status result = read_wan_id(reader.value, &id); result != exit_status::done)
+            return result;
+    }
+    if (id == 0)
+        return fail(exit_status::usage, "whose change? `korvelctl cancel ID`; see `status`");
+    bus_connection bus;
+    if (bus.has("korvel") && !bus.has("korvel.state"))
+        return fail(exit_status::refused,
+                    "this daemon cannot take waiting changes back, or not for this user");
+    bus_message message;
+    (void)blobmsg_add_u32(message.buffer(), "wanId", id);
+    bus_answer answer;
+    const int status = bus.call("korvel.state", "cancel", message.head(), answer);
+    if (!answer)
+        return fail_call(status, "korvel.state", "cancel");
+    if (bus_number(answer.get(), "status", -1) != reply_ok)
+        return fail(exit_status::no_such, "no change of WAN %u waits", id);
+    char text[80];
+    (void)text_ref(text).format("The change of WAN %u that waited is taken back.", id);
+    return tell("cancelled", id, "", text);
 }

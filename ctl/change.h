@@ -1,4 +1,4 @@
-// `korvelctl add`, `modify` and `del`.
+// `korvelctl add`, `modify`, `del` and `cancel`.
 #pragma once
 
 #include "ctl/exit_status.h"
@@ -8,3 +8,4 @@
 exit_status run_add(std::span<char *const> words);
 exit_status run_modify(std::span<char *const> words);
 exit_status run_del(std::span<char *const> words);
+exit_status run_cancel(std::span<char *const> words);

@@ -29,6 +29,7 @@ constexpr command commands[] = {
     {"add", "add OPTION...", "a new WAN", run_add},
     {"modify", "modify ID OPTION...", "change what the options say and nothing else", run_modify},
     {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
+    {"cancel", "cancel ID", "take a change back that waits", run_cancel},
     {"watch", "watch", "a line for each event of a WAN or its link", run_watch},
     {"check", "check", "what is missing, left over, doubled or in the way", run_check},
     {"save", "save NAME", "keep configurations and scripts as a safe point", run_save},

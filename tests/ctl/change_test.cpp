@@ -335,4 +335,26 @@ TEST_F(ctl_change_test, what_cannot_be_looked_up_is_not_known)
     EXPECT_NE(std::string::npos, result.errors.find("before you repeat it"));
 }
 
+TEST_F(ctl_change_test, a_change_that_waits_is_shown_and_can_be_taken_back)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start();
+    EXPECT_EQ(code(exit_status::no_such), ctl({"cancel", "1"}).status);
+    ASSERT_EQ(0, ctl({"modify", "1", "--mtu", "1400", "--in", "1h"}).status);
+
+    const program_result status = ctl({"status"});
+    const json_value waiting = ctl_json({"status"}).at("waiting");
+    const program_result immediate = ctl({"modify", "1", "--vlan", "101"});
+    const program_result cancelled = ctl({"cancel", "1"});
+
+    EXPECT_NE(std::string::npos, status.output.find("Waiting: WAN 1 changes mtu in ")) << status.output;
+    ASSERT_EQ(1U, waiting.size());
+    EXPECT_EQ(waiting.at(0).at("wanId"), 1);
+    EXPECT_EQ(waiting.at(0).at("changes").at(0), "mtu");
+    EXPECT_NE(std::string::npos, immediate.errors.find("a change of WAN 1 waits (mtu)")) << immediate.errors;
+    EXPECT_EQ("The change of WAN 1 that waited is taken back.\n", cancelled.output);
+    EXPECT_EQ(0U, ctl_json({"status"}).at("waiting").size());
+    EXPECT_EQ(code(exit_status::usage), ctl({"cancel"}).status);
+}
+
 } // namespace

@@ -35,15 +35,6 @@ TEST_F(ctl_manual_test, has_every_exit_status_with_its_words)
             << row.meaning;
 }
 
-TEST_F(ctl_manual_test, is_clean_for_the_formatter)
-{
-    if (run_program({"sh", "-c", "command -v mandoc"}).status != 0)
-        GTEST_SKIP() << "mandoc is not installed";
-    const program_result result = run_program({"mandoc", "-T", "lint", KORVEL_SOURCE_DIR "/docs/man/korvelctl.8.in"});
-    EXPECT_EQ("", result.output);
-    EXPECT_EQ(0, result.status);
-}
-
 TEST_F(ctl_manual_test, the_help_fits_the_screen_s_width)
 {
     for (const std::string &line : lines_of(ctl({"--help"}).output))
