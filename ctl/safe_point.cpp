@@ -8,6 +8,7 @@
 #include "base/recovery.h"
 #include "base/record.h"
 #include "base/step_queue.h"
+#include "ctl/bus.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 #include "ctl/stored.h"
@@ -512,6 +513,22 @@ exit_status go_back_to(const char *name, daemon_state daemon)
     return exit_status::done;
 }
 
+void send_restored(const char *result)
+{
+    ubus_context *const bus = connect_to_bus();
+    if (!bus)
+        return;
+    bus_message event;
+    blob_buf *const buffer = event.buffer();
+    (void)blobmsg_add_string(buffer, "action", "restored");
+    (void)blobmsg_add_u32(buffer, "wanId", 0);
+    (void)blobmsg_add_string(buffer, "wanName", "");
+    (void)blobmsg_add_string(buffer, "device", "");
+    (void)blobmsg_add_string(buffer, "result", result);
+    (void)ubus_send_event(bus, "korvel.wan", event.head());
+    ubus_free(bus);
+}
+
 exit_status run_save(std::span<char *const> words)
 {
     const char *name = nullptr;
@@ -532,6 +549,8 @@ exit_status run_restore(std::span<char *const> words)
     if (const exit_status result = go_back_to(name); result != exit_status::done)
         return result;
     char text[80];
+    (void)text_ref(text).format("safe point %s", name);
+    send_restored(text);
     (void)text_ref(text).format("All is as it was saved in %s.", name);
     return tell_result("restored", name, text);
 }

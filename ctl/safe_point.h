@@ -29,6 +29,9 @@ void remove_safe_point(const char *name);
 enum class daemon_state : uint8_t { runs, stopped };
 exit_status go_back_to(const char *name, daemon_state daemon = daemon_state::runs);
 
+// Sends the event that a way back is behind us. Without a bus nobody hears it.
+void send_restored(const char *result);
+
 // Tells in a line what was done, as JSON with the name of the safe point.
 exit_status tell_result(const char *what, const char *name, const char *text);
 

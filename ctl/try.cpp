@@ -1,6 +1,5 @@
 #include "ctl/try.h"
 
-#include "ctl/bus.h"
 #include "ctl/change.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
@@ -64,22 +63,6 @@ void finish(const char *file)
     (void)sync_directory_of(file);
 }
 
-void send_event(const char *result)
-{
-    ubus_context *const bus = connect_to_bus();
-    if (!bus)
-        return;
-    bus_message event;
-    blob_buf *const buffer = event.buffer();
-    (void)blobmsg_add_string(buffer, "action", "restored");
-    (void)blobmsg_add_u32(buffer, "wanId", 0);
-    (void)blobmsg_add_string(buffer, "wanName", "");
-    (void)blobmsg_add_string(buffer, "device", "");
-    (void)blobmsg_add_string(buffer, "result", result);
-    (void)ubus_send_event(bus, "korvel.wan", event.head());
-    ubus_free(bus);
-}
-
 // Goes back, with the try claimed. What fails is left for the next start.
 exit_status undo(daemon_state daemon, const char *why)
 {
@@ -88,7 +71,7 @@ exit_status undo(daemon_state daemon, const char *why)
         return result;
     finish(undoing);
     syslog(LOG_NOTICE, "The change on trial is taken back: %s", why);
-    send_event(why);
+    send_restored(why);
     return exit_status::done;
 }
 

@@ -99,6 +99,9 @@ TEST_F(ctl_safe_point_test, a_restore_reloads_the_services)
 {
     ok({"save", "before"});
     ok({"modify", "2", "--vlan", "201"});
+    const child_process watcher({"korvelctl", "watch"}, {}, "/tmp/watched");
+    ASSERT_TRUE(
+        wait_until([&] { return gateway.file("/tmp/watched").find("listening") != std::string::npos; }));
     for (const char *const name : {"network", "dnsmasq", "firewall", "miniupnpd", "omcproxy"})
         gateway.write_file(std::string("/etc/init.d/") + name,
                            "#!/bin/sh\nexec gateway-tool journal \"$0\" \"$@\"\n", 0755);
@@ -115,6 +118,9 @@ TEST_F(ctl_safe_point_test, a_restore_reloads_the_services)
                                  "/etc/init.d/omcproxy reload"};
     reloads.resize(std::min(reloads.size(), expected.size()));
     EXPECT_EQ(expected, reloads);
+    EXPECT_TRUE(wait_until([&] {
+        return gateway.file("/tmp/watched").find("wan restored: safe point before") != std::string::npos;
+    }));
     gateway.clear_commands();
     ok({"restore", "before"});
     EXPECT_EQ(text_lines{}, gateway.commands()) << "all is as it was saved";
