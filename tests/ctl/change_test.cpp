@@ -258,6 +258,19 @@ TEST_F(ctl_change_test, a_change_of_mode_does_not_keep_the_old_one_s_addresses)
     EXPECT_EQ("192.0.2.53", *gateway.uci_get("network.wan_1.dns"));
 }
 
+TEST_F(ctl_change_test, what_a_link_has_learnt_is_not_sent_as_a_setting)
+{
+    gateway.store_wan(routed_dhcp(1, {.vid = 100}));
+    start();
+    ASSERT_TRUE(wait_until([&] { return gateway.call("get", R"({"wanId":1})").at("status") == true; }));
+
+    const program_result result = ctl({"modify", "1", "--mtu", "1400", "--dry-run"});
+
+    EXPECT_EQ(0, result.status) << result.errors;
+    EXPECT_NE(std::string::npos, result.output.find("\"ip\":\"\"")) << result.output;
+    EXPECT_EQ(std::string::npos, result.output.find("100.64."));
+}
+
 TEST_F(ctl_change_test, a_modification_in_a_while_says_only_what_changes)
 {
     gateway.store_wan(routed_pppoe(1, {.vid = 100}));
