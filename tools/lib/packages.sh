@@ -17,6 +17,7 @@ declare -A package_sign=(
     ["g++-s390x-linux-gnu"]=s390x-linux-gnu-g++
     ["qemu-user"]=qemu-arm
     ["googletest"]=/usr/src/googletest/CMakeLists.txt
+    ["nodejs"]=node
     ["libclang-rt-dev"]='/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 )
 

@@ -1,0 +1,65 @@
+// What every test has: a gateway of its own, the bridge to it, a browser, and a user who may change WANs.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { bridge } from './bench/bridge.mjs';
+import { gateway } from './bench/gateway.mjs';
+import { start_browser, user } from './bench/browser.mjs';
+
+export * from './examples.mjs';
+
+export const administrator = { read: ['*'], write: ['*'] };
+export const reader = { read: ['*'] };
+const poll_speed = 5; // times as fast as on a router
+
+// Shared by the tests, which run one after the other: a start takes longer than most of them.
+let browser = null;
+const there = new gateway();
+
+export async function close_all() {
+    await browser?.close();
+    browser = null;
+    await there.stop();
+}
+
+// Runs a test in a gateway without WANs; `arrange` gets it before the user opens the page. The body gets
+// { gateway, bridge, user, session, arrive }. A page that the framework refused something, or that left a failure uncaught,
+// fails the test.
+export function web_test(name, { arrange, login = administrator, viewport, query = '', settings = () => {}, opens = true }, body) {
+    test(name, async () => {
+        browser ??= await start_browser();
+        const between = new bridge();
+        between.env.pollspeed = poll_speed;
+        const users = [];
+        try {
+            await there.reset();
+            await arrange?.(there);
+            settings(between);
+            const { port } = await between.listen({ host: '127.0.0.1', port: 0 });
+            const arrive = async (as = login, size = viewport) => {
+                const session = between.login(as);
+                const visitor = await user.arrive(browser, `http://127.0.0.1:${port}`, session, size);
+                visitor.session = session;
+                users.push(visitor);
+                return visitor;
+            };
+            const visitor = await arrive();
+            if (opens)
+                await visitor.open(query);
+            await body({ gateway: there, bridge: between, user: visitor, arrive });
+            for (const each of users)
+                assert.deepEqual(await each.complaints(), []);
+        } finally {
+            for (const each of users)
+                await each.leave();
+            await between.close();
+        }
+    });
+}
+
+// Replies laid down in place of the bus's: { 'object method': args → reply }.
+export function bus_replies(replies) {
+    return (object, method, args) => {
+        const make = replies[`${object} ${method}`];
+        return make ? { result: [0, make(args)] } : undefined;
+    };
+}
