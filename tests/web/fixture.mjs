@@ -63,3 +63,13 @@ export function bus_replies(replies) {
         return make ? { result: [0, make(args)] } : undefined;
     };
 }
+
+// Edits the only WAN there is, and waits until it is done.
+export async function edit(user, values) {
+    await user.page.click('.cbi-button-edit');
+    await user.dialogue();
+    await user.fill(values);
+    await user.press_button('Save', '.modal');
+    await user.dialogue_closed();
+    await user.wait('the button enabled', () => !document.querySelector('.cbi-button-edit')?.disabled);
+}

@@ -2,7 +2,7 @@
 import { after } from 'node:test';
 import { close_all } from './fixture.mjs';
 
-const tests = ['overview'];
+const tests = ['overview', 'edit'];
 
 after(close_all);
 for (const name of tests)

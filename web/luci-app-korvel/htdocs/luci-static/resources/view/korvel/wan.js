@@ -239,6 +239,17 @@ const fields = [
 
 const neutral = { number: 0, flag: false, text: '' };
 
+/* What a query reports of the link, not of the configuration. */
+const addresses = [ 'ip', 'mask', 'gateway', 'ipv6Addr', 'ipv6Gateway', 'ipv6Prefix' ];
+
+/* As the daemon tells the name servers in a list apart. */
+const is_ipv6_text = text => text.indexOf('.') < 0 && text.indexOf(':') >= 0;
+
+function first_two(first, second, list, is_wanted) {
+	const wanted = (list || '').split(' ').filter(text => text !== '' && is_wanted(text));
+	return { [first]: wanted[0] || '', [second]: wanted[1] || '' };
+}
+
 function counts(field, record) {
 	return !field.counts || field.counts(record);
 }
@@ -309,8 +320,8 @@ return baseclass.extend({
 	},
 
 	/*
-	 * A WAN as the bus reports it, with what its configuration says in place of what only a link that is up has. `stored`
-	 * holds texts, a member for each option that there is.
+	 * A WAN as it is stored: as the bus reports it, but with what its configuration says in place of what the link has.
+	 * `stored` holds texts, a member for each option that there is, and `wanId` unless the gateway cannot tell.
 	 */
 	stored_record(wan, stored) {
 		const record = empty_record();
@@ -318,25 +329,15 @@ return baseclass.extend({
 			if (is_fit(field, wan[field.name]))
 				record[field.name] = wan[field.name];
 		});
-		const servers = text => (text || '').split(' ');
-		const take_servers = (first, second, list) => {
-			record[first] = list[0] || '';
-			record[second] = list[1] || '';
-		};
-		const is_v6 = server => server.indexOf(':') >= 0 && server.indexOf('.') < 0;
-
-		if (is_static(record))
-			[ 'ip', 'mask', 'gateway', 'ipv6Addr', 'ipv6Gateway', 'ipv6Prefix' ].forEach(name => {
-				if (stored.wanId !== undefined)
-					record[name] = stored[name] || '';
-			});
-		if (stored.wanId !== undefined && is_routed(record)) {
-			const shared = servers(stored.dns);
-			if (is_static(record) || !record.autoDns)
-				take_servers('priDns', 'secDns', shared.filter(server => server !== '' && !is_v6(server)));
-			if (is_static(record) || !record.autoDnsV6)
-				take_servers('priDnsV6', 'secDnsV6', (record.ipMode === DHCP ? servers(stored.dnsV6) : shared).filter(is_v6));
-		}
+		const is_told = stored.wanId !== undefined;
+		addresses.forEach(name => {
+			if (!is_static(record) || is_told)
+				record[name] = (is_static(record) && stored[name]) || '';
+		});
+		if (is_told || record.autoDns)
+			Object.assign(record, first_two('priDns', 'secDns', stored.dns, server => !is_ipv6_text(server)));
+		if (is_told || record.autoDnsV6)
+			Object.assign(record, first_two('priDnsV6', 'secDnsV6', record.ipMode === DHCP ? stored.dnsV6 : stored.dns, is_ipv6_text));
 		if (stored.napt !== undefined)
 			record.napt = stored.napt === '1';
 		if (stored.iphostId !== undefined)
