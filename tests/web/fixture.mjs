@@ -1,6 +1,5 @@
 // What every test has: a gateway of its own, the bridge to it, a browser, and a user who may change WANs.
 import assert from 'node:assert/strict';
-import test from 'node:test';
 import { bridge } from './bench/bridge.mjs';
 import { gateway } from './bench/gateway.mjs';
 import { start_browser, user } from './bench/browser.mjs';
@@ -15,6 +14,14 @@ const poll_speed = 5; // times as fast as on a router
 let browser = null;
 const there = new gateway();
 
+// What the files of tests have added: { name, body }.
+export const tests = [];
+
+// A test that needs neither gateway nor browser.
+export function plain_test(name, body) {
+    tests.push({ name, body });
+}
+
 export async function close_all() {
     await browser?.close();
     browser = null;
@@ -25,7 +32,7 @@ export async function close_all() {
 // { gateway, bridge, user, session, arrive }. A page that the framework refused something, or that left a failure uncaught,
 // fails the test.
 export function web_test(name, { arrange, login = administrator, viewport, query = '', settings = () => {}, opens = true }, body) {
-    test(name, async () => {
+    plain_test(name, async () => {
         browser ??= await start_browser();
         const between = new bridge();
         between.env.pollspeed = poll_speed;

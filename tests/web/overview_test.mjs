@@ -377,3 +377,14 @@ web_test('the dark theme has the page in its colours', { arrange: add_all_kinds,
     await user.dialogue();
     await user.picture('dark-dialogue', false);
 });
+
+web_test('the page speaks the language of the translation', {
+    arrange: add_all_kinds, settings: bridge => (bridge.language = 'de')
+}, async ({ user }) => {
+    await user.wait_for_rows(4);
+    assert.match(await user.text('h2'), /^WAN-Verbindungen$/);
+    await user.picture('german');
+    await user.press_button('Verbindung hinzufügen');
+    await user.dialogue();
+    await user.picture('german-dialogue', false);
+});

@@ -29,7 +29,7 @@ run_web_tests() {
     made=$(build_directory dev)/web-pictures
     rm -rf "$made"
     in_web_gateway env KORVEL_WEB_INSTALLED="$web_directory" KORVEL_WEB_PICTURES="$made" \
-        "$(command -v node)" --test-reporter=spec ${1:+--test-name-pattern="$1"} "$source_directory/tests/web/run.mjs" ||
+        "$(command -v node)" --test-reporter=spec "$source_directory/tests/web/run.mjs" "$@" ||
         status=$?
     rm -rf "$web_directory/pictures"
     [ ! -e "$made" ] || mv "$made" "$web_directory/pictures"

@@ -139,7 +139,7 @@ export class bridge {
 <script src="/luci-static/bench/framework.js"></script>
 </head>
 <body>
-<header><span class="brand">Gateway</span><nav aria-label="Menu"><ul>${items.join('')}</ul></nav><span id="indicators"></span></header>
+<header><h1 class="brand">Gateway</h1><nav aria-label="Menu"><ul>${items.join('')}</ul></nav><span id="indicators"></span></header>
 <main id="maincontent"><div id="view">${entry ? '<div class="spinning">Loading view</div>' : '<h1>403</h1>'}</div></main>
 </body>
 </html>

@@ -146,7 +146,7 @@ export class user {
 
     // Refusals of the framework's stand-in, and failures that nobody caught.
     async complaints() {
-        return this.page.evaluate(() => [...bench.refusals, ...bench.unhandled, ...(bench.failure ? [bench.failure] : [])]);
+        return this.page.evaluate(() => typeof bench === 'undefined' ? [] : [...bench.refusals, ...bench.unhandled, ...(bench.failure ? [bench.failure] : [])]);
     }
 
     async picture(name, full = true) {
