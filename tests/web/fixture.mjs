@@ -29,10 +29,10 @@ export async function close_all() {
 }
 
 // Runs a test in a gateway without WANs; `arrange` gets it before the user opens the page. The body gets
-// { gateway, bridge, user, session, arrive }. A page that the framework refused something, or that left a failure uncaught,
+// { gateway, bridge, user, arrive, t }, where arrive() brings another user and t is the runner's. A page that the framework refused something, or that left a failure uncaught,
 // fails the test.
 export function web_test(name, { arrange, login = administrator, viewport, query = '', settings = () => {}, opens = true }, body) {
-    plain_test(name, async () => {
+    plain_test(name, async t => {
         browser ??= await start_browser();
         const between = new bridge();
         between.env.pollspeed = poll_speed;
@@ -52,7 +52,7 @@ export function web_test(name, { arrange, login = administrator, viewport, query
             const visitor = await arrive();
             if (opens)
                 await visitor.open(query);
-            await body({ gateway: there, bridge: between, user: visitor, arrive });
+            await body({ gateway: there, bridge: between, user: visitor, arrive, t });
             for (const each of users)
                 assert.deepEqual(await each.complaints(), []);
         } finally {

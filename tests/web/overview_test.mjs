@@ -1,9 +1,9 @@
 // The list of WANs: what it shows, and that it stays usable whatever the gateway does.
 import assert from 'node:assert/strict';
 import { readFileSync, writeFileSync } from 'node:fs';
-import { bridged, bus_replies, dhcp, pppoe, reader, static_wan, web_test } from './fixture.mjs';
+import { bridged, bus_replies, dhcp, edit, pppoe, reader, static_wan, web_test } from './fixture.mjs';
 import { phone } from './bench/browser.mjs';
-import { uci } from './bench/bus.mjs';
+import { bus_has, uci } from './bench/bus.mjs';
 import { until } from './bench/gateway.mjs';
 
 const add_all_kinds = async gateway => {
@@ -283,6 +283,23 @@ web_test('waiting changes are shown with their seconds and can be taken back', {
     await user.wait_for_text('#korvel-message', 'The change of 1_TR069_R_VID_200 was taken back.');
     assert.deepEqual(bridge.taken_back, [{ wanId: 1 }]);
     await user.wait('no waiting changes', () => document.querySelector('#korvel-waiting').closest('.cbi-section').classList.contains('hidden'));
+});
+
+web_test('a change that waits in the daemon is shown and taken back', {
+    arrange: gateway => gateway.add(dhcp)
+}, async ({ gateway, user, t }) => {
+    if (!(await bus_has('korvel.state')))
+        return t.skip('this daemon has no korvel.state');
+    const before = await gateway.stored(1);
+    await edit(user, { mtu: 1400, wait: 600 });
+    await user.wait_for_text('#korvel-waiting', 'MTU');
+    await user.press_button('Edit 1_TR069_R_VID_200');
+    await user.wait_for_text('.modal', 'A change of this connection waits:');
+    await user.press_button('Dismiss', '.modal');
+    await user.press_button('Take back 1_TR069_R_VID_200');
+    await user.wait_for_text('#korvel-message', 'The change of 1_TR069_R_VID_200 was taken back.');
+    await user.wait_for_text('#korvel-last', 'taken back');
+    assert.deepEqual(await gateway.stored(1), before);
 });
 
 web_test('who may only read sees waiting changes without a button', {
