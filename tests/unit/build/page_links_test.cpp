@@ -19,7 +19,7 @@ const fs::path root = KORVEL_SOURCE_DIR;
 std::vector<fs::path> pages()
 {
     std::vector<fs::path> found;
-    for (const char *folder : {"", "docs", "gateway", "platform"})
+    for (const char *folder : {"", "docs", "gateway", "platform", "web"})
         for (const fs::directory_entry &entry : fs::directory_iterator(root / folder))
             if (entry.path().extension() == ".md")
                 found.push_back(entry.path());
