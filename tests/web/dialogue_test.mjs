@@ -184,11 +184,15 @@ web_test('a VLAN that was taken while the dialogue was open is refused by the da
 });
 
 web_test('a change that is not answered in time may have been made, and is said to', {}, async ({ bridge, gateway, user }) => {
-    await user.page.evaluate(() => (bench.env.rpctimeout = L.env.rpctimeout = 1));
     let answer;
     bridge.intercept = (object, method) => (method === 'add' ? new Promise(resolve => (answer = resolve)) : undefined);
-    await add(user, { vid: 100 });
+    await user.press_button('Add connection');
+    await user.dialogue();
+    await user.set('vid', 100);
+    await user.page.evaluate(() => (L.env.rpctimeout = 1));
+    await user.press_button('Add', '.modal');
     await user.wait_for_text('.modal [role=alert]', 'The gateway did not answer in time. The change may have been made all the same');
+    await user.page.evaluate(() => (L.env.rpctimeout = 20));
     await user.picture('add-timeout', false);
     answer(undefined);
     await user.press_button('Dismiss', '.modal');

@@ -172,6 +172,7 @@ web_test('a bus that does not answer in time is told, and the list comes when it
     await user.wait_for_text('#korvel-notice', 'The gateway did not answer in time.');
     await user.picture('bus-slow');
     slow = false;
+    await user.page.evaluate(() => (L.env.rpctimeout = 20));
     answer(undefined);
     await user.wait_for_rows(1);
     await user.wait('the notice gone', () => document.querySelector('#korvel-notice').textContent === '');

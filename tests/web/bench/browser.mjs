@@ -2,7 +2,7 @@
 import { mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { installed_require } from './paths.mjs';
-import { until } from './gateway.mjs';
+import { deadline_ms } from './gateway.mjs';
 
 const puppeteer = installed_require('puppeteer-core');
 const page_path = '/cgi-bin/luci/admin/network/korvel';
@@ -15,7 +15,8 @@ export function start_browser() {
     return puppeteer.launch({
         executablePath: process.env.KORVEL_WEB_BROWSER ?? '/usr/bin/chromium',
         headless: true,
-        protocolTimeout: 120_000,
+        timeout: 2 * deadline_ms,
+        protocolTimeout: 2 * deadline_ms,
         args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--disable-quic', '--no-first-run',
             '--disable-background-networking', '--disable-component-update', '--disable-sync', '--lang=en-US',
             '--font-render-hinting=none']
@@ -33,6 +34,7 @@ export class user {
     static async arrive(browser, address, session, viewport = desktop) {
         const context = await browser.createBrowserContext();
         const page = await context.newPage();
+        page.setDefaultTimeout(deadline_ms);
         await page.setViewport(viewport);
         await page.setCookie({ name: 'sysauth_http', value: session, url: address, httpOnly: true });
         return new user(context, page, address);
@@ -53,7 +55,7 @@ export class user {
     // Until the function, which runs in the page, returns something.
     async wait(what, condition, ...args) {
         try {
-            const handle = await this.page.waitForFunction(condition, { timeout: 30_000, polling: 50 }, ...args);
+            const handle = await this.page.waitForFunction(condition, { timeout: deadline_ms, polling: 50 }, ...args);
             return handle.jsonValue();
         } catch (error) {
             throw new Error(`did not come in time: ${what}; the page says:\n${await this.text()}\n(${error.message})`);
@@ -85,7 +87,7 @@ export class user {
         const handle = await this.page.waitForFunction((where, wanted) =>
             [...document.querySelectorAll(`${where} button`)].find(button => button.offsetParent && !button.disabled &&
                 (button.getAttribute('aria-label') ?? button.textContent) === wanted),
-        { timeout: 30_000, polling: 50 }, scope, name).catch(error => {
+        { timeout: deadline_ms, polling: 50 }, scope, name).catch(error => {
             throw new Error(`no button "${name}": ${error.message}`);
         });
         await handle.evaluate(button => button.scrollIntoView({ block: 'center' }));
@@ -156,5 +158,3 @@ export class user {
         await this.page.screenshot({ path: join(pictures, `${name}.png`), fullPage: full });
     }
 }
-
-export { until };

@@ -3,7 +3,8 @@ import { spawn } from 'node:child_process';
 import { setTimeout as pause } from 'node:timers/promises';
 import { bus_call, bus_has, run, uci_lines } from './bus.mjs';
 
-const deadline_ms = 30_000;
+// How long a condition may take to come on a machine that is busy with other things.
+export const deadline_ms = 60_000;
 
 // Waits for a condition, which may fail meanwhile; the last failure is the error.
 export async function until(what, condition, milliseconds = deadline_ms) {

@@ -40,6 +40,7 @@ function show_modal(title, name, children, opener) {
 	node.addEventListener('keydown', hold_focus);
 	return () => {
 		node.removeEventListener('keydown', hold_focus);
+		node.removeAttribute('aria-label');
 		ui.hideModal();
 		dom.content(node, []);
 		if (opener && opener.isConnected)
