@@ -72,7 +72,9 @@ sighandler_t __wrap_signal(int number, sighandler_t handler)
 int __real_mxuci_get(const char *, const char *, const char *, char *, size_t);
 int __wrap_mxuci_get(const char *config, const char *section, const char *option, char *buffer, size_t size)
 {
-    note(std::string("read ") + config + "." + section + "." + option + " into " + std::to_string(size));
+    // What else is read is the search for what belongs to no WAN.
+    if (strcmp(config, "network") == 0)
+        note(std::string("read ") + config + "." + section + "." + option + " into " + std::to_string(size));
     return config_failure ? config_failure : __real_mxuci_get(config, section, option, buffer, size);
 }
 void __wrap__Z19nemtra_init_lan_numv()
