@@ -25,6 +25,7 @@ TEST_F(ctl_watch_test, prints_events_and_link_changes_as_lines)
     gateway.start_korvel();
     send(
         R"({"action":"changed","wanId":7,"wanName":"7_INTERNET_R_VID_100","device":"pon.100","result":"OK"})");
+    gateway.settle_netd(); // only what has come up is told of when it goes down
     EXPECT_EQ(0, run_program({"ubus", "call", "network.interface.wan_7", "down"}).status);
 
     EXPECT_TRUE(has("Z daemon started\n"));
