@@ -16,6 +16,14 @@ const char *member_text(json_object *object, const char *key)
     return value ? json_object_get_string(value) : nullptr;
 }
 
+// The text of an entry of an array, or null; for what is no string, the library may lack the memory to make
+// one.
+const char *entry_text(json_object *array, size_t index)
+{
+    json_object *const value = json_object_array_get_idx(array, index);
+    return value ? json_object_get_string(value) : nullptr;
+}
+
 void copy_member(json_object *object, const char *key, text_ref field)
 {
     if (const char *const text = member_text(object, key))
@@ -86,8 +94,8 @@ void read_ipv6_dns(json_object *root, wan_config *record)
     const text_ref fields[] = {record->priDnsV6, record->secDnsV6};
     size_t count = 0;
     for (size_t i = 0; i < json_array_size(servers) && count < std::size(fields); i++)
-        if (json_object *const server = json_object_array_get_idx(servers, i))
-            fields[count++].set(json_object_get_string(server));
+        if (const char *const server = entry_text(servers, i))
+            fields[count++].set(server);
 }
 
 void read_ipv6_document(json_object *root, wan_config *record)
@@ -150,8 +158,8 @@ void read_dns(json_object *root, wan_config *record)
     json_object *const servers = json_member(root, "dns-server");
     dns_sorter sorter(*record);
     for (size_t i = 0; i < json_array_size(servers); i++)
-        if (json_object *const server = json_object_array_get_idx(servers, i))
-            sorter.take(json_object_get_string(server));
+        if (const char *const server = entry_text(servers, i))
+            sorter.take(server);
 }
 
 void read_ipv4_document(json_object *root, wan_config *record)

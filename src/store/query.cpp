@@ -111,10 +111,13 @@ int wan_handle_get(ubus_context *bus, ubus_object *, ubus_request_data *request,
         reply.send_result(bus, request, -1, "korvel get ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (!add_fields(record, in_get))
+    if (!add_fields(record, in_get)) {
         log_error("Failed to allocate a reply");
-    reply.send(bus, request);
-    return UBUS_STATUS_OK;
+        reply.restart();
+        reply.send_result(bus, request, -1, "korvel get ERR!");
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    }
+    return reply.send(bus, request);
 }
 
 int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
@@ -134,6 +137,5 @@ int wan_handle_all(ubus_context *bus, ubus_object *, ubus_request_data *request,
         reply.send_result(bus, request, -1, "korvel malloc ERR!");
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    reply.send(bus, request);
-    return UBUS_STATUS_OK;
+    return reply.send(bus, request);
 }

@@ -14,6 +14,7 @@ namespace {
 
 // What the wrapped calls below note, or do instead of what they are for.
 bool no_memory_for_records = false;
+bool no_memory_for_fields = false; // a reply buffer does not grow
 
 } // namespace
 
@@ -24,6 +25,13 @@ void *__real_calloc(size_t count, size_t size);
 void *__wrap_calloc(size_t count, size_t size)
 {
     return no_memory_for_records && size == sizeof(wan_config) ? nullptr : __real_calloc(count, size);
+}
+
+void *__real_realloc(void *memory, size_t size);
+void *__wrap_realloc(void *memory, size_t size)
+{
+    return no_memory_for_fields && memory == reply_buffer.buf && size > 512 ? nullptr
+                                                                            : __real_realloc(memory, size);
 }
 }
 
@@ -73,6 +81,7 @@ protected:
     {
         maxWanId = 255;
         no_memory_for_records = false;
+        no_memory_for_fields = false;
         bus.set_default(R"({"up":false})");
     }
 
@@ -184,6 +193,20 @@ TEST_F(get_test, the_longest_texts_are_reported_whole)
     EXPECT_EQ(longest, reply.at("pppUser").text);
     EXPECT_EQ(longest, reply.at("pppPwd").text);
     EXPECT_EQ(longest, reply.at("pppServName").text);
+}
+
+TEST_F(get_test, a_reply_that_has_no_room_for_all_fields_is_no_half_of_one)
+{
+    gateway.store_wan(routed_dhcp(3));
+    no_memory_for_fields = true;
+
+    const handled outcome = call_handler(wan_handle_get, R"({"wanId":3})");
+
+    no_memory_for_fields = false;
+    EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, outcome.status);
+    ASSERT_EQ(1U, outcome.replies);
+    EXPECT_EQ((text_lines{"status", "info"}), outcome.reply.names());
+    EXPECT_EQ("korvel get ERR!", outcome.reply.at("info").text);
 }
 
 TEST_F(get_test, the_handler_mutex_is_not_taken)
