@@ -89,8 +89,7 @@ int reply_with_list(ubus_context *bus, ubus_request_data *request, const char *n
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
     blob_nest_end(&reply_buffer, list);
-    reply.send(bus, request);
-    return UBUS_STATUS_OK;
+    return reply.send(bus, request);
 }
 
 template <typename adder> bool add_table(adder add_members)
@@ -170,17 +169,17 @@ int handle_cancel(ubus_context *bus, ubus_object *, ubus_request_data *request, 
         reply.send_result(bus, request, -1, "korvel cancel ERR! No change waits.");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    reply.send_result(bus, request, 0, "korvel cancel OK.");
-    return UBUS_STATUS_OK;
+    return reply.send_result(bus, request, 0, "korvel cancel OK.");
 }
 
 int handle_version(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
     handler_reply reply;
-    if (!reply_add_text("version", KORVEL_VERSION))
+    if (!reply_add_text("version", KORVEL_VERSION)) {
         log_error("Failed to allocate a reply");
-    reply.send(bus, request);
-    return UBUS_STATUS_OK;
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    }
+    return reply.send(bus, request);
 }
 
 constinit ubus_method state_methods[] = {
