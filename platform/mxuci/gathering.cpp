@@ -138,7 +138,8 @@ int gathering::prepare_change(gathered &target)
     const bool is_still = same_state(state_of(target.delta_path), target.delta) &&
                           same_state(state_of(target.file_path), target.file);
     if (is_still && !same_package(package, target.package)) {
-        (void)note(target.config, UCI_ERR_UNKNOWN); // why one of the readings failed the library does not tell
+        (void)note(target.config,
+                   UCI_ERR_UNKNOWN); // why one of the readings failed the library does not tell
         return UCI_ERR_IO;
     }
     target.delta_known = true;
