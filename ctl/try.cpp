@@ -124,7 +124,7 @@ bool start_guard(int descriptor, const int (&pipe_ends)[2], uint32_t seconds)
             _exit(grandchild < 0 ? 1 : 0);
         (void)close(pipe_ends[1]);
         (void)signal(SIGHUP, SIG_IGN);
-        (void)chdir("/");
+        (void)!chdir("/"); // where it is makes no difference to it, only to who wants to unmount that
         const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
         for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
             (void)dup2(nothing, standard);
