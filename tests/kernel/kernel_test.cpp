@@ -80,7 +80,7 @@ void kernel_test::given(const std::vector<wan_config> &wans, unsigned above)
         shared().spoiled = false;
     }
     for (size_t i = shared().requests.size(); i < wans.size(); i++) {
-        add(wans[i]);
+        (void)add(wans[i]);
         shared().requests.push_back(add_request(wans[i]));
     }
 }
@@ -126,10 +126,11 @@ void kernel_test::settle()
     }
 }
 
-void kernel_test::add(const wan_config &wan)
+unsigned kernel_test::add(const wan_config &wan)
 {
-    ASSERT_EQ(result_reply(0, 0, "korvel modify OK."), router().call("add", add_request(wan)));
+    EXPECT_EQ(result_reply(0, 0, "korvel modify OK."), router().call("add", add_request(wan)));
     settle();
+    return static_cast<unsigned>(std::stoul(router().uci_list("network.korvel.wanList").value().back()));
 }
 
 void kernel_test::modify(const wan_config &wan)

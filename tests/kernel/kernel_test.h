@@ -28,8 +28,8 @@ protected:
     // applied.
     static void settle();
 
-    // Each ends when all is quiet, and fails the test when it is refused.
-    static void add(const wan_config &wan);
+    // Each ends when all is quiet, and fails the test when it is refused. add() returns the WAN's identifier.
+    static unsigned add(const wan_config &wan);
     static void modify(const wan_config &wan);
     static void del(unsigned id);
 

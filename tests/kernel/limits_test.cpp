@@ -79,11 +79,11 @@ TEST_F(known_limit, ipv6_of_a_bound_port_is_not_steered)
 TEST_F(known_limit, ipv6_of_a_bridged_wan_s_port_is_routed)
 {
     given_both();
-    add(bridged_wan(3, "0010", {.vid = 300, .service = 3}));
+    const unsigned third = add(bridged_wan(3, "0010", {.vid = 300, .service = 3}));
 
     EXPECT_EQ("prohibited", neighbours().packet_from_port(3));
     EXPECT_EQ("line 200", neighbours().ipv6_packet_from_port(3));
-    del(3);
+    del(third);
 }
 
 TEST_F(known_limit, status_true_does_not_prove_a_way_out)
@@ -102,10 +102,10 @@ TEST_F(known_limit, an_untagged_wan_caps_the_mtu_of_every_vlan)
     ASSERT_EQ(1500, mtu_of("pon.100"));
     spoil();
 
-    add(routed_static(3, {.mtu = 1400}));
+    const unsigned third = add(routed_static(3, {.mtu = 1400}));
     EXPECT_EQ(1400, mtu_of("pon.100"));
 
-    del(3);
+    del(third);
     EXPECT_EQ(1400, mtu_of("pon.100"));
     run({"ip", "link", "set", "pon", "mtu", "1500"});
 }
@@ -167,8 +167,11 @@ class ninth_wan_limit : public kernel_test {};
 TEST_F(ninth_wan_limit, the_ninth_bridged_wan_reaches_the_others)
 {
     make_gateway();
-    for (uint8_t id = 1; id <= 8; id++)
+    for (uint8_t id = 1; id <= 8; id++) {
         router().store_wan(bridged_wan(id, "", {.vid = static_cast<uint16_t>(99 + id)}));
+        // One that misses its script has the isolation written anew, each time; the ninth is enough.
+        router().write_file("/etc/korvel/rule_wan_" + std::to_string(id) + ".sh", "#!/bin/sh\n", 0755);
+    }
     router().store_wan(bridged_wan(9, "", {.vid = 200}));
     start();
     await_service();

@@ -60,10 +60,10 @@ TEST_F(routing, holds_after_modify_and_del_of_a_neighbour)
     make_default("pon.200");
     EXPECT_EQ("line 300", neighbours().packet_from_port(1));
     modify(first());
-    add(routed_static(3, {.vid = 300, .bind = "0010"}));
+    const unsigned third = add(routed_static(3, {.vid = 300, .bind = "0010"}));
     EXPECT_EQ("line 300", neighbours().packet_from_port(3));
 
-    del(3);
+    del(third);
 
     make_default("pon.100");
     expect_bound_ports_on_their_wans();
