@@ -132,7 +132,8 @@ make_guest() {
 
 # boot DIRECTORY KERNEL OPTION...: runs the tests that the options name, as googletest's without its prefix. Succeeds when
 # the guest says that they did. The guest's time passes with its instructions, and at once while it waits: however busy this
-# machine is, nothing in the guest is late.
+# machine is, nothing in the guest is late. Its programs lie at the same addresses in each process (norandmaps), so that
+# their code is translated once; that halves the time.
 boot() {
     local directory=$1 kernel=$2 log=$1/console status=0
     shift 2
@@ -142,7 +143,7 @@ boot() {
             -machine pc -cpu qemu64 -smp 1 -m $guest_memory -nodefaults -no-user-config -display none \
             -serial stdio -no-reboot -kernel "$kernel"/boot/vmlinuz-* -initrd "$directory/initramfs" \
             -drive "file=$directory/disk,format=raw,if=virtio" \
-            -append "console=ttyS0 quiet panic=-1 oops=panic mitigations=off ${*/#/tests.}" < /dev/null |
+            -append "console=ttyS0 quiet panic=-1 oops=panic mitigations=off norandmaps ${*/#/tests.}" < /dev/null |
             sed -u 's,\r$,,' | tee "$log"
     ) || status=$?
     [ $status -ne 124 ] || die "the virtual machine did not end within $guest_seconds seconds"
