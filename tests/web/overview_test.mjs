@@ -1,6 +1,6 @@
 // The list of WANs: what it shows, and that it stays usable whatever the gateway does.
 import assert from 'node:assert/strict';
-import { readFileSync, writeFileSync } from 'node:fs';
+import { readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { bridged, bus_replies, dhcp, edit, pppoe, reader, static_wan, web_test } from './fixture.mjs';
 import { phone } from './bench/browser.mjs';
 import { bus_has, uci } from './bench/bus.mjs';
@@ -301,6 +301,45 @@ web_test('a change that waits in the daemon is shown and taken back', {
     await user.wait_for_text('#korvel-message', 'The change of 1_TR069_R_VID_200 was taken back.');
     await user.wait_for_text('#korvel-last', 'taken back');
     assert.deepEqual(await gateway.stored(1), before);
+});
+
+web_test('a change that is just being applied is told as such and cannot be taken back', {
+    arrange: gateway => gateway.add(dhcp),
+    settings: bridge => (bridge.intercept = bus_replies({
+        'korvel.state pending': () => ({ pending: [{ ...waiting.pending[0], seconds: 0, applying: true }, ...(bridge.more ?? [])] })
+    }))
+}, async ({ bridge, user }) => {
+    await user.wait_for_text('#korvel-waiting', 'is being applied');
+    assert.deepEqual(await user.rows('#korvel-waiting'), [['1_TR069_R_VID_200', 'is being applied', 'MTU, Priority']]);
+    const shown_buttons = () => user.page.$$eval('#korvel-waiting button', buttons => buttons.filter(button => button.offsetParent).length);
+    assert.equal(await shown_buttons(), 0);
+    await user.picture('applying');
+    await user.press_button('Edit 1_TR069_R_VID_200');
+    await user.wait_for_text('.modal', 'A change of this connection is being applied: MTU, Priority. Save when it is done.');
+    await user.press_button('Dismiss', '.modal');
+
+    bridge.more = waiting.pending; // another one of the same WAN waits meanwhile
+    await user.wait_for_text('#korvel-waiting', '42 seconds');
+    assert.deepEqual((await user.rows('#korvel-waiting')).map(cells => cells[1]), ['is being applied', '42 seconds']);
+    assert.equal(await shown_buttons(), 1);
+});
+
+web_test('a change is told as being applied while the daemon does', { arrange: gateway => gateway.add(dhcp) }, async ({ gateway, user }) => {
+    // Until the file is there, the network's reload does not return.
+    const script = readFileSync('/etc/init.d/network', 'utf8');
+    writeFileSync('/etc/init.d/network', '#!/bin/sh\nwhile [ ! -e /gateway/go-on ]; do sleep 0.1; done\n');
+    try {
+        await edit(user, { mtu: 1400, wait: 1 });
+        await user.wait_for_text('#korvel-waiting', 'is being applied');
+        assert.equal(await user.page.$$eval('#korvel-waiting button', buttons => buttons.filter(button => button.offsetParent).length), 0);
+    } finally {
+        writeFileSync('/gateway/go-on', '');
+        await user.wait('no waiting changes', () => document.querySelector('#korvel-waiting').closest('.cbi-section').classList.contains('hidden'));
+        writeFileSync('/etc/init.d/network', script);
+        rmSync('/gateway/go-on');
+    }
+    await user.wait_for_text('#korvel-last', 'changed');
+    assert.ok((await gateway.stored(1)).includes("device.mtu='1400'"));
 });
 
 web_test('who may only read sees waiting changes without a button', {

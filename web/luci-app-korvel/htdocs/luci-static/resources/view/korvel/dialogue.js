@@ -185,8 +185,9 @@ class editor {
 		const texts = [];
 		if (this.edits && carries_session(this.asked.wan))
 			texts.push(_('You are connected through this connection. A mistake may lock you out.'));
-		(this.asked.pending || []).forEach(change => texts.push(
-			_('A change of this connection waits: %s. It is applied over what you save now.').format(changes_words(change))));
+		this.asked.pending.forEach(change => texts.push(change.applying
+			? _('A change of this connection is being applied: %s. Save when it is done.').format(changes_words(change))
+			: _('A change of this connection waits: %s. It is applied over what you save now.').format(changes_words(change))));
 		return texts.length ? notice('warning', texts) : '';
 	}
 

@@ -117,7 +117,7 @@ function make_table(id, titles, with_actions) {
 
 /*
  * The rows of a table, one for each item by its key. An item's row stays the same node as long as the item is there, and its
- * buttons with it.
+ * buttons with it, which an item may be without.
  */
 class keyed_rows {
 	constructor(table, titles, make_buttons) {
@@ -130,7 +130,7 @@ class keyed_rows {
 		]);
 	}
 
-	/* `items`: { key, cells, item }; `empty`: what to say when there is none. */
+	/* `items`: { key, cells, item, fixed (has no buttons) }; `empty`: what to say when there is none. */
 	update(items, empty) {
 		const keys = items.map(item => item.key);
 		const gone = Object.keys(this.rows).filter(key => keys.indexOf(key) < 0);
@@ -145,6 +145,7 @@ class keyed_rows {
 			const row = this.rows[item.key] || (this.rows[item.key] = this.make_row());
 			row.item = item.item;
 			item.cells.forEach((lines, column) => fill(row.cells[column], lines));
+			row.buttons.classList.toggle('hidden', item.fixed === true);
 			this.name_buttons(row);
 			row.node.className = 'tr cbi-section-table-row cbi-rowstyle-' + (i % 2 + 1);
 			if (before.nextElementSibling !== row.node)
@@ -157,7 +158,8 @@ class keyed_rows {
 
 	make_row() {
 		const row = { cells: this.titles.map(() => E('div', {})) };
-		const own = this.make_buttons ? [ E('td', { 'class': 'td cbi-section-actions' }, this.make_buttons(row)) ] : [];
+		row.buttons = E('div', {}, this.make_buttons ? this.make_buttons(row) : []);
+		const own = this.make_buttons ? [ E('td', { 'class': 'td cbi-section-actions' }, [ row.buttons ]) ] : [];
 		row.node = E('tr', {}, row.cells.map((cell, i) => E('td', { 'class': 'td', 'data-title': this.titles[i] }, [ cell ])).concat(own));
 		return row;
 	}
@@ -313,11 +315,13 @@ return view.extend({
 	show_waiting(pending) {
 		this.pending = pending;
 		this.waiting_section.classList.toggle('hidden', pending.length === 0);
-		const lost_focus = this.waiting_rows.update(pending.map(change => ({ key: String(change.wanId), item: change, cells: [
+		/* While one is applied, another of the same WAN may wait. */
+		const key = change => change.wanId + (change.applying ? ' applying' : '');
+		const lost_focus = this.waiting_rows.update(pending.map(change => ({ key: key(change), item: change, cells: [
 			[ change.wanName ],
-			[ N_(change.seconds, '%d second', '%d seconds').format(change.seconds) ],
+			[ change.applying ? _('is being applied') : N_(change.seconds, '%d second', '%d seconds').format(change.seconds) ],
 			[ dialogue.changes_words(change) ]
-		] })), '');
+		], fixed: change.applying === true })), '');
 		if (lost_focus)
 			document.getElementById('korvel-heading').focus();
 	},
