@@ -342,6 +342,36 @@ web_test('a change is told as being applied while the daemon does', { arrange: g
     assert.ok((await gateway.stored(1)).includes("device.mtu='1400'"));
 });
 
+web_test('the management device is named as what it is and has no buttons', {
+    arrange: async gateway => {
+        assert.equal((await gateway.call('addDev')).status, 0);
+        await gateway.add(bridged);
+    }
+}, async ({ gateway, user }) => {
+    await user.wait_for_rows(2);
+    const [device] = await gateway.all();
+    const [first, second] = await user.rows();
+    assert.equal(first[0], `1_OTHER_B_TMP\npon.4094 · ${device.mac}`);
+    assert.deepEqual(first.slice(1), ['Management device\nVLAN 4094\nThe provider’s: not changed here.', '–', '–', '–', '–']);
+    assert.equal(second[1], 'Bridged\nVLAN 400\nOther');
+    const shown_buttons = await user.page.$$eval('#korvel-wans tr', rows => rows.slice(1).map(row =>
+        [...row.querySelectorAll('button')].filter(button => button.offsetParent).map(button => button.getAttribute('aria-label'))));
+    assert.deepEqual(shown_buttons, [[], ['Edit 2_OTHER_B_VID_400', 'Delete 2_OTHER_B_VID_400']]);
+    await user.picture('management-device');
+    await user.press_button('Edit 2_OTHER_B_VID_400');
+    await user.dialogue();
+    await user.set('vid', 4094);
+    assert.match(await user.error('vid'), /^1_OTHER_B_TMP has VLAN 4094/);
+});
+
+web_test('a WAN of the management device’s VLAN that is none has its buttons', {
+    arrange: gateway => gateway.add({ ...bridged, vid: 4094 })
+}, async ({ user }) => {
+    assert.equal((await user.rows())[0][1], 'Bridged\nVLAN 4094\nOther');
+    await user.press_button('Edit 1_OTHER_B_VID_4094');
+    await user.dialogue();
+});
+
 web_test('who may only read sees waiting changes without a button', {
     login: reader, settings: bridge => (bridge.intercept = bus_replies({
         'korvel.state pending': () => waiting, 'korvel.state last': () => last

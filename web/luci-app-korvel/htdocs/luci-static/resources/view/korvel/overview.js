@@ -36,6 +36,8 @@ function link_state(label, up) {
 }
 
 function state_lines(entry) {
+	if (wan.is_management(entry))
+		return [ '–' ];
 	if (entry.wanMode === wan.BRIDGED)
 		return [ [ 'notice', _('Bridged') ] ];
 	return [
@@ -281,7 +283,7 @@ return view.extend({
 		if (this.board || !this.ports)
 			this.ports = wan.board_ports(this.board, wans);
 		const lost_focus = this.rows.update(wans.map(entry => ({ key: String(entry.wanId), item: entry,
-			cells: cells(entry, this.ports) })), _('There are no connections yet.'));
+			cells: cells(entry, this.ports), fixed: wan.is_management(entry) })), _('There are no connections yet.'));
 		if (lost_focus)
 			document.getElementById('korvel-heading').focus();
 		this.show_outcomes();

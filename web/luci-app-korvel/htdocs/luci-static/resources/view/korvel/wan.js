@@ -408,8 +408,18 @@ return baseclass.extend({
 		return bound;
 	},
 
+	/*
+	 * The management device, which the gateway makes for the provider and reports as a bridged WAN. Changed like one it would
+	 * be one; deleted, the provider loses the gateway.
+	 */
+	is_management(wan) {
+		return wan.wanMode === BRIDGED && wan.wanName === wan.wanId + '_OTHER_B_TMP';
+	},
+
 	/* "Routed, PPPoE". */
 	mode_words(wan) {
+		if (this.is_management(wan))
+			return _('Management device');
 		if (wan.wanMode === BRIDGED)
 			return _('Bridged');
 		return _('Routed') + ', ' + [ _('DHCP'), _('Static'), _('PPPoE') ][wan.ipMode];
@@ -420,6 +430,8 @@ return baseclass.extend({
 	},
 
 	service_words(wan) {
+		if (this.is_management(wan))
+			return _('The provider’s: not changed here.');
 		return services[wan.service] || _('Other');
 	},
 
