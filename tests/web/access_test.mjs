@@ -26,7 +26,11 @@ const add_all_kinds = async gateway => {
     await gateway.settle();
 };
 
+const no_trial = { offered: true, waits: false };
+let shown_trial = no_trial;
+
 const told = bus_replies({
+    'luci.korvel trial': () => shown_trial,
     'korvel.state pending': () => ({ pending: [{ wanId: 1, wanName: '1_INTERNET_R_VID_100', seconds: 9, asked: '2026-11-22T05:00:00Z', changes: ['mtu'] }] }),
     'korvel.state last': () => ({ last: [{ action: 'created', wanId: 1, wanName: '1_INTERNET_R_VID_100', when: '2026-11-22T05:00:00Z', result: 'OK' }] })
 });
@@ -41,7 +45,7 @@ for (const [look, options] of [['light', {}], ['dark', { query: '?dark' }], ['ph
             await user.tab(tab);
             assert.deepEqual(await audit(user), [], tab);
         }
-        await user.fill({ vid: 9999, ipMode: 1, ip: 'x' });
+        await user.fill({ vid: 9999, ipMode: 1, ip: 'x', wayBack: true, waySeconds: 1 });
         await user.press_button('Save', '.modal');
         await user.wait_for_text('.modal [role=alert]', 'A whole number');
         assert.deepEqual(await audit(user), [], 'with errors');
@@ -49,7 +53,22 @@ for (const [look, options] of [['light', {}], ['dark', { query: '?dark' }], ['ph
         await user.press_button('Delete 1_INTERNET_R_VID_100');
         await user.dialogue();
         assert.deepEqual(await audit(user), [], 'deleting');
+        await user.set('wayBack', true);
+        assert.deepEqual(await audit(user), [], 'deleting with a way back');
         await user.press_button('Dismiss', '.modal');
+        try {
+            const made = { ok: true, result: 'changed', wanId: 1, wanName: '1_INTERNET_R_VID_100' };
+            for (const trial of [{ waits: true, seconds: 60, made }, { waits: true }, { waits: false, undoing: true }, { waits: false, ended: 'kept', made }]) {
+                shown_trial = { offered: true, wanId: 1, ...trial };
+                await user.open(options.query);
+                await user.wait('the banner', () => document.querySelector('#korvel-trial').offsetParent);
+                assert.deepEqual(await audit(user), [], JSON.stringify(trial));
+                if (trial.seconds)
+                    await user.picture(`on-trial-${look}`);
+            }
+        } finally {
+            shown_trial = no_trial;
+        }
         await gateway.stop();
         await user.wait_for_text('#korvel-notice', 'The daemon korvel is not running.');
         assert.deepEqual(await audit(user), [], 'with the daemon down');

@@ -29,17 +29,27 @@ function difference(before, after) {
 
 const was_now = (option, was, now) => [`-${option}='${was}'`, `+${option}='${now}'`];
 
-// Edits one after the other: [ what is set, what has changed in the configuration ].
+// Edits one after the other: [ what is set, what has changed in the configuration ]; at once, and with a way back.
 function edits_test(name, wan, edits) {
-    web_test(name, { arrange: gateway => gateway.add(wan) }, async ({ bridge, gateway, user }) => {
+    const make_edits = async (gateway, make) => {
         for (const [values, expected] of edits) {
             const before = await gateway.stored(1);
-            await edit(user, values);
+            await make(values);
             const changed = difference(before, await gateway.stored(1));
             assert.deepEqual(changed.sort(), expected.flat().sort(), JSON.stringify(values));
-            assert_complete(bridge.calls.filter(call => call.method === 'modify').at(-1).args);
         }
-    });
+    };
+    web_test(name, { arrange: gateway => gateway.add(wan) }, ({ bridge, gateway, user }) => make_edits(gateway, async values => {
+        await edit(user, values);
+        assert_complete(bridge.calls.filter(call => call.method === 'modify').at(-1).args);
+    }));
+    web_test(`${name}, with a way back`, { arrange: gateway => gateway.add(wan) }, ({ bridge, gateway, user }) => make_edits(gateway, async values => {
+        await edit(user, { ...values, wayBack: true });
+        await user.press_button('Keep');
+        await user.wait_for_text('#korvel-message', 'The change stays.');
+        await user.wait('the end of the trial', () => !document.querySelector('#korvel-trial').offsetParent);
+        assert.deepEqual(bridge.calls.filter(call => call.object === 'korvel'), []);
+    }));
 }
 
 const ports = (...bound) => "device.port_binding=" + bound.map(port => `'${port}'`).join(' ');
@@ -105,6 +115,54 @@ web_test('a bridged WAN that is made a routed one has sensible first values', {
     assert.ok((await gateway.stored(1)).includes("wan.proto='pppoe'"));
 });
 
+// What a change of one thing makes of others is the same with a way back as without.
+for (const [what, wan, values] of [
+    ['untagged', { ...pppoe, mvid: 90 }, { vlanMode: false }],
+    ['one of both IP versions', { ...dhcp, ipProtocol: 2, ipv6DsLite: true, ipv6AddrDsLite: 'aftr.example' }, { ipProtocol: 3 }],
+    ['a DHCP one', pppoe, { ipMode: 0 }],
+    ['a PPPoE one', static_wan, { ipMode: 2, pppUser: 'alice', pppPwd: 'secret' }],
+    ['a static one', dhcp, { ipMode: 1, ipProtocol: 1, ip: '192.0.2.10', mask: '255.255.255.0', priDns: '192.0.2.1' }],
+    ['one of another service', pppoe, { service: 2 }]
+])
+    web_test(`a WAN that is made ${what} with a way back is as it is without`, { arrange: gateway => gateway.add(wan) }, async ({ gateway, user }) => {
+        const before = await gateway.stored(1);
+        await edit(user, { ...values, wayBack: true });
+        const tried = await gateway.stored(1);
+        assert.notDeepEqual(tried, before);
+        await user.press_button('Take back', '#korvel-trial');
+        await user.wait('the end of the trial', () => !document.querySelector('#korvel-trial').offsetParent);
+        assert.deepEqual(await gateway.stored(1), before);
+        await edit(user, values);
+        assert.deepEqual(tried, await gateway.stored(1));
+    });
+
+web_test('a routed WAN may get the VLAN of another one with a way back too', {
+    arrange: async gateway => {
+        await gateway.add(pppoe);
+        await gateway.add(dhcp);
+    }
+}, async ({ gateway, user }) => {
+    await edit(user, { vid: 200, wayBack: true });
+    assert.ok((await gateway.stored(1)).includes("device.vid='200'"));
+});
+
+web_test('a bridged WAN that is made a routed one with a way back is as it is without', {
+    arrange: gateway => gateway.add(bridged)
+}, async ({ gateway, user }) => {
+    const values = { wanMode: 1, ipProtocol: 3, pppUser: 'alice', pppPwd: 'secret', service: 1 };
+    const before = await gateway.stored(1);
+    await edit(user, { ...values, wayBack: true });
+    const tried = await gateway.stored(1);
+    await user.press_button('Take back', '#korvel-trial');
+    await user.wait('the end of the trial', () => !document.querySelector('#korvel-trial').offsetParent);
+    assert.deepEqual(await gateway.stored(1), before);
+    await edit(user, values);
+    assert.deepEqual(await gateway.stored(1), tried);
+    await edit(user, { wanMode: 0, service: 3, bind: '00010000', wayBack: true });
+    const bridged_again = await gateway.stored(1);
+    assert.ok(bridged_again.includes("device.wanMode='0'") && !bridged_again.some(line => line.startsWith('wan.')), bridged_again.join('\n'));
+});
+
 web_test('a WAN saved as it is sends nothing', { arrange: gateway => gateway.add(pppoe) }, async ({ bridge, user }) => {
     await user.press_button('Edit 1_INTERNET_R_VID_100');
     await user.dialogue();
@@ -159,8 +217,11 @@ web_test('a service name that queries hide is kept', {
     const before = await gateway.stored(1);
     await edit(user, { prio: 1 });
     const after = await gateway.stored(1);
+    await edit(user, { prio: 2, wayBack: true });
+    const tried = await gateway.stored(1);
     await run('sh', ['-c', 'uci delete custom.gpon.ppp_service_name_hidden; uci commit custom']);
     assert.deepEqual(difference(before, after), was_now('device.egress_qos_mapping', '0:5', '0:1'));
+    assert.deepEqual(difference(after, tried), was_now('device.egress_qos_mapping', '0:1', '0:2'));
 });
 
 web_test('the password is fetched only to be sent back, and kept', { arrange: gateway => gateway.add(pppoe) }, async ({ bridge, gateway, user }) => {

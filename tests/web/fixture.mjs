@@ -28,10 +28,10 @@ export async function close_all() {
     await there.stop();
 }
 
-// Runs a test in a gateway without WANs; `arrange` gets it before the user opens the page. The body gets
-// { gateway, bridge, user, arrive, t }, where arrive() brings another user and t is the runner's. A page that the framework refused something, or that left a failure uncaught,
-// fails the test.
-export function web_test(name, { arrange, login = administrator, viewport, query = '', settings = () => {}, opens = true }, body) {
+// Runs a test in a gateway without WANs; `arrange` gets it before the user opens the page. `host` is the gateway's address
+// that the pages are fetched from. The body gets { gateway, bridge, user, arrive, t }, where arrive() brings another user and t
+// is the runner's. A page that the framework refused something, or that left a failure uncaught, fails the test.
+export function web_test(name, { arrange, login = administrator, viewport, query = '', settings = () => {}, opens = true, host = '127.0.0.1' }, body) {
     plain_test(name, async t => {
         browser ??= await start_browser();
         const between = new bridge();
@@ -41,10 +41,10 @@ export function web_test(name, { arrange, login = administrator, viewport, query
             await there.reset();
             await arrange?.(there);
             settings(between);
-            const { port } = await between.listen({ host: '127.0.0.1', port: 0 });
+            const { port } = await between.listen({ host: host.startsWith('[') ? '::' : '0.0.0.0', port: 0 });
             const arrive = async (as = login, size = viewport) => {
                 const session = between.login(as);
-                const visitor = await user.arrive(browser, `http://127.0.0.1:${port}`, session, size);
+                const visitor = await user.arrive(browser, `http://${host}:${port}`, session, size);
                 visitor.session = session;
                 users.push(visitor);
                 return visitor;

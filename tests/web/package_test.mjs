@@ -30,7 +30,8 @@ plain_test('every call of the scripts is granted, and every grant is for a call'
 });
 
 plain_test('who may only read is granted nothing that tells a password or changes anything', () => {
-    assert.deepEqual(granted_calls('read'), ['boardinfo.all', 'korvel.state.last', 'korvel.state.pending', 'luci.korvel.wans']);
+    assert.deepEqual(granted_calls('read'), ['boardinfo.all', 'korvel.state.last', 'korvel.state.pending', 'luci.korvel.trial',
+        'luci.korvel.wans']);
     assert.deepEqual(Object.keys(access_groups()['luci-app-korvel'].read), ['ubus']);
     assert.ok(!granted_calls('read', 'write').some(call => ['korvel.delAll', 'korvel.addDev'].includes(call)));
 });
@@ -46,7 +47,7 @@ plain_test('the menu leads to a view that is there and asks for a group that is 
 plain_test('the package is of the version and needs what the page needs', () => {
     const makefile = readFileSync(join(application, 'Makefile'), 'utf8');
     const project = readFileSync(join(application, '../../CMakeLists.txt'), 'utf8');
-    assert.match(makefile, /^LUCI_DEPENDS:=\+luci-base \+korvel$/m);
+    assert.match(makefile, /^LUCI_DEPENDS:=\+luci-base \+korvel \+korvel-tools$/m);
     assert.equal(/^PKG_VERSION:=(.*)$/m.exec(makefile)[1], /project\(korvel\s+VERSION ([\d.]+)/.exec(project)[1]);
     assert.match(makefile, /^# call BuildPackage - OpenWrt buildroot signature$/m);
     assert.ok(statSync(join(application, 'root/usr/libexec/rpcd/luci.korvel')).mode & 0o100, 'the script can be executed');
@@ -55,7 +56,8 @@ plain_test('the package is of the version and needs what the page needs', () => 
 web_test('the script says which methods it has, and they are those that are granted', { opens: false }, async () => {
     const script = join(application, 'root/usr/libexec/rpcd/luci.korvel');
     const { output } = await run(script, ['list']);
-    assert.deepEqual(Object.keys(JSON.parse(output)).sort(), ['stored', 'wans']);
+    assert.deepEqual(Object.keys(JSON.parse(output)).sort(), ['confirm', 'stored', 'take_back', 'trial', 'try_del',
+        'try_modify', 'wans']);
     assert.equal((await run(script, ['call', 'nothing'])).status, 3);
     assert.equal((await run(script, ['call', 'stored'], '{}')).status, 2);
 });

@@ -6,6 +6,7 @@ import './bench_test.mjs';
 import './overview_test.mjs';
 import './edit_test.mjs';
 import './dialogue_test.mjs';
+import './trial_test.mjs';
 import './access_test.mjs';
 
 const pattern = new RegExp(process.argv[2] ?? '');

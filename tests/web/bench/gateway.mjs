@@ -42,8 +42,21 @@ export class gateway {
         await until('the daemon off the bus', async () => !(await bus_has('korvel')));
     }
 
-    // A gateway without WANs, and a daemon that has just started: nothing waits.
+    // Has the service manager run the daemon, which can start it anew then, until it is stopped.
+    async serve() {
+        await this.stop();
+        await run('/etc/init.d/korvel', ['start']);
+        await until('the daemon on the bus', () => bus_has('korvel'));
+        return async () => {
+            await run('/etc/init.d/korvel', ['stop']);
+            await this.start();
+        };
+    }
+
+    // A gateway without WANs, and a daemon that has just started: nothing waits, nothing is on trial.
     async reset() {
+        await run('korvelctl', ['confirm']);
+        await run('sh', ['-c', 'rm -f /var/run/luci.korvel.*']);
         if (!this.is_running())
             await this.start();
         await this.call('delAll');

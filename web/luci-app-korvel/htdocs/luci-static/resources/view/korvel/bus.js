@@ -21,10 +21,18 @@ const call_pending = rpc.declare({ object: 'korvel.state', method: 'pending', ex
 const call_last = rpc.declare({ object: 'korvel.state', method: 'last', expect: { last: [] } });
 const call_cancel = rpc.declare({ object: 'korvel.state', method: 'cancel', params: [ 'wanId' ], expect: { '': {} }, nobatch: true });
 
+const call_trial = rpc.declare({ object: 'luci.korvel', method: 'trial', nobatch: true });
+const call_try_del = rpc.declare({ object: 'luci.korvel', method: 'try_del', params: [ 'seconds', 'wanId' ], nobatch: true });
+const call_confirm = rpc.declare({ object: 'luci.korvel', method: 'confirm', nobatch: true });
+const call_take_back = rpc.declare({ object: 'luci.korvel', method: 'take_back', nobatch: true });
+
 const wan_arguments = wan.fields.map(field => field.name);
 const call_add = rpc.declare({ object: 'korvel', method: 'add', params: wan_arguments, expect: { '': {} }, nobatch: true });
 const call_modify = rpc.declare({ object: 'korvel', method: 'modify', params: [ 'wanId' ].concat(wan_arguments, 'wait'),
 	expect: { '': {} }, nobatch: true });
+const try_arguments = wan_arguments.map(name => name === 'bind' ? 'ports' : name);
+const call_try_modify = rpc.declare({ object: 'luci.korvel', method: 'try_modify', params: [ 'seconds', 'wanId' ].concat(try_arguments),
+	nobatch: true });
 
 function failure(text, absent, unsure) {
 	const error = new Error(text);
@@ -92,6 +100,31 @@ function done(reply) {
 
 function operate(call, args) {
 	return ask(call, args).then(done, error => Promise.reject(error.absent ? daemon_is_down() : error));
+}
+
+/* What korvelctl ends with, as the replies of operations have it. */
+const same_as_reply = { '5': -2, '6': -3, '7': -4 };
+const NO_SUCH = 4, NO_DAEMON = 9, NO_ANSWER = 10;
+
+/* A reply of korvelctl. `no_such`: what it means there that it finds nothing. */
+function carried_out(reply, no_such) {
+	if (!L.isObject(reply) || typeof reply.ok !== 'boolean')
+		throw reply === BUS_TIMEOUT ? failure(_('The gateway did not answer in time.'), false, true)
+			: failure(_('The gateway lacks what a way back needs.'));
+	if (reply.ok)
+		return reply;
+	if (reply.exit === NO_SUCH)
+		throw failure(no_such);
+	if (reply.exit === NO_DAEMON)
+		throw daemon_is_down();
+	throw failure((refusals[same_as_reply[reply.exit]] || _('The change was refused.')) + ' (' + reply.message + ')', false,
+		reply.exit === NO_ANSWER);
+}
+
+function carry_out(call, args, no_such) {
+	return ask(call, args).then(reply => carried_out(reply, no_such), error => {
+		throw error.absent ? failure(_('The gateway lacks what a way back needs.')) : error;
+	});
 }
 
 return baseclass.extend({
@@ -180,5 +213,37 @@ return baseclass.extend({
 
 	cancel(id) {
 		return operate(call_cancel, [ id ]);
+	},
+
+	/* ---- changes with a way back: taken back after `seconds` unless they are confirmed ---- */
+
+	/*
+	 * { offered, waits, undoing, ended, seconds, wanId, began, made }: whether a way back can be had, whether a change is on trial
+	 * or being taken back, or how one ended a while ago ('kept', 'taken back', 'unknown'); of one that began on this page the
+	 * seconds that it has left, what tells it from others, and korvelctl's reply. Nothing where the package's script is missing.
+	 */
+	trial() {
+		return ask(call_trial).then(reply => L.isObject(reply) ? reply : {}, error => {
+			if (error.absent)
+				return {};
+			throw error;
+		});
+	},
+
+	/* `changes` as trial_changes() makes them. */
+	try_modify(seconds, id, changes) {
+		return carry_out(call_try_modify, [ seconds, id ].concat(try_arguments.map(name => changes[name])), _('The connection is gone.'));
+	},
+
+	try_del(seconds, id) {
+		return carry_out(call_try_del, [ seconds, id ], _('The connection is gone.'));
+	},
+
+	confirm_trial() {
+		return carry_out(call_confirm, [], _('No change is on trial any more.'));
+	},
+
+	take_back_trial() {
+		return carry_out(call_take_back, [], _('No change is on trial any more.'));
 	}
 });

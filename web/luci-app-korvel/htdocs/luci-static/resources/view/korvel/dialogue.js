@@ -3,6 +3,7 @@
 'require dom';
 'require ui';
 'require view.korvel.bus as bus';
+'require view.korvel.trial as trial';
 'require view.korvel.wan as wan';
 
 /*
@@ -19,10 +20,14 @@ const tabs = [
 ];
 
 const LONGEST_WAIT = 86400;
+const SHORTEST_TRIAL = 5, USUAL_TRIAL = 90, LONGEST_TRIAL = 86400;
 const PREFIX = 'korvel-';
 const focusable = 'button:not([disabled]), input:not([disabled]), select:not([disabled]), a[href]:not([tabindex="-1"])';
 
-/* Shows a dialogue that has a name, holds the focus, and gives it back. Returns the function that closes it. */
+/*
+ * Shows a dialogue that has a name, holds the focus, and gives it back. Returns the function that closes it, and does nothing
+ * when it is closed already.
+ */
 function show_modal(title, name, children, opener) {
 	const node = ui.showModal(title, children, 'cbi-modal');
 	node.setAttribute('aria-label', name);
@@ -38,7 +43,11 @@ function show_modal(title, name, children, opener) {
 		}
 	};
 	node.addEventListener('keydown', hold_focus);
+	let is_open = true;
 	return () => {
+		if (!is_open)
+			return;
+		is_open = false;
 		node.removeEventListener('keydown', hold_focus);
 		node.removeAttribute('aria-label');
 		ui.hideModal();
@@ -131,11 +140,59 @@ function show_error(part, text) {
 	part.input.setAttribute('aria-invalid', text !== '' ? 'true' : 'false');
 }
 
+/*
+ * The choice of a way back: { rows, is_chosen(), seconds(), check(), show() }, `changed` being called at each input. It is
+ * made beforehand where the user could lose the gateway, and not offered where it cannot be had.
+ */
+class way_back {
+	constructor(entry, offered, changed) {
+		this.box = make_field({ name: 'wayBack', type: 'flag', title: _('With a way back'),
+			hint: _('The change is made now, and taken back unless you press “Keep” on this page in time.') }, changed, [], []);
+		this.time = make_field({ name: 'waySeconds', type: 'number', title: _('Taken back after … seconds'),
+			hint: _('Where the gateway’s address changes, open this page at the new one.') }, changed, [], []);
+		this.box.write(offered && trial.carries_session(entry));
+		this.time.write(USUAL_TRIAL);
+		this.rows = offered ? [ this.box.row, this.time.row ] : [];
+	}
+
+	is_chosen() {
+		return this.box.read();
+	}
+
+	seconds() {
+		return this.time.read();
+	}
+
+	/* What is wrong with the time, or ''. */
+	check() {
+		const value = this.seconds();
+		return !this.is_chosen() || value >= SHORTEST_TRIAL && value <= LONGEST_TRIAL ? ''
+			: _('A whole number from %d to %d.').format(SHORTEST_TRIAL, LONGEST_TRIAL);
+	}
+
+	show() {
+		set_shown(this.time.row, this.is_chosen());
+		show_error(this.time, this.check());
+	}
+}
+
+/* Whether a way back can be had: one change at a time is on trial. */
+function can_be_tried(state) {
+	return state.offered === true && !state.waits && !state.undoing;
+}
+
+/* A way back leads to how all was when the change on trial was made. */
+function trial_warning(state) {
+	return state.waits || state.undoing
+		? _('Another change is on trial. When it is taken back, so is what you do now.') : '';
+}
+
 /* ---- adding and editing ---- */
 
 /*
- * `asked`: { wan, stored } for an edit, neither for a new one; wans, ports, pending (changes of this WAN that wait), opener,
- * done(text).
+ * `asked`: { wan, stored } for an edit, neither for a new one; wans, ports, pending (changes of this WAN that wait), trial
+ * (what the gateway tells of a change on trial), opener, done(text), unsure(close): of a change on trial it is not known whether
+ * it was made; `close` closes the dialogue.
  */
 class editor {
 	constructor(asked) {
@@ -163,6 +220,7 @@ class editor {
 		wan.fields.forEach(field => this.parts[field.name] = make_field(field, () => this.changed(field), this.asked.ports, this.others));
 		this.message = E('div', { 'role': 'alert' });
 		this.wait = this.make_wait();
+		this.way_back = new way_back(this.asked.wan || {}, this.edits && can_be_tried(this.asked.trial), () => this.refresh());
 		if (this.edits && this.asked.wan.pppPwdSet)
 			this.parts.pppPwd.input.setAttribute('placeholder', _('unchanged'));
 		return [
@@ -170,7 +228,7 @@ class editor {
 			this.warnings(),
 			this.tab_list(),
 			E('div', {}, tabs.map(tab => this.panel(tab[0]))),
-			this.edits ? this.wait.row : '',
+			E('div', {}, this.edits ? this.way_back.rows.concat(this.wait.row) : []),
 			this.message,
 			E('div', { 'class': 'right button-row' }, [
 				E('button', { 'type': 'button', 'class': 'btn cbi-button cbi-button-neutral', 'click': () => this.close() }, [ _('Dismiss') ]),
@@ -183,11 +241,13 @@ class editor {
 
 	warnings() {
 		const texts = [];
-		if (this.edits && carries_session(this.asked.wan))
+		if (this.edits && trial.carries_session(this.asked.wan))
 			texts.push(_('You are connected through this connection. A mistake may lock you out.'));
 		this.asked.pending.forEach(change => texts.push(change.applying
 			? _('A change of this connection is being applied: %s. Save when it is done.').format(changes_words(change))
 			: _('A change of this connection waits: %s. It is applied over what you save now.').format(changes_words(change))));
+		if (trial_warning(this.asked.trial))
+			texts.push(trial_warning(this.asked.trial));
 		return texts.length ? notice('warning', texts) : '';
 	}
 
@@ -200,6 +260,8 @@ class editor {
 	}
 
 	check_wait() {
+		if (this.way_back.is_chosen())
+			return '';
 		const value = this.wait.read();
 		return value >= 0 && value <= LONGEST_WAIT ? '' : _('A whole number from %d to %d.').format(0, LONGEST_WAIT);
 	}
@@ -274,6 +336,8 @@ class editor {
 		});
 		const shown = this.shown_tabs();
 		tabs.forEach(tab => set_shown(this.tab_links[tab[0]].parentNode, shown.indexOf(tab[0]) >= 0));
+		this.way_back.show();
+		set_shown(this.wait.row, !this.way_back.is_chosen());
 		show_error(this.wait, this.check_wait());
 	}
 
@@ -302,9 +366,9 @@ class editor {
 			this.parts[first.name].input.focus();
 			this.say(first.title + ': ' + errors[first.name]);
 		}
-		else if (this.check_wait()) {
-			this.wait.input.focus();
-			this.say(this.check_wait());
+		else if (this.check_wait() || this.way_back.check()) {
+			(this.check_wait() ? this.wait : this.way_back.time).input.focus();
+			this.say(this.check_wait() || this.way_back.check());
 			return false;
 		}
 		return !first;
@@ -336,20 +400,32 @@ class editor {
 			this.finish(_('Nothing was changed.'));
 			return Promise.resolve();
 		}
-		return (this.edits ? this.modify(changes) : bus.add(this.typed(Object.assign(this.initial, changes))))
-			.then(() => this.finish(this.edits && this.wait.read() > 0
-				? _('The change of %s will be applied in %d seconds.').format(this.asked.wan.wanName, this.wait.read())
-				: this.edits ? _('%s was changed.').format(this.asked.wan.wanName) : _('The connection was added.')))
-			.catch(error => this.failed(error));
+		const made = !this.edits ? bus.add(this.typed(Object.assign(this.initial, changes)))
+			: this.way_back.is_chosen() ? this.try_modify(changes) : this.modify(changes);
+		return made.then(() => this.finish(this.done_words())).catch(error => this.failed(error));
+	}
+
+	done_words() {
+		if (!this.edits)
+			return _('The connection was added.');
+		const name = this.asked.wan.wanName, wait = this.wait.read();
+		return this.way_back.is_chosen() ? _('%s was changed on trial.').format(name)
+			: wait > 0 ? _('The change of %s will be applied in %d seconds.').format(name, wait)
+			: _('%s was changed.').format(name);
+	}
+
+	/* korvelctl lays what is said over what is stored, the password included. */
+	try_modify(changes) {
+		const id = this.asked.wan.wanId;
+		return this.reread(changes).then(now => bus.try_modify(this.way_back.seconds(), id,
+			wan.trial_changes(this.typed(now.record), changes, this.asked.ports)));
 	}
 
 	/* What is stored may have changed since the dialogue was opened: the user's changes go on top of what is there now. */
 	modify(changes) {
 		const id = this.asked.wan.wanId, wait = this.wait.read();
-		return this.asked.reload(id).then(now => {
-			if (!now)
-				throw new Error(_('The connection is gone.'));
-			const record = Object.assign(wan.stored_record(now.wan, now.stored), changes);
+		return this.reread(changes).then(now => {
+			const record = now.record;
 			if (changes.pppPwd !== undefined)
 				return record;
 			if (wait > 0) {
@@ -361,6 +437,15 @@ class editor {
 			return bus.password(id).then(password => Object.assign(record, { pppPwd: password }));
 		}).then(record => bus.modify(id, this.typed(record), wait))
 			.then(() => wait > 0 ? undefined : bus.confirm_change(id));
+	}
+
+	/* The WAN as it is now, and its record with the changes over it. */
+	reread(changes) {
+		return this.asked.reload(this.asked.wan.wanId).then(now => {
+			if (!now)
+				throw new Error(_('The connection is gone.'));
+			return { wan: now.wan, record: Object.assign(wan.stored_record(now.wan, now.stored), changes) };
+		});
 	}
 
 	/* A value of a wrong type would count as missing, and what is missing is reset: rather nothing is sent. */
@@ -378,11 +463,19 @@ class editor {
 	}
 
 	failed(error) {
-		this.say(error.unsure
-			? error.message + ' ' + _('The change may have been made all the same: look at the list before you try again.')
-			: error.message);
+		this.say(failure_words(error, this.way_back));
+		if (error.unsure && this.way_back.is_chosen())
+			this.asked.unsure(this.close);
 		this.asked.done('');
 	}
+}
+
+function failure_words(error, way) {
+	if (!error.unsure)
+		return error.message;
+	return error.message + ' ' + (way.is_chosen()
+		? _('The change may have been made all the same: then this page asks whether to keep it.')
+		: _('The change may have been made all the same: look at the list before you try again.'));
 }
 
 function set_shown(node, shown) {
@@ -391,12 +484,6 @@ function set_shown(node, shown) {
 	else
 		node.setAttribute('hidden', '');
 	node.classList.toggle('hidden', !shown);
-}
-
-/* Whether the page was fetched from an address of this WAN. */
-function carries_session(entry) {
-	const host = location.hostname.split('[').join('').split(']').join('');
-	return host === entry.ip || host === (entry.ipv6Addr || '').split('/')[0];
 }
 
 function changes_words(change) {
@@ -410,7 +497,7 @@ return baseclass.extend({
 		new editor(asked).open();
 	},
 
-	/* Asks, and deletes. `asked`: { wan, ports, opener, done(text) }. */
+	/* Asks, and deletes. `asked`: { wan, ports, pending, trial, opener, done(text), unsure(close) } as above. */
 	remove(asked) {
 		const entry = asked.wan, bound = wan.bound_ports(entry, asked.ports);
 		const message = E('div', { 'role': 'alert' });
@@ -418,19 +505,33 @@ return baseclass.extend({
 			_('Its configuration, its rules and its place in the firewall go.'),
 			bound.length ? _('These ports are bound to nothing then: %s.').format(bound.join(', ')) : '',
 			asked.pending.length ? _('A change of it that waits finds nothing to change.') : '',
-			carries_session(entry) ? _('You are connected through this connection: you will lose the gateway.') : ''
+			trial.carries_session(entry) ? _('You are connected through this connection: you will lose the gateway.') : '',
+			trial_warning(asked.trial)
 		].filter(text => text !== '');
-		const remove = () => bus.del(entry.wanId).then(() => {
-			close();
-			asked.done(_('%s was deleted.').format(entry.wanName));
-		}).catch(error => {
-			dom.content(message, [ notice('danger', [ error.message ]) ]);
-			asked.done('');
-		});
+		const way = new way_back(entry, can_be_tried(asked.trial), () => way.show());
+		const say = text => dom.content(message, [ notice('danger', [ text ]) ]);
+		const remove = () => {
+			if (way.check()) {
+				way.time.input.focus();
+				say(way.check());
+				return Promise.resolve();
+			}
+			const tried = way.is_chosen();
+			return (tried ? bus.try_del(way.seconds(), entry.wanId) : bus.del(entry.wanId)).then(() => {
+				close();
+				asked.done((tried ? _('%s was deleted on trial.') : _('%s was deleted.')).format(entry.wanName));
+			}).catch(error => {
+				say(failure_words(error, way));
+				if (error.unsure && tried)
+					asked.unsure(close);
+				asked.done('');
+			});
+		};
 		const dismiss = E('button', { 'type': 'button', 'class': 'btn cbi-button cbi-button-neutral', 'click': () => close() }, [ _('Dismiss') ]);
 		const close = show_modal(_('Delete connection'), _('Delete connection') + ': ' + entry.wanName, [
 			E('p', {}, [ _('%s will be deleted.').format(entry.wanName) ]),
 			E('ul', {}, goes.map(text => E('li', {}, [ text ]))),
+			E('div', {}, way.rows),
 			message,
 			E('div', { 'class': 'right button-row' }, [
 				dismiss,
@@ -439,6 +540,7 @@ return baseclass.extend({
 					'click': ui.createHandlerFn(this, remove) }, [ _('Delete') ])
 			])
 		], asked.opener);
+		way.show();
 		dismiss.focus();
 	}
 });

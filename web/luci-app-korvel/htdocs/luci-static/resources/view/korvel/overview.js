@@ -5,6 +5,7 @@
 'require ui';
 'require view.korvel.bus as bus';
 'require view.korvel.dialogue as dialogue';
+'require view.korvel.trial as trial';
 'require view.korvel.wan as wan';
 
 const SECONDS_BETWEEN = 5;
@@ -205,11 +206,18 @@ return view.extend({
 		this.outcomes = [];
 		this.ports = null;
 		this.seen = null;
+		this.trial = {};
+		this.unsure = null;
+		this.banner = this.may_write
+			? new trial.banner(() => this.end_trial(bus.confirm_trial(), _('The change stays.')),
+				() => this.end_trial(bus.take_back_trial(), _('The change on trial was taken back.')))
+			: new trial.banner();
 
 		const page = E('div', {}, [
 			E('h2', {}, [ _('WAN Connections') ]),
 			E('div', { 'class': 'cbi-map-descr' }, [ _('The connections of this gateway to its provider.'),
 				this.may_write ? '' : ' ' + _('You may look at them but not change them.') ]),
+			this.banner.node,
 			this.notice = E('div', { 'role': 'status', 'id': 'korvel-notice' }),
 			this.message = E('div', { 'role': 'status', 'id': 'korvel-message' }),
 			this.connections(),
@@ -235,8 +243,7 @@ return view.extend({
 
 	row_buttons(row) {
 		const edit = button('edit', _('Edit'), ui.createHandlerFn(this, () => this.open_editor(row.item.wanId, edit)));
-		const remove = button('remove', _('Delete'), () => dialogue.remove({ wan: row.item, ports: this.ports || [],
-			pending: this.pending_of(row.item.wanId), opener: remove, done: text => this.after_change(text) }));
+		const remove = button('remove', _('Delete'), ui.createHandlerFn(this, () => this.ask_deletion(row.item, remove)));
 		return [ edit, ' ', remove ];
 	},
 
@@ -266,7 +273,7 @@ return view.extend({
 
 	/* Never fails: what goes wrong is shown. */
 	refresh() {
-		return Promise.all([ this.refresh_wans(), this.refresh_state() ]);
+		return Promise.all([ this.refresh_wans(), this.refresh_state(), this.refresh_trial() ]);
 	},
 
 	refresh_wans() {
@@ -312,6 +319,29 @@ return view.extend({
 		}).catch(() => {
 			/* The list's failure has the same cause and is shown. */
 		});
+	},
+
+	refresh_trial() {
+		return bus.trial().then(state => {
+			this.trial = state;
+			if (this.banner.update(state, this.name_on_trial(state)))
+				document.getElementById('korvel-heading').focus();
+			/* A dialogue that did not know whether its change was made has its answer, and is in the way of what is said of it. */
+			if (this.unsure && state.made && state.wanId === this.unsure.id && state.began !== this.unsure.before) {
+				this.unsure.close();
+				this.unsure = null;
+			}
+		}).catch(() => {
+			/* As above. The time that is left goes by meanwhile. */
+		});
+	},
+
+	/* The name of the WAN whose change is on trial; '' when that is not known. */
+	name_on_trial(state) {
+		if (!state.made)
+			return '';
+		const entry = this.wans.filter(candidate => candidate.wanId === state.wanId)[0];
+		return state.made.wanName || (entry ? entry.wanName : _('WAN %d').format(state.wanId));
 	},
 
 	show_waiting(pending) {
@@ -366,19 +396,44 @@ return view.extend({
 		});
 	},
 
+	/* What both dialogues ask for, beside the WAN and its ports. */
+	dialogue_needs(id, opener) {
+		const before = this.trial.began;
+		return {
+			pending: id === undefined ? [] : this.pending_of(id),
+			trial: this.trial,
+			opener,
+			done: text => this.after_change(text),
+			unsure: close => this.unsure = { id, before, close }
+		};
+	},
+
+	ask_deletion(entry, opener) {
+		return this.refresh_trial().then(() => dialogue.remove(Object.assign(this.dialogue_needs(entry.wanId, opener),
+			{ wan: entry, ports: this.ports || [] })));
+	},
+
 	open_editor(id, opener) {
 		const current = id === undefined ? bus.wans(this.may_write).then(wans => ({ wans })) : this.reload(id);
-		return current.then(found => {
+		return Promise.all([ current, this.refresh_trial() ]).then(replies => {
+			const found = replies[0];
 			if (!found)
 				throw new Error(_('The connection is gone.'));
-			dialogue.edit(Object.assign(found, {
+			dialogue.edit(Object.assign(found, this.dialogue_needs(id, opener), {
 				ports: this.ports || wan.board_ports(this.board, found.wans),
-				pending: id === undefined ? [] : this.pending_of(id),
-				opener,
-				reload: wanted => this.reload(wanted),
-				done: text => this.after_change(text)
+				reload: wanted => this.reload(wanted)
 			}));
 		}).catch(error => this.warn(error.message));
+	},
+
+	end_trial(ending, text) {
+		return ending.then(() => this.after_change(text)).then(() => {
+			if (document.activeElement === document.body) /* the button is gone */
+				document.getElementById('korvel-heading').focus();
+		}).catch(error => {
+			this.warn(error.message);
+			return this.refresh();
+		});
 	},
 
 	take_back(change) {

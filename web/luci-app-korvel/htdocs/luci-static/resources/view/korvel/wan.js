@@ -239,6 +239,15 @@ const fields = [
 
 const neutral = { number: 0, flag: false, text: '' };
 
+/* Of a change with a way back: what one option sets together. */
+const set_together = [
+	[ 'wanMode', 'ipMode', 'pppUser' ],
+	[ 'vlanMode', 'vid' ],
+	[ 'autoDns', 'priDns', 'secDns' ],
+	[ 'autoDnsV6', 'priDnsV6', 'secDnsV6' ],
+	[ 'ipv6DsLite', 'ipv6AddrDsLite' ]
+];
+
 /* What a query reports of the link, not of the configuration. */
 const addresses = [ 'ip', 'mask', 'gateway', 'ipv6Addr', 'ipv6Gateway', 'ipv6Prefix' ];
 
@@ -376,18 +385,18 @@ return baseclass.extend({
 		return found;
 	},
 
-	/* The board's ports in the order of `bind`: { device, label }. Without a description, as many as the WANs tell of. */
+	/* The board's ports in the order of `bind`: { device, label, word }, the word being korvelctl's. Without a description, as many as the WANs tell of. */
 	board_ports(board, wans) {
 		const ports = [];
 		const count = kind => Math.min((board && board[kind] && board[kind].numOfPorts) || 0, MOST_PORTS);
-		const add = (kind, device, label) => {
+		const add = (kind, device, label, word, before) => {
 			for (let i = 0; i < count(kind) && ports.length < MOST_PORTS; i++)
-				ports.push({ device: device(i), label: label(i) });
+				ports.push({ device: device(i), label: label(i), word: word + (before + i + 1) });
 		};
-		add('lan', i => 'eth0.' + (i + 1), i => _('LAN %d').format(i + 1));
-		add('lan_phy', i => 'eth0.' + (8 - i), i => _('LAN %d').format(count('lan') + i + 1));
-		add('wlan_2g', i => 'ra' + i, i => _('Wi-Fi 2.4 GHz %d').format(i + 1));
-		add('wlan_5g', i => 'rai' + i, i => _('Wi-Fi 5 GHz %d').format(i + 1));
+		add('lan', i => 'eth0.' + (i + 1), i => _('LAN %d').format(i + 1), 'lan', 0);
+		add('lan_phy', i => 'eth0.' + (8 - i), i => _('LAN %d').format(count('lan') + i + 1), 'lan', count('lan'));
+		add('wlan_2g', i => 'ra' + i, i => _('Wi-Fi 2.4 GHz %d').format(i + 1), 'ssid', 0);
+		add('wlan_5g', i => 'rai' + i, i => _('Wi-Fi 5 GHz %d').format(i + 1), 'ssid', count('wlan_2g'));
 		if (ports.length === 0) {
 			const most = wans.reduce((sum, wan) => Math.max(sum, wan.bind.length), 0);
 			for (let i = 0; i < most; i++)
@@ -414,6 +423,35 @@ return baseclass.extend({
 	 */
 	is_management(wan) {
 		return wan.wanMode === BRIDGED && wan.wanName === wan.wanId + '_OTHER_B_TMP';
+	},
+
+	/*
+	 * What a change with a way back has to say: `changes` and what is set together with them, as `record` has it, which is
+	 * what is stored with the changes over it. The bound ports become korvelctl's words. Throws where they have none.
+	 */
+	trial_changes(record, changes, ports) {
+		const said = Object.assign({}, changes);
+		set_together.forEach(names => {
+			if (names.some(name => name in changes))
+				names.forEach(name => said[name] = record[name]);
+		});
+		[ 'autoDns', 'autoDnsV6' ].forEach(name => {
+			if (name in said && is_static(record))
+				said[name] = false;
+		});
+		if (record.ipv6DsLite && !only_ipv6(record))
+			said.ipv6DsLite = false;
+		if ('bind' in changes) {
+			const bound = [];
+			for (let i = 0; i < changes.bind.length; i++)
+				if (changes.bind[i] === '1')
+					bound.push(ports[i] && ports[i].word);
+			if (bound.some(word => !word))
+				throw new Error(_('These ports cannot be bound with a way back: the gateway does not tell them.'));
+			said.ports = bound.length ? bound.join(',') : 'none';
+			delete said.bind;
+		}
+		return said;
 	},
 
 	/* "Routed, PPPoE". */
