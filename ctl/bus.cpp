@@ -44,6 +44,20 @@ int64_t bus_number(blob_attr *table, const char *name, int64_t fallback)
     return fallback;
 }
 
+blob_attr *bus_next(blob_attr *list, blob_attr *before, enum blobmsg_type type)
+{
+    blob_attr *entry = nullptr;
+    size_t left = 0;
+    blobmsg_for_each_attr(entry, list, left)
+    {
+        if (before)
+            before = entry == before ? nullptr : before;
+        else if (blobmsg_check_attr(entry, false) && blobmsg_type(entry) == type)
+            return entry;
+    }
+    return nullptr;
+}
+
 ubus_context *connect_to_bus()
 {
     constexpr int ending[] = {SIGINT, SIGTERM};

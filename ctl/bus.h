@@ -29,6 +29,9 @@ blob_attr *bus_member(blob_attr *table, const char *name, enum blobmsg_type type
 // The same as a text and as a number; the fallback when it is missing.
 const char *bus_text(blob_attr *table, const char *name, const char *fallback = "");
 int64_t bus_number(blob_attr *table, const char *name, int64_t fallback = 0);
+// The entry of a list, table or reply that stands behind `before` and has a type, the first one behind null;
+// null when there is none, or when `list` is null.
+blob_attr *bus_next(blob_attr *list, blob_attr *before, enum blobmsg_type type);
 
 // Connects, and leaves the signals that end a program at a prompt to do so, which the library takes over.
 // Null when there is no bus.

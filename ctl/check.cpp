@@ -1,9 +1,9 @@
 #include "ctl/check.h"
 
+#include "ctl/gateway_state.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 #include "ctl/stored.h"
-#include "ctl/words.h"
 #include "service/board.h"
 #include "service/settings.h"
 #include "store/id_list.h"
@@ -18,14 +18,17 @@ void read_wans(const uci_loaded &network, wan_list &wans)
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return;
+    bus_connection bus;
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
         wan_config record = {};
         record.wanId = static_cast<uint8_t>(text_number(entry->name));
         if (record.wanId != 0 && record.wanId <= maxWanId && !wans.find(record.wanId) &&
-            wan_device_section(network, record.wanId) && wan_read_config(&record) == 0)
+            wan_device_section(network, record.wanId) && read_stored(network, record.wanId, &record)) {
+            read_link_state(bus, &record);
             (void)wans.add(record);
+        }
     }
 }
 

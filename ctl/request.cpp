@@ -1,5 +1,6 @@
 #include "ctl/request.h"
 
+#include "ctl/gateway_state.h"
 #include "ctl/secret.h"
 #include "ctl/words.h"
 #include "wan/wan_names.h"

@@ -1,5 +1,6 @@
 #include "ctl/show.h"
 
+#include "ctl/gateway_state.h"
 #include "ctl/option_reader.h"
 #include "ctl/wan_list.h"
 #include "ctl/words.h"

@@ -7,13 +7,8 @@ namespace {
 template <typename callable> void each_change(blob_attr *entry, callable body)
 {
     blob_attr *const list = bus_member(entry, "changes", BLOBMSG_TYPE_ARRAY);
-    blob_attr *change = nullptr;
-    size_t left = 0;
-    blobmsg_for_each_attr(change, list, left)
-    {
-        if (blobmsg_check_attr(change, false) && blobmsg_type(change) == BLOBMSG_TYPE_STRING)
-            body(blobmsg_get_string(change));
-    }
+    for (blob_attr *change = nullptr; (change = bus_next(list, change, BLOBMSG_TYPE_STRING)) != nullptr;)
+        body(blobmsg_get_string(change));
 }
 
 } // namespace

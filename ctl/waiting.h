@@ -12,13 +12,8 @@ public:
     template <typename callable> void each(callable body) const
     {
         blob_attr *const list = bus_member(reply_.get(), "pending", BLOBMSG_TYPE_ARRAY);
-        blob_attr *entry = nullptr;
-        size_t left = 0;
-        blobmsg_for_each_attr(entry, list, left)
-        {
-            if (blobmsg_check_attr(entry, false) && blobmsg_type(entry) == BLOBMSG_TYPE_TABLE)
-                body(entry);
-        }
+        for (blob_attr *entry = nullptr; (entry = bus_next(list, entry, BLOBMSG_TYPE_TABLE)) != nullptr;)
+            body(entry);
     }
 
 private:

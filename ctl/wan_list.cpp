@@ -58,14 +58,9 @@ int wan_list::ask(bus_connection &bus)
     const int status = bus.call("korvel", "all", nullptr, reply);
     if (status != UBUS_STATUS_OK)
         return status;
-    blob_attr *table = nullptr;
-    size_t left = 0;
-    blobmsg_for_each_attr(table, reply.get(), left)
-    {
-        if (blobmsg_check_attr(table, true) && blobmsg_type(table) == BLOBMSG_TYPE_TABLE &&
-            !add(read_wan(table)))
+    for (blob_attr *wan = nullptr; (wan = bus_next(reply.get(), wan, BLOBMSG_TYPE_TABLE)) != nullptr;)
+        if (!add(read_wan(wan)))
             return UBUS_STATUS_UNKNOWN_ERROR;
-    }
     return UBUS_STATUS_OK;
 }
 

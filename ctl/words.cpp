@@ -81,15 +81,6 @@ bool read_service(const char *words, uint8_t *code_out)
     return false;
 }
 
-bool load_ports()
-{
-    static constinit bool asked = false;
-    if (!asked)
-        nemtra_init_lan_num();
-    asked = true;
-    return board_port_count() > 0;
-}
-
 port_word::port_word(size_t position)
 {
     const size_t wired = wired_ports();

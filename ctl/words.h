@@ -17,11 +17,9 @@ struct service_words {
 // The code of such words in any order. False: there is no such service.
 bool read_service(const char *words, uint8_t *code_out);
 
-// Asks the board for its ports, once. False: it does not tell.
-bool load_ports();
 // The ports that a binding has, as "lan1,lan2,ssid1"; "none". Ports are called lan1 and on by the board's
-// wired ones, ssid1 and on by its wireless ones, those of 2.4 GHz first. Call load_ports() before. 128 bytes
-// hold all.
+// wired ones, ssid1 and on by its wireless ones, those of 2.4 GHz first. The board's ports are known
+// (load_ports()). 128 bytes hold all.
 struct port_words {
     char text[128];
     explicit port_words(const wan_config &record);
