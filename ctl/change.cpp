@@ -198,18 +198,15 @@ void drop_old_mode(const wan_config &before, const wan_request &request, wan_con
 {
     if (before.ipMode == record->ipMode && before.wanMode == record->wanMode)
         return;
-    constexpr size_t rows[] = {ARG(ip),          ARG(mask),       ARG(gateway), ARG(ipv6Addr),
-                               ARG(ipv6Gateway), ARG(ipv6Prefix), ARG(pppUser), ARG(pppPwd),
-                               ARG(pppServName), ARG(pppDialMode)};
-    wan_config kept = *record;
-    for (const size_t row : rows) {
-        const wan_field &field = arg_rules[row].field;
+    constexpr uint8_t rows[] = {ARG(ip),          ARG(mask),       ARG(gateway), ARG(ipv6Addr),
+                                ARG(ipv6Gateway), ARG(ipv6Prefix), ARG(pppUser), ARG(pppPwd),
+                                ARG(pppServName), ARG(pppDialMode)};
+    for (const size_t row : rows)
         if (!request.given.has(row))
-            memset(reinterpret_cast<char *>(&kept) + field.offset, 0, field.size);
-    }
-    if (kept.wanMode == wan_mode_routed && kept.ipMode == ip_mode_static && !request.given.has(ARG(autoDns)))
-        kept.autoDns = kept.autoDnsV6 = 0; // nobody tells any
-    *record = kept;
+            arg_rows[row].copy({}, *record);
+    if (record->wanMode == wan_mode_routed && record->ipMode == ip_mode_static &&
+        !request.given.has(ARG(autoDns)))
+        record->autoDns = record->autoDnsV6 = 0; // nobody tells any
 }
 
 // A waiting change starts from what was stored when it was asked for, so it takes back what is changed now.
@@ -338,6 +335,10 @@ exit_status delete_all(bus_connection &bus, const wan_list &wans)
     return tell("deleted", 0, "", text);
 }
 
+enum : int { option_all };
+constexpr option_row del_rows[] = {{"all", "", "every WAN", option_all}};
+constexpr auto del_options = pack_options<del_rows>();
+
 } // namespace
 
 exit_status run_add(std::span<char *const> words)
@@ -395,11 +396,9 @@ exit_status run_modify(std::span<char *const> words)
 
 exit_status run_del(std::span<char *const> words)
 {
-    enum : int { option_all };
-    constexpr option_row options[] = {{"all", nullptr, "every WAN", option_all}};
     uint8_t id = 0;
     bool all = false;
-    option_reader reader(options, words);
+    option_reader reader(del_options.text, words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;
@@ -425,7 +424,7 @@ exit_status run_del(std::span<char *const> words)
 exit_status run_cancel(std::span<char *const> words)
 {
     uint8_t id = 0;
-    option_reader reader({}, words);
+    option_reader reader("", words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;

@@ -69,7 +69,7 @@ bool list_has(const uci_loaded &package, uci_section *section, const char *optio
 
 exit_status run_check(std::span<char *const> words)
 {
-    option_reader reader({}, words);
+    option_reader reader("", words);
     const int what = reader.next();
     if (what == option_reader::wrong)
         return exit_status::usage;

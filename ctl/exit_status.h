@@ -18,6 +18,7 @@ enum class exit_status : uint8_t {
     denied = 11,       // the bus or the system does not let this user
 };
 
+// One row for each, in their order.
 struct exit_status_row {
     exit_status status;
     const char *meaning;

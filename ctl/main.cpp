@@ -10,6 +10,7 @@
 #include "ctl/try.h"
 #include "ctl/watch.h"
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <syslog.h>
@@ -17,29 +18,43 @@
 namespace {
 
 struct command {
-    const char *name;
-    const char *usage; // a line of the help each
-    const char *help;
+    const char *usage; // begins with its name
+    const char *help;  // a line of the help
     exit_status (*run)(std::span<char *const> words);
 };
 
 constexpr command commands[] = {
-    {"status", "status [--watch]", "all WANs in a table, and what is waiting", run_status},
-    {"show", "show ID [--secrets]", "everything about one WAN", run_show},
-    {"add", "add OPTION...", "a new WAN", run_add},
-    {"modify", "modify ID OPTION...", "change what the options say and nothing else", run_modify},
-    {"del", "del ID | del --all", "delete a WAN, or every WAN", run_del},
-    {"cancel", "cancel ID", "take a change back that waits", run_cancel},
-    {"watch", "watch", "a line for each event of a WAN or its link", run_watch},
-    {"check", "check", "what is missing, left over, doubled or in the way", run_check},
-    {"save", "save NAME", "keep configurations and scripts as a safe point", run_save},
-    {"restore", "restore NAME", "go back to a safe point", run_restore},
-    {"list", "list", "the safe points that are kept", run_list},
-    {"try", "try SECONDS add|modify|del|restore ...", "make a change that goes again unless it is confirmed",
+    {"status [--watch]", "all WANs in a table, and what is waiting", run_status},
+    {"show ID [--secrets]", "everything about one WAN", run_show},
+    {"add OPTION...", "a new WAN", run_add},
+    {"modify ID OPTION...", "change what the options say and nothing else", run_modify},
+    {"del ID | del --all", "delete a WAN, or every WAN", run_del},
+    {"cancel ID", "take a change back that waits", run_cancel},
+    {"watch", "a line for each event of a WAN or its link", run_watch},
+    {"check", "what is missing, left over, doubled or in the way", run_check},
+    {"save NAME", "keep configurations and scripts as a safe point", run_save},
+    {"restore NAME", "go back to a safe point", run_restore},
+    {"list", "the safe points that are kept", run_list},
+    {"try SECONDS add|modify|del|restore ...", "make a change that goes again unless it is confirmed",
      run_try},
-    {"confirm", "confirm", "keep the change that is on trial", run_confirm},
-    {"take-back", "take-back", "take the change that is on trial back now", run_take_back},
+    {"confirm", "keep the change that is on trial", run_confirm},
+    {"take-back", "take the change that is on trial back now", run_take_back},
 };
+
+constexpr auto command_texts = pack<commands, &command::usage, &command::help>();
+constexpr auto command_functions = [] {
+    std::array<decltype(command::run), std::size(commands)> functions = {};
+    for (size_t i = 0; i < functions.size(); i++)
+        functions[i] = commands[i].run;
+    return functions;
+}();
+constexpr auto status_texts = pack<exit_statuses, &exit_status_row::meaning>();
+static_assert([] {
+    for (size_t i = 0; i < std::size(exit_statuses); i++)
+        if (exit_statuses[i].status != static_cast<exit_status>(i))
+            return false;
+    return true;
+}());
 
 constexpr char help_head[] = "Usage: korvelctl COMMAND [OPTION]...\n"
                              "Looks at the WAN connections of this gateway and changes them.\n\n";
@@ -51,18 +66,19 @@ constexpr char help_tail[] = "\nkorvelctl(8) has all of it.\n";
 exit_status print_help()
 {
     (void)fputs(help_head, stdout);
-    for (const command &row : commands)
-        (void)printf("  %-38s %s\n", row.usage, row.help);
+    for (const char *usage = command_texts.text; *usage != '\0'; usage = next_text(next_text(usage)))
+        (void)printf("  %-38s %s\n", usage, next_text(usage));
     (void)fputs("\nOptions of add and modify:\n", stdout);
-    for (const option_row &row : change_options()) {
+    option_row row = {};
+    for (const char *options = change_options(); next_option(options, row);) {
         char option[40];
-        (void)snprintf(option, sizeof(option), "--%s%s%s", row.name, row.takes ? " " : "",
-                       row.takes ? row.takes : "");
+        (void)snprintf(option, sizeof(option), "--%s %s", row.name, row.takes);
         (void)printf("  %-27s %s\n", option, row.help);
     }
     (void)fputs(help_common, stdout);
-    for (const exit_status_row &row : exit_statuses)
-        (void)printf("  %2u  %s\n", static_cast<unsigned>(row.status), row.meaning);
+    unsigned status = 0;
+    for (const char *text = status_texts.text; *text != '\0'; text = next_text(text))
+        (void)printf("  %2u  %s\n", status++, text);
     (void)fputs(help_tail, stdout);
     return exit_status::done;
 }
@@ -98,9 +114,13 @@ exit_status run(std::span<char *const> words)
         if (strcmp(word, "--help") == 0)
             return print_help();
     }
-    for (const command &row : commands)
-        if (strcmp(name, row.name) == 0)
-            return row.run(words.subspan(1));
+    const size_t length = strlen(name);
+    const char *usage = command_texts.text;
+    for (const auto run_command : command_functions) {
+        if (length == strcspn(usage, " ") && strncmp(name, usage, length) == 0)
+            return run_command(words.subspan(1));
+        usage = next_text(next_text(usage));
+    }
     return fail(exit_status::usage, "there is no command %s; see `korvelctl --help`", name);
 }
 

@@ -6,7 +6,13 @@
 
 namespace {
 
+// Every subcommand has these too; the reader acts on them itself.
 enum : int { option_json, option_timeout };
+constexpr option_row common_rows[] = {
+    {"json", "", "print JSON, one line", option_json},
+    {"timeout", "SECONDS", "how long to wait for an answer, 120 when not given", option_timeout},
+};
+constexpr auto common_options = pack_options<common_rows>();
 
 constexpr uint32_t longest_timeout = 86400;
 constinit int timeout_ms = 120 * 1000;
@@ -74,10 +80,22 @@ int option_reader::next()
     return end;
 }
 
-int option_reader::take_common(const option_row &row)
+bool next_option(const char *&options, option_row &row)
 {
-    if (row.id != option_timeout)
-        return end;
+    if (options[0] == '\0')
+        return false;
+    row.name = options;
+    row.takes = next_text(row.name);
+    row.help = next_text(row.takes);
+    row.id++;
+    options = next_text(row.help);
+    return true;
+}
+
+int option_reader::take_common(int id)
+{
+    if (id != option_timeout)
+        return id == wrong ? wrong : end;
     uint32_t seconds = 0;
     if (!read_number(value, longest_timeout, &seconds) || seconds == 0) {
         (void)fail(exit_status::usage, "--timeout takes 1 to %u seconds, not %s", longest_timeout, value);
@@ -87,28 +105,39 @@ int option_reader::take_common(const option_row &row)
     return end;
 }
 
-int option_reader::take_option(const char *text)
+// Whether the option is one of these. The output is `wrong`, which is told, when it lacks its value or has
+// one to no purpose.
+bool option_reader::take_named(const char *options, const char *text, int &id_out)
 {
     const size_t length = strcspn(text, "=");
-    const std::span<const option_row> common(common_options);
-    for (const std::span<const option_row> table : {rows_, common}) {
-        for (const option_row &row : table) {
-            if (strlen(row.name) != length || strncmp(row.name, text, length) != 0)
-                continue;
-            value = text[length] == '=' ? text + length + 1 : nullptr;
-            if (row.takes && !value && !words_.empty()) {
-                value = words_.front();
-                words_ = words_.subspan(1);
-            }
-            if ((row.takes != nullptr) != (value != nullptr)) {
-                (void)fail(exit_status::usage, row.takes ? "--%s takes a value, %s" : "--%s takes no value",
-                           row.name, row.takes);
-                return wrong;
-            }
-            return table.data() == common.data() ? take_common(row) : row.id;
-        }
+    option_row row = {nullptr, nullptr, nullptr, -1};
+    do {
+        if (!next_option(options, row))
+            return false;
+    } while (strlen(row.name) != length || strncmp(row.name, text, length) != 0);
+    const bool takes = row.takes[0] != '\0';
+    id_out = row.id;
+    value = text[length] == '=' ? text + length + 1 : nullptr;
+    if (takes && !value && !words_.empty()) {
+        value = words_.front();
+        words_ = words_.subspan(1);
     }
+    if (takes != (value != nullptr)) {
+        (void)fail(exit_status::usage, takes ? "--%s takes a value, %s" : "--%s takes no value", row.name,
+                   row.takes);
+        id_out = wrong;
+    }
+    return true;
+}
+
+int option_reader::take_option(const char *text)
+{
+    int id = 0;
+    if (take_named(options_, text, id))
+        return id;
+    if (take_named(common_options.text, text, id))
+        return take_common(id);
     (void)fail(exit_status::usage, "there is no option --%.*s here; see `korvelctl --help`",
-               static_cast<int>(length), text);
+               static_cast<int>(strcspn(text, "=")), text);
     return wrong;
 }

@@ -2,29 +2,36 @@
 #pragma once
 
 #include "ctl/exit_status.h"
+#include "ctl/packed_texts.h"
 
 #include <cstdint>
 #include <span>
 
-// An option of a subcommand, without its two dashes. `takes` names its value in the help; null for a switch.
+// An option of a subcommand, without its two dashes. `takes` names its value in the help; empty for a switch.
 struct option_row {
     const char *name;
     const char *takes;
     const char *help;
-    int id; // what option_reader::next() answers, 0 or more
+    int id; // what option_reader::next() answers: its row's number
 };
 
-// Every subcommand has these too; the reader acts on them itself.
-inline constexpr option_row common_options[] = {
-    {"json", nullptr, "print JSON, one line", 0},
-    {"timeout", "SECONDS", "how long to wait for an answer, 120 when not given", 1},
-};
+// The options of a subcommand, from its table of them.
+template <const auto &rows> consteval auto pack_options()
+{
+    for (size_t i = 0; i < std::size(rows); i++)
+        if (rows[i].id != static_cast<int>(i))
+            __builtin_unreachable(); // the table is out of order
+    return pack<rows, &option_row::name, &option_row::takes, &option_row::help>();
+}
+
+// Walks such options: takes the next one off. False: there are no more.
+bool next_option(const char *&options, option_row &row);
 
 // Walks a command line. An option's value stands behind it, or behind a '='. Behind "--" all is words.
 class option_reader {
 public:
-    option_reader(std::span<const option_row> rows, std::span<char *const> words) : rows_(rows), words_(words)
-    {}
+    // The options as pack_options() makes them; "" is none.
+    option_reader(const char *options, std::span<char *const> words) : options_(options), words_(words) {}
 
     enum : int { end = -1, word = -2, wrong = -3 };
     // The next option's id with its value, or a word, in `value`; `end`, or `wrong`, which has been told.
@@ -33,9 +40,10 @@ public:
 
 private:
     int take_option(const char *text);
-    int take_common(const option_row &row);
+    bool take_named(const char *options, const char *text, int &id_out);
+    int take_common(int id);
 
-    std::span<const option_row> rows_;
+    const char *options_;
     std::span<char *const> words_;
     bool only_words_ = false;
 };

@@ -51,30 +51,30 @@ enum : int {
 };
 
 constexpr option_row rows[] = {
-    {"routed", nullptr, "the gateway routes (as new WANs do)", option_routed},
-    {"bridged", nullptr, "the LAN ports are bridged to the WAN", option_bridged},
-    {"dhcp", nullptr, "routed, addresses by DHCP (as new WANs have them)", option_dhcp},
-    {"static", nullptr, "routed, addresses as given", option_static},
+    {"routed", "", "the gateway routes (as new WANs do)", option_routed},
+    {"bridged", "", "the LAN ports are bridged to the WAN", option_bridged},
+    {"dhcp", "", "routed, addresses by DHCP (as new WANs have them)", option_dhcp},
+    {"static", "", "routed, addresses as given", option_static},
     {"pppoe", "USER", "routed, dialled as this user", option_pppoe},
     {"password-file", "FILE", "the password is the file's first line; - is standard input",
      option_password_file},
     {"service-name", "NAME", "what a PPPoE peer is asked for; empty: any", option_service_name},
-    {"on-demand", nullptr, "dial when there is traffic", option_on_demand},
-    {"always-on", nullptr, "dial at once and stay", option_always_on},
-    {"ipv4", nullptr, "IPv4 alone", option_ipv4},
-    {"ipv6", nullptr, "IPv6 alone", option_ipv6},
-    {"dual", nullptr, "IPv4 and IPv6", option_dual},
+    {"on-demand", "", "dial when there is traffic", option_on_demand},
+    {"always-on", "", "dial at once and stay", option_always_on},
+    {"ipv4", "", "IPv4 alone", option_ipv4},
+    {"ipv6", "", "IPv6 alone", option_ipv6},
+    {"dual", "", "IPv4 and IPv6", option_dual},
     {"vlan", "VLAN", "tagged; none: untagged", option_vlan},
     {"prio", "PRIORITY", "802.1p priority of a tagged WAN", option_prio},
     {"mvlan", "VLAN", "multicast VLAN; none", option_mvlan},
-    {"again", nullptr, "the VLAN may be another routed WAN's too", option_again},
+    {"again", "", "the VLAN may be another routed WAN's too", option_again},
     {"mtu", "BYTES", "1500, of PPPoE 1492 when not given", option_mtu},
     {"service", "WORDS", "internet, tr069, voip with commas between, or other", option_service},
     {"ports", "PORTS", "bound ports: lan1,lan2,ssid1; all; none", option_ports},
-    {"lan-dhcp", nullptr, "DHCP at the bound ports", option_lan_dhcp},
-    {"no-lan-dhcp", nullptr, "no DHCP or router advertisements there", option_no_lan_dhcp},
-    {"nat", nullptr, "address translation", option_nat},
-    {"no-nat", nullptr, "none", option_no_nat},
+    {"lan-dhcp", "", "DHCP at the bound ports", option_lan_dhcp},
+    {"no-lan-dhcp", "", "no DHCP or router advertisements there", option_no_lan_dhcp},
+    {"nat", "", "address translation", option_nat},
+    {"no-nat", "", "none", option_no_nat},
     {"address", "ADDRESS/LENGTH", "static IPv4 address; without a length --mask tells it", option_address},
     {"mask", "MASK", "its mask", option_mask},
     {"gateway", "ADDRESS", "static IPv4 gateway", option_gateway},
@@ -83,14 +83,16 @@ constexpr option_row rows[] = {
     {"gateway6", "ADDRESS", "static IPv6 gateway", option_gateway6},
     {"prefix6", "PREFIX/LENGTH", "static IPv6 prefix", option_prefix6},
     {"dns6", "ADDRESS,ADDRESS", "IPv6 name servers; auto: from the link", option_dns6},
-    {"delegate", nullptr, "IPv6 prefixes go on to the LAN", option_delegate},
-    {"no-delegate", nullptr, "they do not", option_no_delegate},
+    {"delegate", "", "IPv6 prefixes go on to the LAN", option_delegate},
+    {"no-delegate", "", "they do not", option_no_delegate},
     {"dslite", "ENDPOINT", "IPv4 through a DS-Lite tunnel; none", option_dslite},
     {"iphost", "NUMBER", "IP-host identifier, 0 is none", option_iphost},
     {"in", "TIME", "make the change later: 30s, 5m, 2h", option_in},
-    {"dry-run", nullptr, "print the bus call and what would refuse it, and change nothing", option_dry_run},
-    {"secrets", nullptr, "print it with the password", option_secrets},
+    {"dry-run", "", "print the bus call and what would refuse it, and change nothing", option_dry_run},
+    {"secrets", "", "print it with the password", option_secrets},
 };
+
+constexpr auto options = pack_options<rows>();
 
 // The options without those of `modify` alone.
 bool is_for_modify(int id)
@@ -108,7 +110,7 @@ public:
 private:
     void set(size_t row, uint32_t value)
     {
-        set_field_number(request_.record, arg_rules[row].field, value);
+        arg_rows[row].set_number(request_.record, value);
         request_.given.add(row);
     }
     exit_status set_text(size_t row, std::string_view value, const char *option);
@@ -128,20 +130,20 @@ private:
 
 exit_status option_taker::set_text(size_t row, std::string_view value, const char *option)
 {
-    const wan_field &field = arg_rules[row].field;
+    const field_row &field = arg_rows[row];
     if (value.size() >= field.size)
         return fail(exit_status::usage, "--%s takes at most %u characters", option, field.size - 1U);
-    field_ref(request_.record, field).set(value);
+    field.set_text(request_.record, value);
     request_.given.add(row);
     return exit_status::done;
 }
 
 exit_status option_taker::set_number(size_t row, const char *value, const char *option)
 {
-    const arg_rule &rule = arg_rules[row];
+    const arg_range &range = arg_ranges[row];
     uint32_t number = 0;
-    if (!read_number(value, rule.high, &number) || number < rule.low)
-        return fail(exit_status::usage, "--%s takes %u to %u, not %s", option, rule.low, rule.high, value);
+    if (!read_number(value, range.high, &number) || number < range.low)
+        return fail(exit_status::usage, "--%s takes %u to %u, not %s", option, range.low, range.high, value);
     set(row, number);
     return exit_status::done;
 }
@@ -344,14 +346,14 @@ exit_status read_ports_of(wan_request *request)
 
 } // namespace
 
-std::span<const option_row> change_options()
+const char *change_options()
 {
-    return rows;
+    return options.text;
 }
 
 exit_status read_request(std::span<char *const> words, takes_id id, wan_request *request)
 {
-    option_reader reader(rows, words);
+    option_reader reader(options.text, words);
     option_taker taker(request);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
@@ -375,12 +377,9 @@ exit_status read_request(std::span<char *const> words, takes_id id, wan_request 
 
 void lay_over(const wan_request &request, wan_config *record)
 {
-    for (size_t row = 0; row < record_arg_count; row++) {
-        const wan_field &field = arg_rules[row].field;
+    for (size_t row = 0; row < record_arg_count; row++)
         if (request.given.has(row))
-            memcpy(reinterpret_cast<char *>(record) + field.offset,
-                   reinterpret_cast<const char *>(&request.record) + field.offset, field.size);
-    }
+            arg_rows[row].copy(request.record, *record);
 }
 
 wan_config new_wan(const wan_request &request)
@@ -412,48 +411,34 @@ void add_arguments(bus_message &message, const wan_config &record, arg_set which
 {
     blob_buf *const buffer = message.buffer();
     for (size_t row = 0; row < record_arg_count; row++) {
-        const arg_rule &rule = arg_rules[row];
+        const field_row &field = arg_rows[row];
         if (!which.has(row))
             continue;
-        if (rule.type == BLOBMSG_TYPE_STRING)
-            (void)blobmsg_printf(buffer, rule.field.name, "%.*s", rule.field.size,
-                                 field_text(record, rule.field));
-        else if (rule.type == BLOBMSG_TYPE_INT8)
-            (void)blobmsg_add_u8(buffer, rule.field.name,
-                                 static_cast<uint8_t>(field_number(record, rule.field) != 0));
+        if (field.is_text())
+            (void)blobmsg_printf(buffer, field.name, "%.*s", field.size, field.text(record).data());
+        else if (field.type == BLOBMSG_TYPE_INT8)
+            (void)blobmsg_add_u8(buffer, field.name, field.number(record) != 0);
         else
-            (void)blobmsg_add_u32(buffer, rule.field.name, field_number(record, rule.field));
+            (void)blobmsg_add_u32(buffer, field.name, field.number(record));
     }
 }
 
 void write_arguments(json_writer &json, const wan_config &record, arg_set which, secrets secret)
 {
     for (size_t row = 0; row < record_arg_count; row++) {
-        const wan_field &field = arg_rules[row].field;
         if (!which.has(row))
             continue;
-        if (row == ARG(pppPwd) && secret == secrets::hidden && !text_empty(record.pppPwd)) {
-            json.text(field.name, "........");
-        } else if (arg_rules[row].type == BLOBMSG_TYPE_STRING) {
-            const char *const text = field_text(record, field);
-            json.text(field.name, {text, strnlen(text, field.size)});
-        } else if (arg_rules[row].type == BLOBMSG_TYPE_INT8) {
-            json.flag(field.name, field_number(record, field) != 0);
-        } else {
-            json.number(field.name, field_number(record, field));
-        }
+        if (row == ARG(pppPwd) && secret == secrets::hidden && !text_empty(record.pppPwd))
+            json.text(arg_rows[row].name, "........");
+        else
+            arg_rows[row].write(json, record);
     }
 }
 
 bool same_arguments(const wan_config &one, const wan_config &other)
 {
-    for (const arg_rule &rule : arg_rules) {
-        const wan_field &field = rule.field;
-        const bool same = field.kind == field_kind::text
-                              ? strncmp(field_text(one, field), field_text(other, field), field.size) == 0
-                              : field_number(one, field) == field_number(other, field);
-        if (!same)
+    for (const field_row &field : arg_rows)
+        if (field.is_text() ? field.text(one) != field.text(other) : field.number(one) != field.number(other))
             return false;
-    }
     return true;
 }

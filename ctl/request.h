@@ -2,11 +2,24 @@
 #pragma once
 
 #include "ctl/bus.h"
+#include "ctl/field_row.h"
 #include "ctl/option_reader.h"
 #include "ctl/output.h"
 #include "ctl/wan_list.h"
 #include "service/policies.h"
 #include "wan/wan_config.h"
+
+inline constexpr std::array arg_rows = field_rows(arg_rules);
+// The numbers that an argument takes.
+struct arg_range {
+    uint16_t low, high;
+};
+inline constexpr auto arg_ranges = [] {
+    std::array<arg_range, record_arg_count> ranges = {};
+    for (size_t row = 0; row < record_arg_count; row++)
+        ranges[row] = {static_cast<uint16_t>(arg_rules[row].low), static_cast<uint16_t>(arg_rules[row].high)};
+    return ranges;
+}();
 
 // A set of arguments, by their rows in the table.
 class arg_set {
@@ -45,8 +58,8 @@ struct wan_request {
 enum class takes_id : uint8_t { no, yes };
 exit_status read_request(std::span<char *const> words, takes_id id, wan_request *request);
 
-// The options, for the help.
-std::span<const option_row> change_options();
+// The options, for next_option().
+const char *change_options();
 
 // Takes what was given over into a record: the defaults of a new WAN, or what is stored.
 void lay_over(const wan_request &request, wan_config *record);

@@ -422,7 +422,7 @@ void forget_oldest(const char *newest)
 
 exit_status read_name(std::span<char *const> words, const char *command, const char **name_out)
 {
-    option_reader reader({}, words);
+    option_reader reader("", words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;
@@ -557,7 +557,7 @@ exit_status run_restore(std::span<char *const> words)
 
 exit_status run_list(std::span<char *const> words)
 {
-    option_reader reader({}, words);
+    option_reader reader("", words);
     const int what = reader.next();
     if (what == option_reader::wrong)
         return exit_status::usage;

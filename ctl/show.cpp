@@ -12,9 +12,10 @@
 namespace {
 
 enum : int { option_secrets };
-constexpr option_row options[] = {
-    {"secrets", nullptr, "show the password instead of dots", option_secrets},
+constexpr option_row rows[] = {
+    {"secrets", "", "show the password instead of dots", option_secrets},
 };
+constexpr auto options = pack_options<rows>();
 
 // A line "  Label:    value". Nothing is printed for an empty value.
 void line(const char *label, const char *value)
@@ -137,7 +138,7 @@ exit_status run_show(std::span<char *const> words)
 {
     secrets which = secrets::hidden;
     uint8_t id = 0;
-    option_reader reader(options, words);
+    option_reader reader(options.text, words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;

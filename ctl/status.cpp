@@ -12,9 +12,10 @@
 namespace {
 
 enum : int { option_watch };
-constexpr option_row options[] = {
-    {"watch", nullptr, "print the table again every two seconds", option_watch},
+constexpr option_row rows[] = {
+    {"watch", "", "print the table again every two seconds", option_watch},
 };
+constexpr auto options = pack_options<rows>();
 constexpr timespec watch_pause = {2, 0};
 
 struct state_of_wans {
@@ -175,7 +176,7 @@ exit_status print_status()
 exit_status run_status(std::span<char *const> words)
 {
     bool again = false;
-    option_reader reader(options, words);
+    option_reader reader(options.text, words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;

@@ -203,6 +203,10 @@ exit_status make_on_trial(change_function change, std::span<char *const> words, 
     return result;
 }
 
+enum : int { option_boot };
+constexpr option_row take_back_rows[] = {{"boot", "", "", option_boot}};
+constexpr auto take_back_options = pack_options<take_back_rows>();
+
 } // namespace
 
 bool try_waits()
@@ -230,7 +234,7 @@ exit_status run_try(std::span<char *const> words)
 
 exit_status run_confirm(std::span<char *const> words)
 {
-    option_reader reader({}, words);
+    option_reader reader("", words);
     const int what = reader.next();
     if (what == option_reader::wrong)
         return exit_status::usage;
@@ -250,10 +254,8 @@ exit_status run_confirm(std::span<char *const> words)
 
 exit_status run_take_back(std::span<char *const> words)
 {
-    enum : int { option_boot };
-    constexpr option_row options[] = {{"boot", nullptr, "", option_boot}};
     bool boot = false;
-    option_reader reader(options, words);
+    option_reader reader(take_back_options.text, words);
     for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
         if (what == option_reader::wrong)
             return exit_status::usage;

@@ -107,13 +107,12 @@ bool is_link_local(const in6_addr &address)
 // Every number in the range that the daemon takes.
 void judge_ranges(const wan_config &record, verdict &result)
 {
-    for (const arg_rule &rule : arg_rules) {
-        if (rule.type != BLOBMSG_TYPE_INT32)
-            continue;
-        const uint32_t number = field_number(record, rule.field);
-        if (number < rule.low || number > rule.high)
-            result.refuse(exit_status::usage, "%s is %u and has to be %u to %u", rule.field.name, number,
-                          rule.low, rule.high);
+    for (size_t row = 0; row < record_arg_count; row++) {
+        const arg_range &range = arg_ranges[row];
+        const uint32_t number = arg_rows[row].number(record);
+        if (arg_rows[row].type == BLOBMSG_TYPE_INT32 && (number < range.low || number > range.high))
+            result.refuse(exit_status::usage, "%s is %u and has to be %u to %u", arg_rows[row].name, number,
+                          range.low, range.high);
     }
     if (memchr(record.bind, '\0', sizeof(record.bind)) == nullptr)
         result.refuse(

@@ -1,40 +1,21 @@
 #include "ctl/wan_list.h"
 
+#include "ctl/field_row.h"
 #include "store/reply_fields.h"
-
-#include <iterator>
 
 namespace {
 
-constexpr size_t field_count = std::size(reply_fields);
-
-struct field_policy {
-    blobmsg_policy rows[field_count];
-};
-
-consteval field_policy make_policy()
-{
-    field_policy policy = {};
-    for (size_t i = 0; i < field_count; i++)
-        policy.rows[i] = {reply_fields[i].field.name, reply_fields[i].type};
-    return policy;
-}
-constexpr field_policy policy = make_policy();
+constexpr auto rows = field_rows(reply_fields);
 
 wan_config read_wan(blob_attr *table)
 {
     wan_config record = {};
-    blob_attr *values[field_count] = {};
-    (void)blobmsg_parse(policy.rows, field_count, values, blobmsg_data(table),
-                        static_cast<unsigned>(blobmsg_data_len(table)));
-    for (size_t i = 0; i < field_count; i++) {
-        if (!values[i])
-            continue;
-        const wan_field &field = reply_fields[i].field;
-        if (field.kind == field_kind::text)
-            set_field_text(record, field, blobmsg_get_string(values[i]));
-        else
-            set_field_number(record, field, static_cast<uint32_t>(blobmsg_cast_u64(values[i])));
+    for (const field_row &row : rows) {
+        blob_attr *const value = bus_member(table, row.name, static_cast<enum blobmsg_type>(row.type));
+        if (value && row.is_text())
+            row.set_text(record, blobmsg_get_string(value));
+        else if (value)
+            row.set_number(record, static_cast<uint32_t>(blobmsg_cast_u64(value)));
     }
     return record;
 }
@@ -84,17 +65,8 @@ const wan_config *wan_list::find(uint8_t id) const
 
 void write_wan(json_writer &json, const wan_config &record, secrets which)
 {
-    constexpr wan_field password = WAN_FIELD(pppPwd);
-    for (const reply_field &row : reply_fields) {
-        if (which == secrets::hidden && row.field.offset == password.offset)
-            continue;
-        if (row.field.kind == field_kind::text) {
-            const char *const text = field_text(record, row.field);
-            json.text(row.field.name, {text, strnlen(text, row.field.size)});
-        } else if (row.type == BLOBMSG_TYPE_INT8) {
-            json.flag(row.field.name, field_number(record, row.field) != 0);
-        } else {
-            json.number(row.field.name, field_number(record, row.field));
-        }
-    }
+    constexpr size_t password = offsetof(wan_config, pppPwd);
+    for (const field_row &row : rows)
+        if (which == secrets::shown || row.offset != password)
+            row.write(json, record);
 }

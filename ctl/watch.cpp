@@ -157,7 +157,7 @@ bool watch_once(bool first)
 
 exit_status run_watch(std::span<char *const> words)
 {
-    option_reader reader({}, words);
+    option_reader reader("", words);
     const int what = reader.next();
     if (what == option_reader::wrong)
         return exit_status::usage;
