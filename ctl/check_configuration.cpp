@@ -20,26 +20,17 @@ namespace {
 
 constexpr char restart[] = "/etc/init.d/korvel restart writes missing scripts";
 
-struct name_of {
-    char text[64];
-    explicit name_of(const wan_config &record)
-    {
-        (void)text_ref(text).format("WAN %u (%s)", record.wanId, c_text(record.wanName).data);
-    }
-    operator const char *() const { return text; }
-};
-
 void report_reference(const orphan &which, finding_report &report)
 {
     const wan_reference &where = wan_references()[which.id];
     const finding number = strcmp(where.config, "omcproxy") == 0 ? finding::proxy_without_interface
                            : strcmp(where.config, "upnpd") == 0  ? finding::upnp_without_interface
                                                                  : finding::dhcp_without_interface;
-    report.add(number,
-               finding_text("%s of %s.%s is %s, which is no WAN", where.option, where.config, where.section,
-                            which.text),
-               finding_text("uci delete %s.%s.%s && uci commit %s", where.config, where.section, where.option,
-                            where.config));
+    report
+        .found(number, "%s of %s.%s is %s, which is no WAN", where.option, where.config, where.section,
+               which.text)
+        .remedy("uci delete %s.%s.%s && uci commit %s", where.config, where.section, where.option,
+                where.config);
 }
 
 void report_orphan(const orphan &which, finding_report &report)
@@ -47,38 +38,35 @@ void report_orphan(const orphan &which, finding_report &report)
     constexpr char all_go[] = "korvelctl del --all removes such things, with every WAN; this one by hand: ";
     switch (which.kind) {
     case orphan_kind::device:
-        return report.add(
-            finding::device_without_name,
-            finding_text("Device section %s belongs to no WAN, it has no name", which.section),
-            finding_text("%suci delete network.%s && uci commit network", all_go, which.section));
+        return report
+            .found(finding::device_without_name, "Device section %s belongs to no WAN, it has no name",
+                   which.section)
+            .remedy("%suci delete network.%s && uci commit network", all_go, which.section);
     case orphan_kind::interface:
-        return report.add(
-            finding::interface_without_wan, finding_text("Interface %s belongs to no WAN", which.section),
-            finding_text("%suci delete network.%s && uci commit network", all_go, which.section));
+        return report.found(finding::interface_without_wan, "Interface %s belongs to no WAN", which.section)
+            .remedy("%suci delete network.%s && uci commit network", all_go, which.section);
     case orphan_kind::zone_entry:
-        return report.add(
-            finding::zone_entry_without_interface,
-            finding_text("Firewall zone %s has %s, which is no interface", which.section, which.text),
-            finding_text("%suci del_list firewall.%s.network=%s && uci commit firewall", all_go,
-                         which.section, which.text));
+        return report
+            .found(finding::zone_entry_without_interface, "Firewall zone %s has %s, which is no interface",
+                   which.section, which.text)
+            .remedy("%suci del_list firewall.%s.network=%s && uci commit firewall", all_go, which.section,
+                    which.text);
     case orphan_kind::reference:
         return report_reference(which, report);
     case orphan_kind::bridge_script:
     case orphan_kind::route_script:
-        return report.add(finding::script_without_wan,
-                          finding_text("Script %s belongs to no WAN", which.text),
-                          finding_text("%s%s -r; rm %s", all_go, which.text, which.text));
+        return report.found(finding::script_without_wan, "Script %s belongs to no WAN", which.text)
+            .remedy("%s%s -r; rm %s", all_go, which.text, which.text);
     case orphan_kind::listed:
-        return report.add(
-            finding::listed_without_device,
-            finding_text("Identifier %s is in wanList and has no device section", which.text),
-            finding_text("uci del_list network.korvel.wanList=%s && uci commit network", which.text));
+        return report
+            .found(finding::listed_without_device, "Identifier %s is in wanList and has no device section",
+                   which.text)
+            .remedy("uci del_list network.korvel.wanList=%s && uci commit network", which.text);
     case orphan_kind::listed_twice:
-        return report.add(finding::listed_twice,
-                          finding_text("Identifier %s is in wanList more than once", which.text),
-                          finding_text("uci del_list network.korvel.wanList=%s && uci add_list "
-                                       "network.korvel.wanList=%s && uci commit network",
-                                       which.text, which.text));
+        return report.found(finding::listed_twice, "Identifier %s is in wanList more than once", which.text)
+            .remedy("uci del_list network.korvel.wanList=%s && uci add_list "
+                    "network.korvel.wanList=%s && uci commit network",
+                    which.text, which.text);
     }
 }
 
@@ -115,10 +103,11 @@ void check_device_sections(const uci_loaded &network, finding_report &report)
             continue;
         const int id = text_number(link_name);
         if (id > 0 && id <= UINT8_MAX && !is_listed(network, static_cast<uint8_t>(id)))
-            report.add(finding::device_not_listed,
-                       finding_text("Device section %s (%s) has an identifier that is not in wanList",
-                                    element->name, link_name),
-                       finding_text("uci add_list network.korvel.wanList=%d && uci commit network", id));
+            report
+                .found(finding::device_not_listed,
+                       "Device section %s (%s) has an identifier that is not in wanList", element->name,
+                       link_name)
+                .remedy("uci add_list network.korvel.wanList=%d && uci commit network", id);
     }
 }
 
@@ -132,20 +121,17 @@ void check_identifiers(const uci_loaded &network, finding_report &report)
     {
         const uint32_t id = static_cast<uint32_t>(text_number(entry->name));
         if (id > maxWanId)
-            report.add(
-                finding::above_highest,
-                finding_text("Identifier %u is above maxWanId, which is %u; the daemon cannot read that WAN",
-                             id, maxWanId.load()),
-                finding_text("uci set network.korvel.maxWanId=%u && uci commit network && /etc/init.d/korvel "
-                             "restart",
-                             id));
+            report
+                .found(finding::above_highest,
+                       "Identifier %u is above maxWanId, which is %u; the daemon cannot read that WAN", id,
+                       maxWanId.load())
+                .remedy("uci set network.korvel.maxWanId=%u && uci commit network && /etc/init.d/korvel "
+                        "restart",
+                        id);
         if (id >= first_reserved_id && id <= last_reserved_id)
-            report.add(
-                finding::reserved_identifier,
-                finding_text("The routing table of WAN %u is the kernel's own", id),
-                finding_text(
-                    "note its settings (korvelctl show %u --secrets), korvelctl del %u, and add it anew", id,
-                    id));
+            report.found(finding::reserved_identifier, "The routing table of WAN %u is the kernel's own", id)
+                .remedy("note its settings (korvelctl show %u --secrets), korvelctl del %u, and add it anew",
+                        id, id);
     }
 }
 
@@ -177,16 +163,17 @@ void check_interfaces(const uci_loaded &network, const uci_loaded &firewall, con
         if (!name)
             return;
         if (!network.section(name))
-            report.add(finding::wan_without_interface,
-                       finding_text("%s has no interface %s", name_of(record).text, name),
-                       finding_text("korvelctl del %u, and add it anew", record.wanId));
+            report
+                .found(finding::wan_without_interface, "%s has no interface %s", wan_title(record).text, name)
+                .remedy("korvelctl del %u, and add it anew", record.wanId);
         else if (zone && !list_has(firewall, zone, "network", name))
-            report.add(finding::interface_outside_zone,
-                       finding_text("Interface %s of %s is not in the WAN zone of the firewall", name,
-                                    name_of(record).text),
-                       finding_text("uci add_list firewall.@zone[1].network=%s && uci commit firewall && "
-                                    "/etc/init.d/firewall reload",
-                                    name));
+            report
+                .found(finding::interface_outside_zone,
+                       "Interface %s of %s is not in the WAN zone of the firewall", name,
+                       wan_title(record).text)
+                .remedy("uci add_list firewall.@zone[1].network=%s && uci commit firewall && "
+                        "/etc/init.d/firewall reload",
+                        name);
     }
 }
 
@@ -196,12 +183,12 @@ void check_bridge_port(const uci_loaded &network, const wan_config &record, find
     if (record.wanMode != wan_mode_bridged ||
         list_has(network, section_at(network, "device", 0), "ports", device))
         return;
-    report.add(
-        finding::bridged_outside_bridge,
-        finding_text("%s is bridged, but %s is no port of the LAN bridge", name_of(record).text, device.data),
-        finding_text(
+    report
+        .found(finding::bridged_outside_bridge, "%s is bridged, but %s is no port of the LAN bridge",
+               wan_title(record).text, device.data)
+        .remedy(
             "uci add_list network.@device[0].ports=%s && uci commit network && /etc/init.d/network reload",
-            device.data));
+            device.data);
 }
 
 void check_script(const wan_config &record, finding_report &report)
@@ -210,8 +197,8 @@ void check_script(const wan_config &record, finding_report &report)
     const script_path path = routed ? route_rule_path(record.wanId) : bridge_rule_path(record.wanId);
     const bool has_one = bound || (routed && record.service != service_other);
     if (has_one && !file_exists(path.text))
-        report.add(finding::wan_without_script,
-                   finding_text("%s has no script %s", name_of(record).text, path.text), restart);
+        report.found(finding::wan_without_script, "%s has no script %s", wan_title(record).text, path.text)
+            .remedy("%s", restart);
 }
 
 void check_bridged(const wan_list &wans, finding_report &report)
@@ -220,15 +207,17 @@ void check_bridged(const wan_list &wans, finding_report &report)
     for (const wan_config &record : wans)
         bridged += record.wanMode == wan_mode_bridged && record.vlanMode;
     if (bridged > most_isolated_devices)
-        report.add(finding::too_many_bridged,
-                   finding_text("%zu WANs are bridged; only %zu are kept from forwarding to all others",
-                                bridged, most_isolated_devices),
-                   "delete some of them: korvelctl status, korvelctl del ID");
+        report
+            .found(finding::too_many_bridged,
+                   "%zu WANs are bridged; only %zu are kept from forwarding to all others", bridged,
+                   most_isolated_devices)
+            .remedy("delete some of them: korvelctl status, korvelctl del ID");
     if (bridged > 1 && !file_exists(isolate_rule_path))
-        report.add(finding::wan_without_script,
-                   finding_text("%zu WANs are bridged, and %s that keeps them apart is not there", bridged,
-                                isolate_rule_path),
-                   "korvelctl modify one of them with what it has: that writes the script anew");
+        report
+            .found(finding::wan_without_script,
+                   "%zu WANs are bridged, and %s that keeps them apart is not there", bridged,
+                   isolate_rule_path)
+            .remedy("korvelctl modify one of them with what it has: that writes the script anew");
 }
 
 // Each pair once.
@@ -239,25 +228,26 @@ void check_overlaps(const wan_list &wans, finding_report &report)
         for (const wan_config *other = one + 1; other != wans.end(); other++)
             (void)behind.add(*other);
         if (const wan_config *const other = port_holder(*one, one->wanId, behind))
-            report.add(finding::shared_port,
-                       finding_text("%s and %s bind the same port", name_of(*one).text, name_of(*other).text),
-                       finding_text("korvelctl modify %u --ports ...", other->wanId));
+            report
+                .found(finding::shared_port, "%s and %s bind the same port", wan_title(*one).text,
+                       wan_title(*other).text)
+                .remedy("korvelctl modify %u --ports ...", other->wanId);
         if (const wan_config *const other = vlan_holder(*one, one->wanId, behind))
-            report.add(finding::shared_vlan,
-                       finding_text("%s and %s have the same VLAN or multicast VLAN, which they cannot share",
-                                    name_of(*one).text, name_of(*other).text),
-                       finding_text("korvelctl modify %u --vlan ..., or --mvlan ...", other->wanId));
+            report
+                .found(finding::shared_vlan,
+                       "%s and %s have the same VLAN or multicast VLAN, which they cannot share",
+                       wan_title(*one).text, wan_title(*other).text)
+                .remedy("korvelctl modify %u --vlan ..., or --mvlan ...", other->wanId);
         for (const wan_config &other : behind)
             if (has_bound_ports(*one) && has_bound_ports(other) &&
                 wan_firewall_mark(one->wanId) == wan_firewall_mark(other.wanId))
-                report.add(
-                    finding::shared_mark,
-                    finding_text("%s and %s have the same firewall mark 0x%x; each has the other's traffic",
-                                 name_of(*one).text, name_of(other).text, wan_firewall_mark(one->wanId)),
-                    finding_text(
-                        "delete one and add it anew with an identifier below 21, or unbind its ports: "
-                        "korvelctl modify %u --ports none",
-                        other.wanId));
+                report
+                    .found(finding::shared_mark,
+                           "%s and %s have the same firewall mark 0x%x; each has the other's traffic",
+                           wan_title(*one).text, wan_title(other).text, wan_firewall_mark(one->wanId))
+                    .remedy("delete one and add it anew with an identifier below 21, or unbind its ports: "
+                            "korvelctl modify %u --ports none",
+                            other.wanId);
     }
 }
 
@@ -265,10 +255,11 @@ void check_ipv6_on_ports(const wan_config &record, finding_report &report)
 {
     if (record.wanMode == wan_mode_routed && (record.ipProtocol & ip_protocol_v6) != 0 &&
         has_bound_ports(record))
-        report.add(finding::ipv6_on_ports,
-                   finding_text("%s has IPv6, but the IPv6 of its ports %s goes by the main routing table",
-                                name_of(record).text, port_words(record).text),
-                   finding_text("korvelctl modify %u --ipv4, or --ports none", record.wanId));
+        report
+            .found(finding::ipv6_on_ports,
+                   "%s has IPv6, but the IPv6 of its ports %s goes by the main routing table",
+                   wan_title(record).text, port_words(record).text)
+            .remedy("korvelctl modify %u --ipv4, or --ports none", record.wanId);
 }
 
 // Marks are bits 12 to 31. Other packages take theirs by mask.
@@ -286,12 +277,11 @@ void check_foreign_marks(const wan_list &wans, finding_report &report)
         const uint32_t mask = text ? static_cast<uint32_t>(strtoul(text, nullptr, 16)) : row.usual;
         for (const wan_config &record : wans)
             if (has_bound_ports(record) && (wan_firewall_mark(record.wanId) & mask) != 0)
-                report.add(finding::foreign_mark,
-                           finding_text("The firewall mark 0x%x of %s is under %s's mask 0x%x",
-                                        wan_firewall_mark(record.wanId), name_of(record).text, row.config,
-                                        mask),
-                           finding_text("move that mask: uci set %s.%s.%s=0xf00 && uci commit %s", row.config,
-                                        row.section, row.option, row.config));
+                report
+                    .found(finding::foreign_mark, "The firewall mark 0x%x of %s is under %s's mask 0x%x",
+                           wan_firewall_mark(record.wanId), wan_title(record).text, row.config, mask)
+                    .remedy("move that mask: uci set %s.%s.%s=0xf00 && uci commit %s", row.config,
+                            row.section, row.option, row.config);
     }
 }
 
@@ -320,22 +310,24 @@ void check_prerequisites(const uci_loaded &network, finding_report &report)
     uci_section *const bridge = section_at(network, "device", 0);
     const char *const type = network.plain(bridge, device_type_option);
     if (!firewall || !section_at(firewall, "zone", 1))
-        report.add(finding::no_wan_zone, "The firewall has no second zone, which WANs go into",
-                   "add a zone wan behind the zone lan in /etc/config/firewall");
+        report.found(finding::no_wan_zone, "The firewall has no second zone, which WANs go into")
+            .remedy("add a zone wan behind the zone lan in /etc/config/firewall");
     if (!type || strcmp(type, "bridge") != 0)
-        report.add(
-            finding::no_bridge,
-            "The first device section of network is no bridge, which bridged WANs go into",
-            "make the LAN bridge the first device section: uci reorder network.NAME=0 && uci commit network");
+        report
+            .found(finding::no_bridge,
+                   "The first device section of network is no bridge, which bridged WANs go into")
+            .remedy("make the LAN bridge the first device section: uci reorder network.NAME=0 && uci commit "
+                    "network");
 
     char text[160];
     if (!read_command("ip -V 2>/dev/null", text) || !strstr(text, "iproute2"))
-        report.add(finding::no_iproute2, "ip is not that of iproute2; the scripts need its prohibiting rules",
-                   "install ip-full");
+        report
+            .found(finding::no_iproute2, "ip is not that of iproute2; the scripts need its prohibiting rules")
+            .remedy("install ip-full");
     if (!read_command("command -v ipcalc.sh", text) || text_empty(text))
-        report.add(finding::no_ipcalc, "ipcalc.sh is not there, which routed WANs' scripts need",
-                   "reinstall base-files");
+        report.found(finding::no_ipcalc, "ipcalc.sh is not there, which routed WANs' scripts need")
+            .remedy("reinstall base-files");
     if (!read_command("ebtables -t broute -L >/dev/null 2>&1 && echo there", text) || text_empty(text))
-        report.add(finding::no_broute, "ebtables has no table broute, which bound ports need",
-                   "install ebtables-legacy and kmod-ebtables");
+        report.found(finding::no_broute, "ebtables has no table broute, which bound ports need")
+            .remedy("install ebtables-legacy and kmod-ebtables");
 }

@@ -4,12 +4,14 @@
 
 #include "base/heap.h"
 #include "base/os.h"
+#include "ctl/words.h"
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
 #include "rules/route_rule.h"
 #include "service/settings.h"
 #include "wan/wan_names.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 
@@ -21,7 +23,9 @@ constexpr char apply_rules[] = "/usr/libexec/korvel/apply-rules";
 // What a program lists, in lines without the blanks around them.
 class listing {
 public:
-    explicit listing(const char *command) : text_(static_cast<char *>(calloc(1, listing_size)))
+    // What takes a line's rule away is the command `removal` with the rule behind it.
+    explicit listing(const char *command, const char *removal = "")
+        : removal_(removal), text_(static_cast<char *>(calloc(1, listing_size)))
     {
         if (!text_ || !read_command(command, text_ref(text_.get(), listing_size)))
             text_.reset();
@@ -29,36 +33,51 @@ public:
     // Whether there is anything at all.
     explicit operator bool() const { return text_ && text_.get()[0] != '\0'; }
 
-    // Calls body(line) with each line; stops when it returns true, and returns that.
-    template <typename callable> bool any(callable body) const
-    {
-        for (const char *at = text_ ? text_.get() : ""; *at != '\0';) {
-            const size_t length = strcspn(at, "\n");
-            std::string_view line(at, length);
-            while (!line.empty() && (line.front() == ' ' || line.front() == '\t'))
-                line.remove_prefix(1);
-            while (!line.empty() && line.back() == ' ')
-                line.remove_suffix(1);
-            if (!line.empty() && body(line))
-                return true;
-            at += length + (at[length] == '\n' ? 1 : 0);
-        }
-        return false;
-    }
-    bool has(const char *line) const
-    {
-        return any([&](std::string_view other) { return other == line; });
-    }
+    // Goes on from one line to the next, from an empty view to the first. False: there are no more.
+    bool next(std::string_view &line) const;
+    // Whether a line is this text, or begins with it.
+    bool has(std::string_view wanted) const;
+    bool has_start(std::string_view wanted) const;
+
+    const char *removal() const { return removal_; }
 
 private:
+    const char *removal_;
     heap_ptr<char> text_;
 };
 
+bool listing::next(std::string_view &line) const
+{
+    const char *at = line.data() ? line.data() + line.size() : text_ ? text_.get() : "";
+    at += strspn(at, " \t\n");
+    line = {at, strcspn(at, "\n")};
+    while (!line.empty() && line.back() == ' ')
+        line.remove_suffix(1);
+    return !line.empty();
+}
+
+bool listing::has(std::string_view wanted) const
+{
+    for (std::string_view line; next(line);)
+        if (line == wanted)
+            return true;
+    return false;
+}
+
+bool listing::has_start(std::string_view wanted) const
+{
+    for (std::string_view line; next(line);)
+        if (line.find(wanted) == 0)
+            return true;
+    return false;
+}
+
 struct kernel_state {
-    listing rules{"ip rule show 2>/dev/null | sed 's/^[0-9]*:[[:space:]]*//'"};
-    listing forward{"ebtables -L FORWARD 2>/dev/null | grep ^-"};
-    listing broute{"ebtables -t broute -L BROUTING 2>/dev/null | grep ^-"};
-    listing mangle{"iptables -t mangle -S OUTPUT 2>/dev/null | grep -e '--set-xmark 0x0/'"};
+    listing rules{"ip rule show 2>/dev/null | sed 's/^[0-9]*:[[:space:]]*//'", "ip rule del"};
+    listing forward{"ebtables -L FORWARD 2>/dev/null | grep ^-", "ebtables -D FORWARD"};
+    listing broute{"ebtables -t broute -L BROUTING 2>/dev/null | grep ^-", "ebtables -t broute -D BROUTING"};
+    listing mangle{"iptables -t mangle -S OUTPUT 2>/dev/null | grep -e '--set-xmark 0x0/'",
+                   "iptables -t mangle -D OUTPUT"};
 };
 
 struct line {
@@ -76,14 +95,12 @@ struct line {
 int64_t number_behind(std::string_view rule, const char *word)
 {
     const size_t at = rule.find(word);
-    char digits[16] = {};
     if (at == std::string_view::npos)
         return -1;
-    rule.remove_prefix(at + strlen(word));
-    (void)text_ref(digits).format("%.*s", static_cast<int>(rule.size() < 15 ? rule.size() : 15), rule.data());
+    const char *const digits = rule.data() + at + strlen(word); // the listing goes on behind the rule
     char *end = nullptr;
-    const long long number = strtoll(digits, &end, 0);
-    return end == digits ? -1 : number;
+    const unsigned long number = strtoul(digits, &end, 0);
+    return end == digits ? -1 : static_cast<int64_t>(number);
 }
 
 bool is_up(const wan_config &record)
@@ -92,22 +109,20 @@ bool is_up(const wan_config &record)
            record.status != 0;
 }
 
-const char *remedy_of(const wan_config &record, finding_text &buffer)
+// Has the network daemon's scripts run once more.
+void remedy_by_update(const wan_config &record, finding_report &report)
 {
-    if (record.wanMode == wan_mode_bridged)
-        return apply_rules;
-    buffer =
-        finding_text("ACTION=ifupdate INTERFACE=%s hotplug-call iface", wan_names(record.wanId).interface);
-    return buffer;
+    report.remedy("ACTION=ifupdate INTERFACE=%s hotplug-call iface", wan_names(record.wanId).interface);
 }
 
 void report_missing(const char *rule, const wan_config &record, finding_report &report)
 {
-    finding_text remedy("%s", "");
-    report.add(finding::rule_missing,
-               finding_text("WAN %u (%s): the rule \"%s\" is not in the kernel", record.wanId,
-                            c_text(record.wanName).data, rule),
-               remedy_of(record, remedy));
+    report.found(finding::rule_missing, "%s: the rule \"%s\" is not in the kernel", wan_title(record).text,
+                 rule);
+    if (record.wanMode == wan_mode_bridged)
+        report.remedy("%s", apply_rules);
+    else
+        remedy_by_update(record, report);
 }
 
 void need(const listing &rules, const char *rule, const wan_config &record, finding_report &report)
@@ -121,10 +136,10 @@ void need_mark(const listing &broute, const char *port, uint32_t mark, const wan
                finding_report &report)
 {
     const line start("-i %s -j mark --mark-or ", port);
-    if (!broute.any([&](std::string_view rule) {
-            return rule.find(start.text) == 0 && number_behind(rule, " --mark-or ") == mark;
-        }))
-        report_missing(line("%s0x%x --mark-target CONTINUE", start.text, mark).text, record, report);
+    for (std::string_view rule; broute.next(rule);)
+        if (rule.find(start.text) == 0 && number_behind(rule, " --mark-or ") == mark)
+            return;
+    report_missing(line("%s0x%x --mark-target CONTINUE", start.text, mark).text, record, report);
 }
 
 // Calls body(port) with each name of a list with blanks.
@@ -156,15 +171,11 @@ void check_table(const wan_config &record, finding_report &report)
     const c_text gateway(record.gateway);
     const listing routes(line("ip route show table %u 2>/dev/null", table).text);
     const line wanted("default via %s ", gateway.data);
-    if (text_empty(record.gateway))
+    if (text_empty(record.gateway) || routes.has_start(wanted.text))
         return;
-    if (routes.any([&](std::string_view route) { return route.find(wanted.text) == 0; }))
-        return;
-    report.add(
-        finding::wrong_gateway,
-        finding_text("The routing table %u of WAN %u (%s) has no default route by its gateway %s", table,
-                     record.wanId, c_text(record.wanName).data, gateway.data),
-        finding_text("ACTION=ifupdate INTERFACE=%s hotplug-call iface", wan_names(record.wanId).interface));
+    report.found(finding::wrong_gateway, "The routing table %u of %s has no default route by its gateway %s",
+                 table, wan_title(record).text, gateway.data);
+    remedy_by_update(record, report);
 }
 
 void check_wan(const kernel_state &kernel, const wan_config &record, finding_report &report)
@@ -179,11 +190,11 @@ void check_wan(const kernel_state &kernel, const wan_config &record, finding_rep
             check_ports(kernel, record, report);
         }
     } else if (bound && !kernel.rules.has(prohibit.text)) {
-        report.add(
-            finding::down_without_prohibit,
-            finding_text("WAN %u (%s) is down, and nothing keeps its ports' traffic from other WANs (\"%s\")",
-                         record.wanId, c_text(record.wanName).data, prohibit.text),
-            finding_text("bring it up, or: ip rule add from all fwmark 0x%x/0x%x prohibit", mark, mark));
+        report
+            .found(finding::down_without_prohibit,
+                   "%s is down, and nothing keeps its ports' traffic from other WANs (\"%s\")",
+                   wan_title(record).text, prohibit.text)
+            .remedy("bring it up, or: ip rule add from all fwmark 0x%x/0x%x prohibit", mark, mark);
     }
     if (!up || !scripted)
         return;
@@ -195,22 +206,20 @@ void check_wan(const kernel_state &kernel, const wan_config &record, finding_rep
 }
 
 // Each line that stands there again, once.
-void check_doubled(const listing &rules, const char *remedy, finding_report &report)
+void check_doubled(const listing &rules, finding_report &report)
 {
-    (void)rules.any([&](std::string_view rule) {
+    for (std::string_view rule; rules.next(rule);) {
         size_t before = 0, all = 0;
-        (void)rules.any([&](std::string_view other) {
+        for (std::string_view other; rules.next(other);) {
             all += other == rule;
             before += other == rule && other.data() < rule.data();
-            return false;
-        });
+        }
         if (all > 1 && before == 0)
-            report.add(finding::rule_doubled,
-                       finding_text("The rule \"%.*s\" is there %zu times", static_cast<int>(rule.size()),
-                                    rule.data(), all),
-                       remedy);
-        return false;
-    });
+            report
+                .found(finding::rule_doubled, "The rule \"%.*s\" is there %zu times",
+                       static_cast<int>(rule.size()), rule.data(), all)
+                .remedy("%s and the rule takes one of them away", rules.removal());
+    }
 }
 
 bool has_mark(const wan_list &wans, int64_t mark)
@@ -231,10 +240,9 @@ bool is_wan_mark(int64_t mark)
 bool is_gone_wans(std::string_view rule, const wan_list &wans)
 {
     const int64_t table = number_behind(rule, " lookup ");
-    const int64_t mark = number_behind(rule, " fwmark ");
-    const int64_t set = number_behind(rule, " --mark-or ");
-    if (mark >= 0 || set >= 0)
-        return is_wan_mark(mark >= 0 ? mark : set) && !has_mark(wans, mark >= 0 ? mark : set);
+    const int64_t mark = std::max(number_behind(rule, " fwmark "), number_behind(rule, " --mark-or "));
+    if (mark >= 0)
+        return is_wan_mark(mark) && !has_mark(wans, mark);
     return table > first_wan_table && table <= first_wan_table + UINT8_MAX &&
            !wans.find(static_cast<uint8_t>(table - first_wan_table));
 }
@@ -242,6 +250,8 @@ bool is_gone_wans(std::string_view rule, const wan_list &wans)
 // A rule between the bridge's ports for a device of the uplink that no WAN has.
 bool is_gone_device(std::string_view rule, const wan_list &wans)
 {
+    if (rule.find("-j DROP") == std::string_view::npos)
+        return false;
     for (const char *const word : {"-i ", "-o "}) {
         const size_t at = rule.find(word);
         if (at == std::string_view::npos)
@@ -260,24 +270,19 @@ bool is_gone_device(std::string_view rule, const wan_list &wans)
     return false;
 }
 
-void check_leftovers(const kernel_state &kernel, const wan_list &wans, finding_report &report)
+using is_gone_function = bool (*)(std::string_view rule, const wan_list &wans);
+
+void check_leftovers(const listing &rules, is_gone_function is_gone, const wan_list &wans,
+                     finding_report &report)
 {
-    const auto tell = [&](std::string_view rule, const char *command) {
+    for (std::string_view rule; rules.next(rule);) {
         const int length = static_cast<int>(rule.size());
-        report.add(finding::rule_without_wan,
-                   finding_text("The rule \"%.*s\" belongs to no WAN that is there", length, rule.data()),
-                   finding_text("%s %.*s", command, length, rule.data()));
-        return false;
-    };
-    (void)kernel.rules.any(
-        [&](std::string_view rule) { return is_gone_wans(rule, wans) && tell(rule, "ip rule del"); });
-    (void)kernel.broute.any([&](std::string_view rule) {
-        return is_gone_wans(rule, wans) && tell(rule, "ebtables -t broute -D BROUTING");
-    });
-    (void)kernel.forward.any([&](std::string_view rule) {
-        return rule.find("-j DROP") != std::string_view::npos && is_gone_device(rule, wans) &&
-               tell(rule, "ebtables -D FORWARD");
-    });
+        if (is_gone(rule, wans))
+            report
+                .found(finding::rule_without_wan, "The rule \"%.*s\" belongs to no WAN that is there", length,
+                       rule.data())
+                .remedy("%s %.*s", rules.removal(), length, rule.data());
+    }
 }
 
 } // namespace
@@ -287,22 +292,24 @@ void check_kernel(const wan_list &wans, finding_report &report)
     const kernel_state kernel;
     if (!kernel.rules)
         return report.cannot_tell("The kernel's policy rules could not be listed (ip rule show).");
-    constexpr const char *own[][2] = {{"from all lookup main", "ip rule add pref 32766 lookup main"},
-                                      {"from all lookup default", "ip rule add pref 32767 lookup default"}};
-    for (const auto &[rule, remedy] : own)
-        if (!kernel.rules.has(rule))
-            report.add(
-                finding::no_main_rule,
-                finding_text(
-                    "The kernel's own rule \"%s\" is not there; whatever no other rule sends has no way",
-                    rule),
-                remedy);
+    constexpr struct {
+        const char *table;
+        unsigned preference;
+    } own[] = {{"main", 32766}, {"default", 32767}};
+    for (const auto &[table, preference] : own) {
+        const line rule("from all lookup %s", table);
+        if (!kernel.rules.has(rule.text))
+            report
+                .found(finding::no_main_rule,
+                       "The kernel's own rule \"%s\" is not there; whatever no other rule sends has no way",
+                       rule.text)
+                .remedy("ip rule add pref %u lookup %s", preference, table);
+    }
     for (const wan_config &record : wans)
         check_wan(kernel, record, report);
-    check_leftovers(kernel, wans, report);
-    check_doubled(kernel.rules, "ip rule del and the rule takes one of them away", report);
-    check_doubled(kernel.broute, "ebtables -t broute -D BROUTING and the rule takes one of them away",
-                  report);
-    check_doubled(kernel.forward, "ebtables -D FORWARD and the rule takes one of them away", report);
-    check_doubled(kernel.mangle, "iptables -t mangle -D OUTPUT and the rule takes one of them away", report);
+    check_leftovers(kernel.rules, is_gone_wans, wans, report);
+    check_leftovers(kernel.broute, is_gone_wans, wans, report);
+    check_leftovers(kernel.forward, is_gone_device, wans, report);
+    for (const listing *const rules : {&kernel.rules, &kernel.broute, &kernel.forward, &kernel.mangle})
+        check_doubled(*rules, report);
 }

@@ -11,14 +11,6 @@ constinit json_writer json;
 
 } // namespace
 
-finding_text::finding_text(const char *pattern, ...)
-{
-    va_list arguments;
-    va_start(arguments, pattern);
-    (void)vsnprintf(text, sizeof(text), pattern, arguments);
-    va_end(arguments);
-}
-
 finding_report::finding_report()
 {
     if (!output_is_json())
@@ -27,17 +19,32 @@ finding_report::finding_report()
     json.open_array("findings");
 }
 
-void finding_report::add(finding number, const char *what, const char *remedy)
+finding_report &finding_report::found(finding number, const char *pattern, ...)
 {
+    va_list arguments;
+    va_start(arguments, pattern);
+    const formatted_text what(pattern, arguments);
+    va_end(arguments);
     count_++;
-    if (!output_is_json()) {
-        say_in(colour::red, "%2u  %s", static_cast<unsigned>(number), what);
-        return say("    remedy: %s", remedy);
+    if (output_is_json()) {
+        json.open_object();
+        json.number("number", static_cast<int64_t>(number));
+        json.text("finding", what.text());
+    } else {
+        say_in(colour::red, "%2u  %s", static_cast<unsigned>(number), what.text());
     }
-    json.open_object();
-    json.number("number", static_cast<int64_t>(number));
-    json.text("finding", what);
-    json.text("remedy", remedy);
+    return *this;
+}
+
+void finding_report::remedy(const char *pattern, ...)
+{
+    va_list arguments;
+    va_start(arguments, pattern);
+    const formatted_text what(pattern, arguments);
+    va_end(arguments);
+    if (!output_is_json())
+        return say("    remedy: %s", what.text());
+    json.text("remedy", what.text());
     json.close_object();
 }
 

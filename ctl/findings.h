@@ -44,13 +44,6 @@ enum class finding : uint8_t {
     down_without_prohibit = 45,
 };
 
-// A formatted text for a finding.
-struct finding_text {
-    char text[256];
-    explicit finding_text(const char *pattern, ...) __attribute__((format(printf, 2, 3)));
-    operator const char *() const { return text; }
-};
-
 // Prints findings as they come; as JSON in one object. The end tells how many there were.
 class finding_report {
 public:
@@ -58,8 +51,9 @@ public:
     finding_report(const finding_report &) = delete;
     finding_report &operator=(const finding_report &) = delete;
 
-    // What is the case, and what to do.
-    void add(finding number, const char *what, const char *remedy);
+    // What is the case, and behind it what to do.
+    finding_report &found(finding number, const char *pattern, ...) __attribute__((format(printf, 3, 4)));
+    void remedy(const char *pattern, ...) __attribute__((format(printf, 2, 3)));
     // What could not be looked at. The first 16 are kept.
     void cannot_tell(const char *what);
     // Prints the rest. The result is `findings`, else `unknown`, else `done`.

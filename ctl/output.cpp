@@ -1,8 +1,5 @@
 #include "ctl/output.h"
 
-#include "base/heap.h"
-
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -30,19 +27,9 @@ struct shown_byte {
     }
 };
 
-// The formatted text, or null when memory is short.
-heap_ptr<char> formatted(const char *pattern, va_list arguments)
-{
-    char *text = nullptr;
-    if (vasprintf(&text, pattern, arguments) < 0)
-        text = nullptr;
-    return heap_ptr<char>(text);
-}
-
 void put_line(FILE *out, const char *pattern, va_list arguments)
 {
-    const heap_ptr<char> text = formatted(pattern, arguments);
-    put_shown(out, text ? text.get() : "out of memory");
+    put_shown(out, formatted_text(pattern, arguments).text());
 }
 
 bool coloured()
@@ -90,6 +77,13 @@ uint32_t take_character(std::string_view &text)
 }
 
 } // namespace
+
+formatted_text::formatted_text(const char *pattern, va_list arguments)
+{
+    char *made = nullptr;
+    if (vasprintf(&made, pattern, arguments) >= 0)
+        text_.reset(made);
+}
 
 void put_shown(FILE *out, std::string_view text)
 {
@@ -166,18 +160,17 @@ exit_status fail(exit_status status, const char *pattern, ...)
 {
     va_list arguments;
     va_start(arguments, pattern);
-    const heap_ptr<char> text = formatted(pattern, arguments);
+    const formatted_text message(pattern, arguments);
     va_end(arguments);
-    const char *const message = text ? text.get() : "out of memory";
     if (!as_json) {
-        warn("%s", message);
+        warn("%s", message.text());
         return status;
     }
     json_writer json;
     json.open_object();
     json.flag("ok", false);
     json.number("exit", static_cast<int64_t>(status));
-    json.text("message", message);
+    json.text("message", message.text());
     json.close_object();
     json.end();
     return status;

@@ -2,12 +2,24 @@
 // and whoever wrote them may be hostile: what is no printable ASCII character is shown, never sent.
 #pragma once
 
+#include "base/heap.h"
 #include "ctl/exit_status.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
+
+// A text as vprintf makes it; that memory is out when it is.
+class formatted_text {
+public:
+    formatted_text(const char *pattern, va_list arguments);
+    const char *text() const { return text_ ? text_.get() : "out of memory"; }
+
+private:
+    heap_ptr<char> text_;
+};
 
 // Prints a text such that it cannot move a terminal: a backslash as \\, a line feed as \n, a tab as \t, every
 // other byte that is no printable ASCII character as \xNN.

@@ -56,6 +56,11 @@ const char *mode_word(const wan_config &record)
     return record.ipMode == ip_mode_dhcp ? "dhcp" : record.ipMode == ip_mode_static ? "static" : "pppoe";
 }
 
+wan_title::wan_title(const wan_config &record)
+{
+    (void)text_ref(text).format("WAN %u (%s)", record.wanId, c_text(record.wanName).data);
+}
+
 service_words::service_words(uint8_t code)
 {
     (void)text_ref(text).format("%s", wan_service_of(code).name);

@@ -9,6 +9,12 @@
 // "bridge", "dhcp", "static" or "pppoe".
 const char *mode_word(const wan_config &record);
 
+// What a WAN is called in a sentence: "WAN 3 (3_INTERNET_R_VID_100)".
+struct wan_title {
+    char text[64];
+    explicit wan_title(const wan_config &record);
+};
+
 // What a WAN is for, as "tr069,voip,internet". 24 bytes hold the longest.
 struct service_words {
     char text[24];
