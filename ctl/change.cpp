@@ -21,6 +21,7 @@ struct outcome {
     bus_answer reply;
 
     bool timed_out() const { return bus_status == UBUS_STATUS_TIMEOUT; }
+    const char *lateness() const { return timed_out() ? " (The answer did not come in time.)" : ""; }
     const char *info() const { return bus_text(reply.get(), "info", "no reason given"); }
 };
 
@@ -32,38 +33,19 @@ outcome ask(bus_connection &bus, const char *method, blob_attr *message)
     return result;
 }
 
-exit_status tell(const char *what, uint8_t wan_id, const char *name, const char *text)
-{
-    if (!output_is_json()) {
-        say("%s", text);
-        return exit_status::done;
-    }
-    json_writer json;
-    json.open_object();
-    json.flag("ok", true);
-    json.text("result", what);
-    if (wan_id != 0)
-        json.number("wanId", wan_id);
-    if (name[0] != '\0')
-        json.text("wanName", name);
-    json.close_object();
-    json.end();
-    return exit_status::done;
-}
-
 // A refusal's reply in words, with the WAN that is in the way.
 exit_status fail_refused(bus_connection &bus, const outcome &result, const wan_config &record, uint8_t own_id)
 {
     wan_list wans;
     (void)wans.ask(bus);
     const wan_config *holder = nullptr;
-    char whose[80] = "another WAN";
+    char whose[sizeof(wan_title)] = "another WAN";
     if (result.status == reply_vlan)
         holder = vlan_holder(record, own_id, wans);
     else if (result.status == reply_port)
         holder = port_holder(record, own_id, wans);
     if (holder)
-        (void)text_ref(whose).format("WAN %u (%s)", holder->wanId, c_text(holder->wanName).data);
+        (void)text_ref(whose).format("%s", wan_title(*holder).text);
     switch (result.status) {
     case reply_vlan:
         return fail(exit_status::vlan_taken, "refused: %s has VLAN %u", whose, record.vid);
@@ -115,11 +97,9 @@ exit_status tell_created(bus_connection &bus, const outcome &result, const wan_l
         return fail(exit_status::refused,
                     "no answer came in time, and there is no such WAN; it may be asked for again");
     if (!made)
-        return tell("created", 0, "", "The WAN is created; which identifier it got is not known.");
-    char text[160];
-    (void)text_ref(text).format("WAN %u (%s) is created.%s", made->wanId, c_text(made->wanName).data,
-                                result.timed_out() ? " (The answer did not come in time.)" : "");
-    return tell("created", made->wanId, c_text(made->wanName), text);
+        return tell_result("created", 0, "", "The WAN is created; which identifier it got is not known.");
+    return tell_result("created", made->wanId, c_text(made->wanName), "%s is created.%s",
+                       wan_title(*made).text, result.lateness());
 }
 
 // What is asked of the daemon, in full.
@@ -180,8 +160,7 @@ exit_status print_dry(const call &made, verdict &result)
         if (result)
             json.text("refusal", result.text);
         json.number("exit", static_cast<int64_t>(result.status));
-        json.close_object();
-        json.end();
+        json.close_answer();
         return result.status;
     }
     (void)printf("ubus call korvel %s '", made.method);
@@ -230,10 +209,9 @@ exit_status tell_queued(const outcome &result, const wan_config &record, uint32_
         return fail(
             exit_status::no_answer,
             "no answer came; look with `korvelctl status` whether the change waits before you repeat it");
-    char text[160];
-    (void)text_ref(text).format("The change of WAN %u (%s) waits %s, and some seconds more if others wait.",
-                                record.wanId, c_text(record.wanName).data, time_words(wait).text);
-    return tell("queued", record.wanId, c_text(record.wanName), text);
+    return tell_result("queued", record.wanId, c_text(record.wanName),
+                       "The change of %s waits %s, and some seconds more if others wait.",
+                       wan_title(record).text, time_words(wait).text);
 }
 
 // Whether the change was made is looked up: the daemon calls it OK too when it could not make it.
@@ -254,11 +232,9 @@ exit_status tell_changed(bus_connection &bus, const outcome &result, const wan_c
         return fail(exit_status::refused, "%s, but WAN %u is as it was; the system log tells why",
                     result.timed_out() ? "no answer came in time" : "the daemon said OK", wanted.wanId);
     const wan_config *const now = wans.find(wanted.wanId);
-    const c_text name(now ? now->wanName : after.wanName);
-    char text[160];
-    (void)text_ref(text).format("WAN %u (%s) is changed.%s", wanted.wanId, name.data,
-                                result.timed_out() ? " (The answer did not come in time.)" : "");
-    return tell("changed", wanted.wanId, name, text);
+    const wan_config &named = now ? *now : after;
+    return tell_result("changed", named.wanId, c_text(named.wanName), "%s is changed.%s",
+                       wan_title(named).text, result.lateness());
 }
 
 exit_status send_modification(bus_connection &bus, const call &made, const wan_config &before)
@@ -314,9 +290,7 @@ exit_status delete_one(bus_connection &bus, const wan_list &wans, uint8_t wan_id
         return fail(exit_status::refused, "WAN %u could not be deleted as a whole; the system log tells why",
                     wan_id);
     }
-    char text[160];
-    (void)text_ref(text).format("WAN %u (%s) is deleted.", wan_id, c_text(before->wanName).data);
-    return tell("deleted", wan_id, c_text(before->wanName), text);
+    return tell_result("deleted", wan_id, c_text(before->wanName), "%s is deleted.", wan_title(*before).text);
 }
 
 exit_status delete_all(bus_connection &bus, const wan_list &wans)
@@ -330,13 +304,10 @@ exit_status delete_all(bus_connection &bus, const wan_list &wans)
         return looked;
     if (after.size() > 0)
         return fail(exit_status::refused, "%zu WANs are left; the system log tells why", after.size());
-    char text[80];
-    (void)text_ref(text).format("All WANs are deleted, %zu of them.", wans.size());
-    return tell("deleted", 0, "", text);
+    return tell_result("deleted", 0, "", "All WANs are deleted, %zu of them.", wans.size());
 }
 
-enum : int { option_all };
-constexpr option_row del_rows[] = {{"all", "", "every WAN", option_all}};
+constexpr option_row del_rows[] = {{"all", "", "every WAN", 0}};
 constexpr auto del_options = pack_options<del_rows>();
 
 } // namespace
@@ -398,17 +369,10 @@ exit_status run_del(std::span<char *const> words)
 {
     uint8_t id = 0;
     bool all = false;
-    option_reader reader(del_options.text, words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (what == option_all)
-            all = true;
-        else if (id != 0)
-            return fail(exit_status::usage, "del takes one identifier; %s is one more", reader.value);
-        else if (const exit_status result = read_wan_id(reader.value, &id); result != exit_status::done)
-            return result;
-    }
+    if (const exit_status result =
+            read_id_line(words, "del takes one identifier; ", &id, del_options.text, &all);
+        result != exit_status::done)
+        return result;
     if (all == (id != 0))
         return fail(exit_status::usage,
                     "del takes an identifier, or --all for every WAN, not both; see `status`");
@@ -424,15 +388,9 @@ exit_status run_del(std::span<char *const> words)
 exit_status run_cancel(std::span<char *const> words)
 {
     uint8_t id = 0;
-    option_reader reader("", words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (id != 0)
-            return fail(exit_status::usage, "cancel takes one identifier; %s is one more", reader.value);
-        if (const exit_status result = read_wan_id(reader.value, &id); result != exit_status::done)
-            return result;
-    }
+    if (const exit_status result = read_id_line(words, "cancel takes one identifier; ", &id);
+        result != exit_status::done)
+        return result;
     if (id == 0)
         return fail(exit_status::usage, "whose change? `korvelctl cancel ID`; see `status`");
     bus_connection bus;
@@ -447,7 +405,5 @@ exit_status run_cancel(std::span<char *const> words)
         return fail_call(status, "korvel.state", "cancel");
     if (bus_number(answer.get(), "status", -1) != reply_ok)
         return fail(exit_status::no_such, "no change of WAN %u waits", id);
-    char text[80];
-    (void)text_ref(text).format("The change of WAN %u that waited is taken back.", id);
-    return tell("cancelled", id, "", text);
+    return tell_result("cancelled", id, "", "The change of WAN %u that waited is taken back.", id);
 }

@@ -69,12 +69,9 @@ bool list_has(const uci_loaded &package, uci_section *section, const char *optio
 
 exit_status run_check(std::span<char *const> words)
 {
-    option_reader reader("", words);
-    const int what = reader.next();
-    if (what == option_reader::wrong)
-        return exit_status::usage;
-    if (what != option_reader::end)
-        return fail(exit_status::usage, "check takes no %s; it looks at everything", reader.value);
+    if (const exit_status result = read_short_line(words, "check takes no ", "; it looks at everything");
+        result != exit_status::done)
+        return result;
     const uci_loaded network("network");
     if (!network || !load_stored_settings()) {
         (void)fail(exit_status::unknown,

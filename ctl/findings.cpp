@@ -73,7 +73,6 @@ exit_status finding_report::end()
     json.close_array();
     json.flag("ok", result == exit_status::done);
     json.number("exit", static_cast<int64_t>(result));
-    json.close_object();
-    json.end();
+    json.close_answer();
     return result;
 }

@@ -90,11 +90,9 @@ exit_status print_version()
         return exit_status::done;
     }
     json_writer json;
-    json.open_object();
-    json.flag("ok", true);
+    json.open_answer();
     json.text("version", KORVEL_VERSION);
-    json.close_object();
-    json.end();
+    json.close_answer();
     return exit_status::done;
 }
 

@@ -141,3 +141,28 @@ int option_reader::take_option(const char *text)
                static_cast<int>(strcspn(text, "=")), text);
     return wrong;
 }
+
+exit_status read_short_line(std::span<char *const> words, const char *before, const char *behind,
+                            const char *options, bool *switched_out, const char **word_out)
+{
+    option_reader reader(options, words);
+    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
+        if (what == option_reader::wrong)
+            return exit_status::usage;
+        if (what != option_reader::word)
+            *switched_out = true;
+        else if (word_out && !*word_out)
+            *word_out = reader.value;
+        else
+            return fail(exit_status::usage, "%s%s%s", before, reader.value, behind);
+    }
+    return exit_status::done;
+}
+
+exit_status read_id_line(std::span<char *const> words, const char *before, uint8_t *id_out,
+                         const char *options, bool *switched_out)
+{
+    const char *word = nullptr;
+    const exit_status result = read_short_line(words, before, " is one more", options, switched_out, &word);
+    return result == exit_status::done && word ? read_wan_id(word, id_out) : result;
+}

@@ -48,6 +48,16 @@ private:
     bool only_words_ = false;
 };
 
+// Reads the command line of a subcommand that takes one switch (of `options`) and one word at most; null
+// where there is no place for them. A word too many is told of between `before` and `behind`.
+exit_status read_short_line(std::span<char *const> words, const char *before, const char *behind = "",
+                            const char *options = "", bool *switched_out = nullptr,
+                            const char **word_out = nullptr);
+
+// The same of a subcommand that takes a WAN's identifier; 0 when there is none.
+exit_status read_id_line(std::span<char *const> words, const char *before, uint8_t *id_out,
+                         const char *options = "", bool *switched_out = nullptr);
+
 // Sets the output to JSON if the words ask for it, so that even what is wrong with them is told that way.
 void choose_output(std::span<char *const> words);
 

@@ -171,9 +171,29 @@ exit_status fail(exit_status status, const char *pattern, ...)
     json.flag("ok", false);
     json.number("exit", static_cast<int64_t>(status));
     json.text("message", message.text());
-    json.close_object();
-    json.end();
+    json.close_answer();
     return status;
+}
+
+exit_status tell_result(const char *what, uint8_t wan_id, const char *name, const char *pattern, ...)
+{
+    if (!as_json) {
+        va_list arguments;
+        va_start(arguments, pattern);
+        put_line(stdout, pattern, arguments);
+        va_end(arguments);
+        (void)putc('\n', stdout);
+        return exit_status::done;
+    }
+    json_writer json;
+    json.open_answer();
+    json.text("result", what);
+    if (wan_id != 0)
+        json.number("wanId", wan_id);
+    if (name[0] != '\0')
+        json.text(wan_id != 0 ? "wanName" : "name", name);
+    json.close_answer();
+    return exit_status::done;
 }
 
 void put_json_text(FILE *out, std::string_view text)
@@ -234,6 +254,18 @@ void json_writer::flag(const char *key, bool value)
 {
     begin(key);
     (void)fputs(value ? "true" : "false", stdout);
+}
+
+void json_writer::open_answer()
+{
+    open_object();
+    flag("ok", true);
+}
+
+void json_writer::close_answer()
+{
+    close_object();
+    end();
 }
 
 void json_writer::end()

@@ -50,6 +50,12 @@ bool output_is_terminal();
 // its status.
 exit_status fail(exit_status status, const char *pattern, ...) __attribute__((format(printf, 2, 3)));
 
+// Tells what a command did, in a sentence or as {"ok":true,"result":"…","wanId":N,"wanName":"…"} on standard
+// output, and returns `done`. Without an identifier, which is 0 then, the name is called "name"; an empty one
+// is left out.
+exit_status tell_result(const char *what, uint8_t wan_id, const char *name, const char *pattern, ...)
+    __attribute__((format(printf, 4, 5)));
+
 // Writes JSON on standard output, on one line. All of it is ASCII: other characters are written as \uXXXX,
 // and bytes that are no UTF-8 as \ufffd. Keys are the program's own; null where an array has its entries.
 class json_writer {
@@ -63,6 +69,9 @@ public:
     void flag(const char *key, bool value);
     // Ends the line.
     void end();
+    // The object that a whole answer is: what is in every one that is good, and its end.
+    void open_answer();
+    void close_answer();
 
 private:
     void begin(const char *key);

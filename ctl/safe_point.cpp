@@ -422,14 +422,11 @@ void forget_oldest(const char *newest)
 
 exit_status read_name(std::span<char *const> words, const char *command, const char **name_out)
 {
-    option_reader reader("", words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (*name_out)
-            return fail(exit_status::usage, "%s takes one name; %s is one more", command, reader.value);
-        *name_out = reader.value;
-    }
+    char before[32];
+    (void)text_ref(before).format("%s takes one name; ", command);
+    const exit_status result = read_short_line(words, before, " is one more", "", nullptr, name_out);
+    if (result != exit_status::done)
+        return result;
     if (!*name_out || !is_safe_name(*name_out))
         return fail(exit_status::usage, "%s takes a name of up to 32 letters, digits, '.', '_' and '-'",
                     command);
@@ -437,23 +434,6 @@ exit_status read_name(std::span<char *const> words, const char *command, const c
 }
 
 } // namespace
-
-exit_status tell_result(const char *what, const char *name, const char *text)
-{
-    if (!output_is_json()) {
-        say("%s", text);
-        return exit_status::done;
-    }
-    json_writer json;
-    json.open_object();
-    json.flag("ok", true);
-    json.text("result", what);
-    if (name[0] != '\0')
-        json.text("name", name);
-    json.close_object();
-    json.end();
-    return exit_status::done;
-}
 
 bool is_safe_name(const char *name)
 {
@@ -536,9 +516,7 @@ exit_status run_save(std::span<char *const> words)
         return result;
     if (const exit_status result = take_safe_point(name); result != exit_status::done)
         return result;
-    char text[80];
-    (void)text_ref(text).format("Saved as %s.", name);
-    return tell_result("saved", name, text);
+    return tell_result("saved", 0, name, "Saved as %s.", name);
 }
 
 exit_status run_restore(std::span<char *const> words)
@@ -551,24 +529,18 @@ exit_status run_restore(std::span<char *const> words)
     char text[80];
     (void)text_ref(text).format("safe point %s", name);
     send_restored(text);
-    (void)text_ref(text).format("All is as it was saved in %s.", name);
-    return tell_result("restored", name, text);
+    return tell_result("restored", 0, name, "All is as it was saved in %s.", name);
 }
 
 exit_status run_list(std::span<char *const> words)
 {
-    option_reader reader("", words);
-    const int what = reader.next();
-    if (what == option_reader::wrong)
-        return exit_status::usage;
-    if (what != option_reader::end)
-        return fail(exit_status::usage, "list takes no %s", reader.value);
+    if (const exit_status result = read_short_line(words, "list takes no "); result != exit_status::done)
+        return result;
     kept_point points[listed_points];
     const size_t count = list_points(points);
     json_writer json;
     if (output_is_json()) {
-        json.open_object();
-        json.flag("ok", true);
+        json.open_answer();
         json.open_array("points");
     }
     for (size_t i = 0; i < count; i++) {
@@ -588,8 +560,7 @@ exit_status run_list(std::span<char *const> words)
     }
     if (output_is_json()) {
         json.close_array();
-        json.close_object();
-        json.end();
+        json.close_answer();
     } else if (count == 0) {
         say("There are no safe points.");
     }

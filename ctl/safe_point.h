@@ -32,9 +32,6 @@ exit_status go_back_to(const char *name, daemon_state daemon = daemon_state::run
 // Sends the event that a way back is behind us. Without a bus nobody hears it.
 void send_restored(const char *result);
 
-// Tells in a line what was done, as JSON with the name of the safe point.
-exit_status tell_result(const char *what, const char *name, const char *text);
-
 exit_status run_save(std::span<char *const> words);
 exit_status run_restore(std::span<char *const> words);
 exit_status run_list(std::span<char *const> words);

@@ -11,10 +11,7 @@
 
 namespace {
 
-enum : int { option_secrets };
-constexpr option_row rows[] = {
-    {"secrets", "", "show the password instead of dots", option_secrets},
-};
+constexpr option_row rows[] = {{"secrets", "", "show the password instead of dots", 0}};
 constexpr auto options = pack_options<rows>();
 
 // A line "  Label:    value". Nothing is printed for an empty value.
@@ -125,30 +122,22 @@ void print_wan(const wan_config &record, secrets which)
 void print_json(const wan_config &record, secrets which)
 {
     json_writer json;
-    json.open_object();
-    json.flag("ok", true);
+    json.open_answer();
     write_wan(json, record, which);
-    json.close_object();
-    json.end();
+    json.close_answer();
 }
 
 } // namespace
 
 exit_status run_show(std::span<char *const> words)
 {
-    secrets which = secrets::hidden;
     uint8_t id = 0;
-    option_reader reader(options.text, words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (what == option_secrets)
-            which = secrets::shown;
-        else if (id != 0)
-            return fail(exit_status::usage, "show takes one identifier; %s is one more", reader.value);
-        else if (const exit_status result = read_wan_id(reader.value, &id); result != exit_status::done)
-            return result;
-    }
+    bool shown = false;
+    if (const exit_status result =
+            read_id_line(words, "show takes one identifier; ", &id, options.text, &shown);
+        result != exit_status::done)
+        return result;
+    const secrets which = shown ? secrets::shown : secrets::hidden;
     if (id == 0)
         return fail(exit_status::usage, "show takes a WAN's identifier, as `korvelctl show 1`; see `status`");
 

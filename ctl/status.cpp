@@ -11,10 +11,7 @@
 
 namespace {
 
-enum : int { option_watch };
-constexpr option_row rows[] = {
-    {"watch", "", "print the table again every two seconds", option_watch},
-};
+constexpr option_row rows[] = {{"watch", "", "print the table again every two seconds", 0}};
 constexpr auto options = pack_options<rows>();
 constexpr timespec watch_pause = {2, 0};
 
@@ -121,8 +118,7 @@ void print_table(const state_of_wans &state)
 void print_json(const state_of_wans &state)
 {
     json_writer json;
-    json.open_object();
-    json.flag("ok", true);
+    json.open_answer();
     json.open_array("wans");
     for (const wan_config &record : state.wans) {
         json.open_object();
@@ -141,8 +137,7 @@ void print_json(const state_of_wans &state)
         state.waiting.each([&](blob_attr *entry) { write_waiting(json, entry); });
         json.close_array();
     }
-    json.close_object();
-    json.end();
+    json.close_answer();
 }
 
 exit_status print_status()
@@ -176,14 +171,10 @@ exit_status print_status()
 exit_status run_status(std::span<char *const> words)
 {
     bool again = false;
-    option_reader reader(options.text, words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (what == option_reader::word)
-            return fail(exit_status::usage, "status takes no %s; `show ID` has one WAN alone", reader.value);
-        again = true;
-    }
+    if (const exit_status result =
+            read_short_line(words, "status takes no ", "; `show ID` has one WAN alone", options.text, &again);
+        result != exit_status::done)
+        return result;
     if (again)
         watch();
     return print_status();

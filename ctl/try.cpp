@@ -203,8 +203,7 @@ exit_status make_on_trial(change_function change, std::span<char *const> words, 
     return result;
 }
 
-enum : int { option_boot };
-constexpr option_row take_back_rows[] = {{"boot", "", "", option_boot}};
+constexpr option_row take_back_rows[] = {{"boot", "", "", 0}};
 constexpr auto take_back_options = pack_options<take_back_rows>();
 
 } // namespace
@@ -234,12 +233,8 @@ exit_status run_try(std::span<char *const> words)
 
 exit_status run_confirm(std::span<char *const> words)
 {
-    option_reader reader("", words);
-    const int what = reader.next();
-    if (what == option_reader::wrong)
-        return exit_status::usage;
-    if (what != option_reader::end)
-        return fail(exit_status::usage, "confirm takes no %s", reader.value);
+    if (const exit_status result = read_short_line(words, "confirm takes no "); result != exit_status::done)
+        return result;
     if (!claim(confirmed)) {
         if (errno != ENOENT)
             return fail(errno == EACCES ? exit_status::denied : exit_status::refused, "%s: %s", waiting,
@@ -249,20 +244,16 @@ exit_status run_confirm(std::span<char *const> words)
                    : fail(exit_status::no_such, "no change is on trial, or it was taken back already");
     }
     finish(confirmed);
-    return tell_result("confirmed", "", "The change stays.");
+    return tell_result("confirmed", 0, "", "The change stays.");
 }
 
 exit_status run_take_back(std::span<char *const> words)
 {
     bool boot = false;
-    option_reader reader(take_back_options.text, words);
-    for (int what = reader.next(); what != option_reader::end; what = reader.next()) {
-        if (what == option_reader::wrong)
-            return exit_status::usage;
-        if (what == option_reader::word)
-            return fail(exit_status::usage, "take-back takes no %s", reader.value);
-        boot = true;
-    }
+    if (const exit_status result =
+            read_short_line(words, "take-back takes no ", "", take_back_options.text, &boot);
+        result != exit_status::done)
+        return result;
     // At the daemon's start a try with a guard is the guard's.
     if (boot && !is_left(waiting) && !is_left(undoing))
         return exit_status::done;
@@ -274,6 +265,6 @@ exit_status run_take_back(std::span<char *const> words)
         return fail(exit_status::refused, "it is being taken back already");
     const exit_status result = undo(boot ? daemon_state::stopped : daemon_state::runs,
                                     boot ? "not confirmed before a restart" : "taken back by hand");
-    return result == exit_status::done ? tell_result("restored", "", "The change on trial is taken back.")
+    return result == exit_status::done ? tell_result("restored", 0, "", "The change on trial is taken back.")
                                        : result;
 }

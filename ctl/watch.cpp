@@ -79,8 +79,7 @@ void print(const happening &what)
             json.text("device", what.device);
         if (what.result[0] != '\0')
             json.text("result", what.result);
-        json.close_object();
-        return json.end();
+        return json.close_answer();
     }
     char wan[16] = "";
     if (what.wan_id != 0)
@@ -157,12 +156,8 @@ bool watch_once(bool first)
 
 exit_status run_watch(std::span<char *const> words)
 {
-    option_reader reader("", words);
-    const int what = reader.next();
-    if (what == option_reader::wrong)
-        return exit_status::usage;
-    if (what != option_reader::end)
-        return fail(exit_status::usage, "watch takes no %s", reader.value);
+    if (const exit_status result = read_short_line(words, "watch takes no "); result != exit_status::done)
+        return result;
     if (!watch_once(/*first=*/true))
         return fail(exit_status::no_daemon, "there is no bus that this user may listen to");
     while (!ferror(stdout)) {
