@@ -1,9 +1,11 @@
 // What `check` sees in the kernel: policy rules, routing tables, bridge and mangle rules, against those that
-// the scripts of the WANs install.
+// the scripts of the WANs install. These make policy rules and tables of IPv4 alone; of IPv6 they make bridge
+// rules.
 #include "ctl/check.h"
 
 #include "base/heap.h"
 #include "base/os.h"
+#include "ctl/output.h"
 #include "ctl/words.h"
 #include "rules/firewall_mark.h"
 #include "rules/port_names.h"
@@ -18,6 +20,8 @@
 namespace {
 
 constexpr size_t listing_size = 512 * 1024;
+constexpr char no_advertisements[] =
+    "-p IPv6 -o %s --ip6-proto ipv6-icmp --ip6-icmp-type router-advertisement -j DROP";
 constexpr char apply_rules[] = "/usr/libexec/korvel/apply-rules";
 
 // What a program lists, in lines without the blanks around them.
@@ -76,6 +80,8 @@ struct kernel_state {
     listing rules{"ip rule show 2>/dev/null | sed 's/^[0-9]*:[[:space:]]*//'", "ip rule del"};
     listing forward{"ebtables -L FORWARD 2>/dev/null | grep ^-", "ebtables -D FORWARD"};
     listing broute{"ebtables -t broute -L BROUTING 2>/dev/null | grep ^-", "ebtables -t broute -D BROUTING"};
+    listing input{"ebtables -L INPUT 2>/dev/null | grep ^-", "ebtables -D INPUT"};
+    listing output{"ebtables -L OUTPUT 2>/dev/null | grep ^-", "ebtables -D OUTPUT"};
     listing mangle{"iptables -t mangle -S OUTPUT 2>/dev/null | grep -e '--set-xmark 0x0/'",
                    "iptables -t mangle -D OUTPUT"};
 };
@@ -109,37 +115,66 @@ bool is_up(const wan_config &record)
            record.status != 0;
 }
 
-// Has the network daemon's scripts run once more.
-void remedy_by_update(const wan_config &record, finding_report &report)
-{
-    report.remedy("ACTION=ifupdate INTERFACE=%s hotplug-call iface", wan_names(record.wanId).interface);
-}
+// A WAN on its way through the check.
+struct checked_wan {
+    const kernel_state &kernel;
+    const wan_config &record;
+    finding_report &report;
 
-void report_missing(const char *rule, const wan_config &record, finding_report &report)
+    // Reports a rule that is not among these.
+    void need(const listing &rules, const char *pattern, ...) const __attribute__((format(printf, 3, 4)));
+    void report_missing(const char *rule) const;
+    // Has the network daemon's scripts run once more.
+    void remedy_by_update() const
+    {
+        report.remedy("ACTION=ifupdate INTERFACE=%s hotplug-call iface", wan_names(record.wanId).interface);
+    }
+};
+
+void checked_wan::report_missing(const char *rule) const
 {
     report.found(finding::rule_missing, "%s: the rule \"%s\" is not in the kernel", wan_title(record).text,
                  rule);
     if (record.wanMode == wan_mode_bridged)
         report.remedy("%s", apply_rules);
     else
-        remedy_by_update(record, report);
+        remedy_by_update();
 }
 
-void need(const listing &rules, const char *rule, const wan_config &record, finding_report &report)
+void checked_wan::need(const listing &rules, const char *pattern, ...) const
 {
-    if (!rules.has(rule))
-        report_missing(rule, record, report);
+    va_list arguments;
+    va_start(arguments, pattern);
+    const formatted_text rule(pattern, arguments);
+    va_end(arguments);
+    if (!rules.has(rule.text()))
+        report_missing(rule.text());
 }
 
 // The mark is shown as it was given, or in hexadecimal.
-void need_mark(const listing &broute, const char *port, uint32_t mark, const wan_config &record,
-               finding_report &report)
+void need_mark(const checked_wan &wan, const char *port, uint32_t mark)
 {
     const line start("-i %s -j mark --mark-or ", port);
-    for (std::string_view rule; broute.next(rule);)
+    for (std::string_view rule; wan.kernel.broute.next(rule);)
         if (rule.find(start.text) == 0 && number_behind(rule, " --mark-or ") == mark)
             return;
-    report_missing(line("%s0x%x --mark-target CONTINUE", start.text, mark).text, record, report);
+    wan.report_missing(line("%s0x%x --mark-target CONTINUE", start.text, mark).text);
+}
+
+// Neither DHCP nor router advertisements at a port.
+void need_silence(const checked_wan &wan, const char *port)
+{
+    wan.need(wan.kernel.input, "-p IPv4 -i %s --ip-proto udp --ip-dport 67:68 -j DROP", port);
+    wan.need(wan.kernel.input, "-p IPv6 -i %s --ip6-proto udp --ip6-dport 547 -j DROP", port);
+    wan.need(wan.kernel.output, no_advertisements, port);
+}
+
+// Nor out of a bridged WAN's device.
+void need_silent_device(const checked_wan &wan, const char *device)
+{
+    wan.need(wan.kernel.output, "-p IPv4 -o %s --ip-proto udp --ip-dport 67:68 -j DROP", device);
+    wan.need(wan.kernel.output, no_advertisements, device);
+    wan.need(wan.kernel.output, "-p IPv6 -o %s --ip6-proto udp --ip6-dport 546 -j DROP", device);
 }
 
 // Calls body(port) with each name of a list with blanks.
@@ -150,59 +185,64 @@ template <typename callable> void each_port(char *list, callable body)
         body(port);
 }
 
-void check_ports(const kernel_state &kernel, const wan_config &record, finding_report &report)
+void check_ports(const checked_wan &wan)
 {
     char bound[port_list_size] = {}, unbound[port_list_size] = {};
-    const uint32_t mark = wan_firewall_mark(record.wanId);
-    wan_build_port_lists(&record, bound, unbound);
-    each_port(bound, [&](const char *port) { need_mark(kernel.broute, port, mark, record, report); });
-    if (record.wanMode != wan_mode_bridged)
+    const uint32_t mark = wan_firewall_mark(wan.record.wanId);
+    wan_build_port_lists(&wan.record, bound, unbound);
+    each_port(bound, [&](const char *port) {
+        need_mark(wan, port, mark);
+        if (wan.record.disableLanDhcp)
+            need_silence(wan, port);
+    });
+    if (wan.record.wanMode != wan_mode_bridged)
         return;
-    const c_text device(record.device);
+    const c_text device(wan.record.device);
+    if (wan.record.disableLanDhcp)
+        need_silent_device(wan, device);
     each_port(unbound, [&](const char *port) {
-        need(kernel.forward, line("-i %s -o %s -j DROP", device.data, port).text, record, report);
-        need(kernel.forward, line("-i %s -o %s -j DROP", port, device.data).text, record, report);
+        wan.need(wan.kernel.forward, "-i %s -o %s -j DROP", device.data, port);
+        wan.need(wan.kernel.forward, "-i %s -o %s -j DROP", port, device.data);
     });
 }
 
-void check_table(const wan_config &record, finding_report &report)
+void check_table(const checked_wan &wan)
 {
-    const uint32_t table = record.wanId + first_wan_table;
-    const c_text gateway(record.gateway);
+    const uint32_t table = wan.record.wanId + first_wan_table;
+    const c_text gateway(wan.record.gateway);
     const listing routes(line("ip route show table %u 2>/dev/null", table).text);
     const line wanted("default via %s ", gateway.data);
-    if (text_empty(record.gateway) || routes.has_start(wanted.text))
+    if (text_empty(wan.record.gateway) || routes.has_start(wanted.text))
         return;
-    report.found(finding::wrong_gateway, "The routing table %u of %s has no default route by its gateway %s",
-                 table, wan_title(record).text, gateway.data);
-    remedy_by_update(record, report);
+    wan.report.found(finding::wrong_gateway,
+                     "The routing table %u of %s has no default route by its gateway %s", table,
+                     wan_title(wan.record).text, gateway.data);
+    wan.remedy_by_update();
 }
 
-void check_wan(const kernel_state &kernel, const wan_config &record, finding_report &report)
+void check_wan(const checked_wan &wan)
 {
+    const wan_config &record = wan.record;
     const uint32_t mark = wan_firewall_mark(record.wanId), table = record.wanId + first_wan_table;
     const bool bound = has_bound_ports(record), up = is_up(record);
     const bool scripted = bound || (record.wanMode == wan_mode_routed && record.service != service_other);
     const line prohibit("from all fwmark 0x%x/0x%x prohibit", mark, mark);
-    if (record.wanMode == wan_mode_bridged || up) {
-        if (bound) {
-            need(kernel.rules, prohibit.text, record, report);
-            check_ports(kernel, record, report);
-        }
-    } else if (bound && !kernel.rules.has(prohibit.text)) {
-        report
+    if (bound && (record.wanMode == wan_mode_bridged || up)) {
+        wan.need(wan.kernel.rules, "%s", prohibit.text);
+        check_ports(wan);
+    } else if (bound && !wan.kernel.rules.has(prohibit.text)) {
+        wan.report
             .found(finding::down_without_prohibit,
                    "%s is down, and nothing keeps its ports' traffic from other WANs (\"%s\")",
                    wan_title(record).text, prohibit.text)
-            .remedy("bring it up, or: ip rule add from all fwmark 0x%x/0x%x prohibit", mark, mark);
+            .remedy("bring it up, or: ip rule add %s", prohibit.text);
     }
     if (!up || !scripted)
         return;
     if (bound)
-        need(kernel.rules, line("from all fwmark 0x%x/0x%x lookup %u", mark, mark, table).text, record,
-             report);
-    need(kernel.rules, line("from %s lookup %u", c_text(record.ip).data, table).text, record, report);
-    check_table(record, report);
+        wan.need(wan.kernel.rules, "from all fwmark 0x%x/0x%x lookup %u", mark, mark, table);
+    wan.need(wan.kernel.rules, "from %s lookup %u", c_text(record.ip).data, table);
+    check_table(wan);
 }
 
 // Each line that stands there again, once.
@@ -247,7 +287,7 @@ bool is_gone_wans(std::string_view rule, const wan_list &wans)
            !wans.find(static_cast<uint8_t>(table - first_wan_table));
 }
 
-// A rule between the bridge's ports for a device of the uplink that no WAN has.
+// A rule of the bridge for a device of the uplink that no WAN has.
 bool is_gone_device(std::string_view rule, const wan_list &wans)
 {
     if (rule.find("-j DROP") == std::string_view::npos)
@@ -306,10 +346,12 @@ void check_kernel(const wan_list &wans, finding_report &report)
                 .remedy("ip rule add pref %u lookup %s", preference, table);
     }
     for (const wan_config &record : wans)
-        check_wan(kernel, record, report);
+        check_wan({kernel, record, report});
     check_leftovers(kernel.rules, is_gone_wans, wans, report);
     check_leftovers(kernel.broute, is_gone_wans, wans, report);
     check_leftovers(kernel.forward, is_gone_device, wans, report);
-    for (const listing *const rules : {&kernel.rules, &kernel.broute, &kernel.forward, &kernel.mangle})
+    check_leftovers(kernel.output, is_gone_device, wans, report);
+    for (const listing *const rules :
+         {&kernel.rules, &kernel.broute, &kernel.forward, &kernel.input, &kernel.output, &kernel.mangle})
         check_doubled(*rules, report);
 }

@@ -117,6 +117,7 @@ bool option_reader::take_named(const char *options, const char *text, int &id_ou
     } while (strlen(row.name) != length || strncmp(row.name, text, length) != 0);
     const bool takes = row.takes[0] != '\0';
     id_out = row.id;
+    name = row.name;
     value = text[length] == '=' ? text + length + 1 : nullptr;
     if (takes && !value && !words_.empty()) {
         value = words_.front();

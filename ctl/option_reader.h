@@ -34,8 +34,10 @@ public:
     option_reader(const char *options, std::span<char *const> words) : options_(options), words_(words) {}
 
     enum : int { end = -1, word = -2, wrong = -3 };
-    // The next option's id with its value, or a word, in `value`; `end`, or `wrong`, which has been told.
+    // The next option's id with its name and its value, or a word, in `value`; `end`, or `wrong`, which has
+    // been told.
     int next();
+    const char *name = nullptr;
     const char *value = nullptr;
 
 private:

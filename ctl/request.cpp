@@ -100,233 +100,227 @@ bool is_for_modify(int id)
     return id == option_in;
 }
 
+// What an option that is no more than one or two arguments makes of them.
+enum class effect : uint8_t { set, take_text, take_number };
+struct option_effect {
+    uint8_t option;
+    uint8_t row; // of the argument
+    effect how;
+    uint8_t value; // to set
+};
+constexpr option_effect effects[] = {
+    {option_routed, ARG(wanMode), effect::set, wan_mode_routed},
+    {option_bridged, ARG(wanMode), effect::set, wan_mode_bridged},
+    {option_dhcp, ARG(wanMode), effect::set, wan_mode_routed},
+    {option_dhcp, ARG(ipMode), effect::set, ip_mode_dhcp},
+    {option_static, ARG(wanMode), effect::set, wan_mode_routed},
+    {option_static, ARG(ipMode), effect::set, ip_mode_static},
+    {option_pppoe, ARG(wanMode), effect::set, wan_mode_routed},
+    {option_pppoe, ARG(ipMode), effect::set, ip_mode_pppoe},
+    {option_pppoe, ARG(pppUser), effect::take_text, 0},
+    {option_service_name, ARG(pppServName), effect::take_text, 0},
+    {option_on_demand, ARG(pppDialMode), effect::set, 1},
+    {option_always_on, ARG(pppDialMode), effect::set, 0},
+    {option_ipv4, ARG(ipProtocol), effect::set, ip_protocol_v4},
+    {option_ipv6, ARG(ipProtocol), effect::set, ip_protocol_v6},
+    {option_dual, ARG(ipProtocol), effect::set, ip_protocol_v4 | ip_protocol_v6},
+    {option_prio, ARG(prio), effect::take_number, 0},
+    {option_mtu, ARG(mtu), effect::take_number, 0},
+    {option_lan_dhcp, ARG(disableLanDhcp), effect::set, 0},
+    {option_no_lan_dhcp, ARG(disableLanDhcp), effect::set, 1},
+    {option_nat, ARG(napt), effect::set, 1},
+    {option_no_nat, ARG(napt), effect::set, 0},
+    {option_mask, ARG(mask), effect::take_text, 0},
+    {option_gateway, ARG(gateway), effect::take_text, 0},
+    {option_address6, ARG(ipv6Addr), effect::take_text, 0},
+    {option_gateway6, ARG(ipv6Gateway), effect::take_text, 0},
+    {option_prefix6, ARG(ipv6Prefix), effect::take_text, 0},
+    {option_delegate, ARG(ipv6PrefixProxy), effect::set, 1},
+    {option_no_delegate, ARG(ipv6PrefixProxy), effect::set, 0},
+    {option_iphost, ARG(iphostId), effect::take_number, 0},
+};
+
 // Notes the arguments that an option gives. The member functions tell what is wrong.
 class option_taker {
 public:
     explicit option_taker(wan_request *request) : request_(*request) {}
 
-    exit_status take(int option, const char *value);
+    exit_status take(const option_reader &option, int id);
 
 private:
-    void set(size_t row, uint32_t value)
+    exit_status set(size_t row, uint32_t value)
     {
         arg_rows[row].set_number(request_.record, value);
         request_.given.add(row);
+        return exit_status::done;
     }
-    exit_status set_text(size_t row, std::string_view value, const char *option);
-    exit_status set_number(size_t row, const char *value, const char *option);
-    exit_status set_number_or_none(size_t flag_row, size_t row, const char *value, const char *option);
-    exit_status take_service(const char *value);
-    exit_status take_address(const char *value);
-    exit_status take_servers(const char *value, size_t flag, size_t first, size_t second, const char *option);
-    exit_status take_password(const char *value);
-    exit_status take_mode(int option, const char *value);
-    exit_status take_switch(int option);
-    exit_status take_static(int option, const char *value);
-    exit_status take_other(int option, const char *value);
+    exit_status set_text(size_t row, std::string_view value);
+    exit_status set_number(size_t row);
+    exit_status set_number_or_none(size_t row);
+    exit_status take_service();
+    exit_status take_address();
+    exit_status take_servers(size_t flag, size_t first, size_t second);
+    exit_status take_password();
+    exit_status take_ds_lite();
+    exit_status take_time();
+    exit_status take_other(int id);
 
     wan_request &request_;
+    const char *name_ = nullptr; // the option's
+    const char *value_ = nullptr;
 };
 
-exit_status option_taker::set_text(size_t row, std::string_view value, const char *option)
+exit_status option_taker::set_text(size_t row, std::string_view value)
 {
     const field_row &field = arg_rows[row];
     if (value.size() >= field.size)
-        return fail(exit_status::usage, "--%s takes at most %u characters", option, field.size - 1U);
+        return fail(exit_status::usage, "--%s takes at most %u characters", name_, field.size - 1U);
     field.set_text(request_.record, value);
     request_.given.add(row);
     return exit_status::done;
 }
 
-exit_status option_taker::set_number(size_t row, const char *value, const char *option)
+exit_status option_taker::set_number(size_t row)
 {
     const arg_range &range = arg_ranges[row];
     uint32_t number = 0;
-    if (!read_number(value, range.high, &number) || number < range.low)
-        return fail(exit_status::usage, "--%s takes %u to %u, not %s", option, range.low, range.high, value);
-    set(row, number);
-    return exit_status::done;
+    if (!read_number(value_, range.high, &number) || number < range.low)
+        return fail(exit_status::usage, "--%s takes %u to %u, not %s", name_, range.low, range.high, value_);
+    return set(row, number);
 }
 
 // A VLAN or "none".
-exit_status option_taker::set_number_or_none(size_t flag_row, size_t row, const char *value,
-                                             const char *option)
+exit_status option_taker::set_number_or_none(size_t row)
 {
-    const bool none = strcmp(value, "none") == 0;
-    if (flag_row != row)
-        set(flag_row, none ? 0 : 1);
-    if (!none)
-        return set_number(row, value, option);
-    set(row, 0);
-    return exit_status::done;
+    return strcmp(value_, "none") == 0 ? set(row, 0) : set_number(row);
 }
 
-exit_status option_taker::take_service(const char *value)
+exit_status option_taker::take_service()
 {
     uint8_t code = 0;
-    if (!read_service(value, &code))
+    if (!read_service(value_, &code))
         return fail(exit_status::usage,
                     "%s is no service; it is internet, tr069 or voip, or these with commas between, or other",
-                    value);
-    set(ARG(service), code);
-    return exit_status::done;
+                    value_);
+    return set(ARG(service), code);
 }
 
 // An address with a length behind it gives the mask too.
-exit_status option_taker::take_address(const char *value)
+exit_status option_taker::take_address()
 {
-    const size_t length = strcspn(value, "/");
-    const exit_status result = set_text(ARG(ip), {value, length}, "address");
-    if (result != exit_status::done || value[length] == '\0')
+    const size_t length = strcspn(value_, "/");
+    const exit_status result = set_text(ARG(ip), {value_, length});
+    if (result != exit_status::done || value_[length] == '\0')
         return result;
     uint32_t bits = 0;
-    if (!read_number(value + length + 1, 32, &bits))
+    if (!read_number(value_ + length + 1, 32, &bits))
         return fail(exit_status::usage,
                     "--address takes a length of 0 to 32 behind the address, as 192.0.2.9/24");
     const uint32_t mask = bits == 0 ? 0 : ~uint32_t{0} << (32 - bits);
     char text[16];
     (void)text_ref(text).format("%u.%u.%u.%u", mask >> 24, mask >> 16 & 255, mask >> 8 & 255, mask & 255);
-    return set_text(ARG(mask), text, "address");
+    return set_text(ARG(mask), text);
 }
 
-exit_status option_taker::take_servers(const char *value, size_t flag, size_t first, size_t second,
-                                       const char *option)
+exit_status option_taker::take_servers(size_t flag, size_t first, size_t second)
 {
-    const bool automatic = strcmp(value, "auto") == 0;
-    set(flag, automatic);
-    (void)set_text(first, "", option);
-    (void)set_text(second, "", option);
+    const bool automatic = strcmp(value_, "auto") == 0;
+    (void)set(flag, automatic);
+    (void)set_text(first, "");
+    (void)set_text(second, "");
     if (automatic)
         return exit_status::done;
     exit_status result = exit_status::done;
     size_t count = 0;
-    const bool good = each_word(value, [&](std::string_view word) {
+    (void)each_word(value_, [&](std::string_view word) {
         if (++count > 2)
-            result = fail(exit_status::usage, "--%s takes two name servers, or auto", option);
+            result = fail(exit_status::usage, "--%s takes two name servers, or auto", name_);
         else
-            result = set_text(count == 1 ? first : second, word, option);
+            result = set_text(count == 1 ? first : second, word);
         return result == exit_status::done;
     });
-    return good ? exit_status::done : result;
+    return result;
 }
 
-exit_status option_taker::take_password(const char *value)
+exit_status option_taker::take_password()
 {
-    const exit_status result = read_password(value, request_.record.pppPwd);
+    const exit_status result = read_password(value_, request_.record.pppPwd);
     if (result == exit_status::done)
         request_.given.add(ARG(pppPwd));
     return result;
 }
 
-exit_status option_taker::take_mode(int option, const char *value)
+exit_status option_taker::take_ds_lite()
 {
-    set(ARG(wanMode), option == option_bridged ? wan_mode_bridged : wan_mode_routed);
-    if (option == option_bridged || option == option_routed)
-        return exit_status::done;
-    set(ARG(ipMode), option == option_dhcp     ? uint32_t{ip_mode_dhcp}
-                     : option == option_static ? uint32_t{ip_mode_static}
-                                               : uint32_t{ip_mode_pppoe});
-    return option == option_pppoe ? set_text(ARG(pppUser), value, "pppoe") : exit_status::done;
+    const bool none = strcmp(value_, "none") == 0;
+    (void)set(ARG(ipv6DsLite), !none);
+    return set_text(ARG(ipv6AddrDsLite), none ? "" : value_);
 }
 
-exit_status option_taker::take_switch(int option)
+exit_status option_taker::take_time()
 {
-    constexpr struct {
-        int option;
-        size_t row;
-        uint32_t value;
-    } switches[] = {
-        {option_on_demand, ARG(pppDialMode), 1},
-        {option_always_on, ARG(pppDialMode), 0},
-        {option_ipv4, ARG(ipProtocol), ip_protocol_v4},
-        {option_ipv6, ARG(ipProtocol), ip_protocol_v6},
-        {option_dual, ARG(ipProtocol), ip_protocol_v4 | ip_protocol_v6},
-        {option_lan_dhcp, ARG(disableLanDhcp), 0},
-        {option_no_lan_dhcp, ARG(disableLanDhcp), 1},
-        {option_nat, ARG(napt), 1},
-        {option_no_nat, ARG(napt), 0},
-        {option_delegate, ARG(ipv6PrefixProxy), 1},
-        {option_no_delegate, ARG(ipv6PrefixProxy), 0},
-    };
-    for (const auto &row : switches)
-        if (row.option == option)
-            set(row.row, row.value);
-    request_.again |= option == option_again;
-    request_.dry_run |= option == option_dry_run;
-    if (option == option_secrets)
-        request_.which = secrets::shown;
+    request_.waits = true;
+    if (!read_time(value_, &request_.wait) || request_.wait == 0)
+        return fail(exit_status::usage, "--in takes a time, as 30s, 5m or 2h, not %s", value_);
     return exit_status::done;
 }
 
-exit_status option_taker::take_static(int option, const char *value)
+exit_status option_taker::take_other(int id)
 {
-    switch (option) {
-    case option_address:
-        return take_address(value);
-    case option_mask:
-        return set_text(ARG(mask), value, "mask");
-    case option_gateway:
-        return set_text(ARG(gateway), value, "gateway");
-    case option_address6:
-        return set_text(ARG(ipv6Addr), value, "address6");
-    case option_gateway6:
-        return set_text(ARG(ipv6Gateway), value, "gateway6");
-    case option_prefix6:
-        return set_text(ARG(ipv6Prefix), value, "prefix6");
-    case option_dns:
-        return take_servers(value, ARG(autoDns), ARG(priDns), ARG(secDns), "dns");
-    default:
-        return take_servers(value, ARG(autoDnsV6), ARG(priDnsV6), ARG(secDnsV6), "dns6");
-    }
-}
-
-exit_status option_taker::take_other(int option, const char *value)
-{
-    switch (option) {
-    case option_vlan:
-        if (strcmp(value, "none") == 0)
-            set(ARG(prio), 0);
-        return set_number_or_none(ARG(vlanMode), ARG(vid), value, "vlan");
-    case option_mvlan:
-        return set_number_or_none(ARG(mvid), ARG(mvid), value, "mvlan");
-    case option_prio:
-        return set_number(ARG(prio), value, "prio");
-    case option_mtu:
-        return set_number(ARG(mtu), value, "mtu");
-    case option_iphost:
-        return set_number(ARG(iphostId), value, "iphost");
-    case option_service:
-        return take_service(value);
-    case option_service_name:
-        return set_text(ARG(pppServName), value, "service-name");
+    switch (id) {
     case option_password_file:
-        return take_password(value);
+        return take_password();
+    case option_vlan:
+        (void)set(ARG(vlanMode), strcmp(value_, "none") != 0);
+        if (!request_.record.vlanMode)
+            (void)set(ARG(prio), 0);
+        return set_number_or_none(ARG(vid));
+    case option_mvlan:
+        return set_number_or_none(ARG(mvid));
+    case option_again:
+        request_.again = true;
+        break;
+    case option_service:
+        return take_service();
     case option_ports:
-        request_.ports = value;
+        request_.ports = value_;
         request_.given.add(ARG(bind));
-        return exit_status::done;
-    case option_dslite: {
-        const bool none = strcmp(value, "none") == 0;
-        set(ARG(ipv6DsLite), !none);
-        return set_text(ARG(ipv6AddrDsLite), none ? "" : value, "dslite");
+        break;
+    case option_address:
+        return take_address();
+    case option_dns:
+        return take_servers(ARG(autoDns), ARG(priDns), ARG(secDns));
+    case option_dns6:
+        return take_servers(ARG(autoDnsV6), ARG(priDnsV6), ARG(secDnsV6));
+    case option_dslite:
+        return take_ds_lite();
+    case option_in:
+        return take_time();
+    case option_dry_run:
+        request_.dry_run = true;
+        break;
+    case option_secrets:
+        request_.which = secrets::shown;
+        break;
+    default: // has its effects
+        break;
     }
-    default:
-        request_.waits = true;
-        if (!read_time(value, &request_.wait) || request_.wait == 0)
-            return fail(exit_status::usage, "--in takes a time, as 30s, 5m or 2h, not %s", value);
-        return exit_status::done;
-    }
+    return exit_status::done;
 }
 
-exit_status option_taker::take(int option, const char *value)
+exit_status option_taker::take(const option_reader &option, int id)
 {
-    if (option <= option_pppoe)
-        return take_mode(option, value);
-    if (!value)
-        return take_switch(option);
-    if (option >= option_address && option <= option_dns6)
-        return take_static(option, value);
-    return take_other(option, value);
+    name_ = option.name;
+    value_ = option.value;
+    exit_status result = take_other(id);
+    for (const option_effect &row : effects) {
+        if (row.option != id || result != exit_status::done)
+            continue;
+        result = row.how == effect::set         ? set(row.row, row.value)
+                 : row.how == effect::take_text ? set_text(row.row, value_)
+                                                : set_number(row.row);
+    }
+    return result;
 }
 
 exit_status read_ports_of(wan_request *request)
@@ -360,7 +354,7 @@ exit_status read_request(std::span<char *const> words, takes_id id, wan_request 
             return exit_status::usage;
         exit_status result = exit_status::done;
         if (what != option_reader::word && (id == takes_id::yes || !is_for_modify(what)))
-            result = taker.take(what, reader.value);
+            result = taker.take(reader, what);
         else if (what != option_reader::word)
             result = fail(exit_status::usage, "--in is for `modify`; a new WAN is made at once");
         else if (id == takes_id::yes && request->wan_id == 0)

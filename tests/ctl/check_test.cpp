@@ -17,9 +17,10 @@ protected:
         gateway.start_korvel();
         gateway.write_file("/tmp/password", "secret\n");
         ctl_ok({"add", "--pppoe", "alice", "--password-file", "/tmp/password", "--vlan", "100", "--ports",
-                "lan1,lan2"});
+                "lan1,lan2", "--no-lan-dhcp"});
         ctl_ok({"add", "--vlan", "200", "--service", "tr069"});
-        ctl_ok({"add", "--bridged", "--vlan", "300", "--service", "other", "--ports", "lan3"});
+        ctl_ok(
+            {"add", "--bridged", "--vlan", "300", "--service", "other", "--ports", "lan3", "--no-lan-dhcp"});
         gateway.settle_netd();
         ASSERT_TRUE(wait_until([&] { return ctl({"check"}).status == 0; }, std::chrono::seconds(20)))
             << ctl({"check"}).output;
@@ -135,6 +136,24 @@ const planted rows[] = {
     {finding::rule_missing, "bridge_rule_missing", "ebtables -D FORWARD -i eth0.4 -o pon.300 -j DROP"},
     {finding::rule_missing, "broute_rule_missing",
      "ebtables -t broute -D BROUTING -i eth0.1 -j mark --mark-or 4096 --mark-target CONTINUE"},
+    {finding::rule_missing, "dhcp_rule_of_a_port_missing",
+     "ebtables -D INPUT -p IPv4 -i eth0.3 --ip-proto udp --ip-dport 67:68 -j DROP"},
+    {finding::rule_missing, "dhcpv6_rule_of_a_port_missing",
+     "ebtables -D INPUT -p IPv6 -i eth0.1 --ip6-proto udp --ip6-dport 547 -j DROP"},
+    {finding::rule_missing, "advertisement_rule_of_a_port_missing",
+     "ebtables -D OUTPUT -p IPv6 -o eth0.2 --ip6-proto ipv6-icmp --ip6-icmp-type router-advertisement "
+     "-j DROP"},
+    {finding::rule_missing, "dhcpv6_rule_of_a_device_missing",
+     "ebtables -D OUTPUT -p IPv6 -o pon.300 --ip6-proto udp --ip6-dport 546 -j DROP"},
+    {finding::rule_missing, "advertisement_rule_of_a_device_missing",
+     "ebtables -D OUTPUT -p IPv6 -o pon.300 --ip6-proto ipv6-icmp --ip6-icmp-type router-advertisement "
+     "-j DROP"},
+    {finding::rule_missing, "dhcp_rule_of_a_device_missing",
+     "ebtables -D OUTPUT -p IPv4 -o pon.300 --ip-proto udp --ip-dport 67:68 -j DROP"},
+    {finding::rule_doubled, "dhcpv6_rule_doubled",
+     "ebtables -A INPUT -p IPv6 -i eth0.1 --ip6-proto udp --ip6-dport 547 -j DROP"},
+    {finding::rule_without_wan, "dhcpv6_rule_without_wan",
+     "ebtables -A OUTPUT -p IPv6 -o pon.999 --ip6-proto udp --ip6-dport 546 -j DROP"},
     {finding::rule_doubled, "rule_doubled", "ip rule add fwmark 0x4000/0x4000 prohibit"},
     {finding::rule_doubled, "bridge_rule_doubled", "ebtables -I FORWARD -i eth0.4 -o pon.300 -j DROP"},
     {finding::rule_without_wan, "rule_without_wan", "ip rule add fwmark 0x20000/0x20000 prohibit"},
