@@ -153,51 +153,58 @@ struct interface_list {
     }
 };
 
-void check_interfaces(const uci_loaded &network, const uci_loaded &firewall, const wan_config &record,
-                      finding_report &report)
+// A WAN on its way through the check.
+struct checked_wan {
+    const uci_loaded &network;
+    const uci_loaded &firewall;
+    const wan_config &record;
+    finding_report &report;
+    const wan_title title{record};
+};
+
+void check_interfaces(const checked_wan &wan)
 {
-    const wan_names names(record.wanId);
-    const interface_list interfaces(record, names);
-    uci_section *const zone = firewall ? section_at(firewall, "zone", 1) : nullptr;
+    const wan_names names(wan.record.wanId);
+    const interface_list interfaces(wan.record, names);
+    uci_section *const zone = wan.firewall ? section_at(wan.firewall, "zone", 1) : nullptr;
     for (const char *const name : interfaces.names) {
         if (!name)
             return;
-        if (!network.section(name))
-            report
-                .found(finding::wan_without_interface, "%s has no interface %s", wan_title(record).text, name)
-                .remedy("korvelctl del %u, and add it anew", record.wanId);
-        else if (zone && !list_has(firewall, zone, "network", name))
-            report
+        if (!wan.network.section(name))
+            wan.report.found(finding::wan_without_interface, "%s has no interface %s", wan.title.text, name)
+                .remedy("korvelctl del %u, and add it anew", wan.record.wanId);
+        else if (zone && !list_has(wan.firewall, zone, "network", name))
+            wan.report
                 .found(finding::interface_outside_zone,
-                       "Interface %s of %s is not in the WAN zone of the firewall", name,
-                       wan_title(record).text)
+                       "Interface %s of %s is not in the WAN zone of the firewall", name, wan.title.text)
                 .remedy("uci add_list firewall.@zone[1].network=%s && uci commit firewall && "
                         "/etc/init.d/firewall reload",
                         name);
     }
 }
 
-void check_bridge_port(const uci_loaded &network, const wan_config &record, finding_report &report)
+void check_bridge_port(const checked_wan &wan)
 {
-    const c_text device(record.device);
-    if (record.wanMode != wan_mode_bridged ||
-        list_has(network, section_at(network, "device", 0), "ports", device))
+    const c_text device(wan.record.device);
+    if (wan.record.wanMode != wan_mode_bridged ||
+        list_has(wan.network, section_at(wan.network, "device", 0), "ports", device))
         return;
-    report
+    wan.report
         .found(finding::bridged_outside_bridge, "%s is bridged, but %s is no port of the LAN bridge",
-               wan_title(record).text, device.data)
-        .remedy(
-            "uci add_list network.@device[0].ports=%s && uci commit network && /etc/init.d/network reload",
-            device.data);
+               wan.title.text, device.data)
+        .remedy("uci add_list network.@device[0].ports=%s && uci commit network && /etc/init.d/network "
+                "reload",
+                device.data);
 }
 
-void check_script(const wan_config &record, finding_report &report)
+void check_script(const checked_wan &wan)
 {
+    const wan_config &record = wan.record;
     const bool routed = record.wanMode == wan_mode_routed, bound = has_bound_ports(record);
     const script_path path = routed ? route_rule_path(record.wanId) : bridge_rule_path(record.wanId);
     const bool has_one = bound || (routed && record.service != service_other);
     if (has_one && !file_exists(path.text))
-        report.found(finding::wan_without_script, "%s has no script %s", wan_title(record).text, path.text)
+        wan.report.found(finding::wan_without_script, "%s has no script %s", wan.title.text, path.text)
             .remedy("%s", restart);
 }
 
@@ -224,19 +231,20 @@ void check_bridged(const wan_list &wans, finding_report &report)
 void check_overlaps(const wan_list &wans, finding_report &report)
 {
     for (const wan_config *one = wans.begin(); one != wans.end(); one++) {
+        const wan_title title(*one);
         wan_list behind;
         for (const wan_config *other = one + 1; other != wans.end(); other++)
             (void)behind.add(*other);
         if (const wan_config *const other = port_holder(*one, one->wanId, behind))
             report
-                .found(finding::shared_port, "%s and %s bind the same port", wan_title(*one).text,
+                .found(finding::shared_port, "%s and %s bind the same port", title.text,
                        wan_title(*other).text)
                 .remedy("korvelctl modify %u --ports ...", other->wanId);
         if (const wan_config *const other = vlan_holder(*one, one->wanId, behind))
             report
                 .found(finding::shared_vlan,
-                       "%s and %s have the same VLAN or multicast VLAN, which they cannot share",
-                       wan_title(*one).text, wan_title(*other).text)
+                       "%s and %s have the same VLAN or multicast VLAN, which they cannot share", title.text,
+                       wan_title(*other).text)
                 .remedy("korvelctl modify %u --vlan ..., or --mvlan ...", other->wanId);
         for (const wan_config &other : behind)
             if (has_bound_ports(*one) && has_bound_ports(other) &&
@@ -244,21 +252,22 @@ void check_overlaps(const wan_list &wans, finding_report &report)
                 report
                     .found(finding::shared_mark,
                            "%s and %s have the same firewall mark 0x%x; each has the other's traffic",
-                           wan_title(*one).text, wan_title(other).text, wan_firewall_mark(one->wanId))
+                           title.text, wan_title(other).text, wan_firewall_mark(one->wanId))
                     .remedy("delete one and add it anew with an identifier below 21, or unbind its ports: "
                             "korvelctl modify %u --ports none",
                             other.wanId);
     }
 }
 
-void check_ipv6_on_ports(const wan_config &record, finding_report &report)
+void check_ipv6_on_ports(const checked_wan &wan)
 {
+    const wan_config &record = wan.record;
     if (record.wanMode == wan_mode_routed && (record.ipProtocol & ip_protocol_v6) != 0 &&
         has_bound_ports(record))
-        report
+        wan.report
             .found(finding::ipv6_on_ports,
-                   "%s has IPv6, but the IPv6 of its ports %s goes by the main routing table",
-                   wan_title(record).text, port_words(record).text)
+                   "%s has IPv6, but the IPv6 of its ports %s goes by the main routing table", wan.title.text,
+                   port_words(record).text)
             .remedy("korvelctl modify %u --ipv4, or --ports none", record.wanId);
 }
 
@@ -294,10 +303,11 @@ void check_configuration(const uci_loaded &network, const wan_list &wans, findin
     check_device_sections(network, report);
     check_identifiers(network, report);
     for (const wan_config &record : wans) {
-        check_interfaces(network, firewall, record, report);
-        check_bridge_port(network, record, report);
-        check_script(record, report);
-        check_ipv6_on_ports(record, report);
+        const checked_wan wan = {network, firewall, record, report};
+        check_interfaces(wan);
+        check_bridge_port(wan);
+        check_script(wan);
+        check_ipv6_on_ports(wan);
     }
     check_bridged(wans, report);
     check_overlaps(wans, report);

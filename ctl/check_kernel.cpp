@@ -97,15 +97,19 @@ struct line {
     }
 };
 
+// What stands behind a word of a rule, up to the listing's end; null when the word is not there.
+const char *behind(std::string_view rule, const char *word)
+{
+    const size_t at = rule.find(word);
+    return at == std::string_view::npos ? nullptr : rule.data() + at + strlen(word);
+}
+
 // The number behind a word of a rule; -1 when there is none.
 int64_t number_behind(std::string_view rule, const char *word)
 {
-    const size_t at = rule.find(word);
-    if (at == std::string_view::npos)
-        return -1;
-    const char *const digits = rule.data() + at + strlen(word); // the listing goes on behind the rule
+    const char *const digits = behind(rule, word);
     char *end = nullptr;
-    const unsigned long number = strtoul(digits, &end, 0);
+    const unsigned long number = digits ? strtoul(digits, &end, 0) : 0;
     return end == digits ? -1 : static_cast<int64_t>(number);
 }
 
@@ -120,6 +124,7 @@ struct checked_wan {
     const kernel_state &kernel;
     const wan_config &record;
     finding_report &report;
+    const wan_title title{record};
 
     // Reports a rule that is not among these.
     void need(const listing &rules, const char *pattern, ...) const __attribute__((format(printf, 3, 4)));
@@ -133,8 +138,7 @@ struct checked_wan {
 
 void checked_wan::report_missing(const char *rule) const
 {
-    report.found(finding::rule_missing, "%s: the rule \"%s\" is not in the kernel", wan_title(record).text,
-                 rule);
+    report.found(finding::rule_missing, "%s: the rule \"%s\" is not in the kernel", title.text, rule);
     if (record.wanMode == wan_mode_bridged)
         report.remedy("%s", apply_rules);
     else
@@ -177,33 +181,25 @@ void need_silent_device(const checked_wan &wan, const char *device)
     wan.need(wan.kernel.output, "-p IPv6 -o %s --ip6-proto udp --ip6-dport 546 -j DROP", device);
 }
 
-// Calls body(port) with each name of a list with blanks.
-template <typename callable> void each_port(char *list, callable body)
-{
-    char *rest = nullptr;
-    for (const char *port = strtok_r(list, " ", &rest); port; port = strtok_r(nullptr, " ", &rest))
-        body(port);
-}
-
 void check_ports(const checked_wan &wan)
 {
     char bound[port_list_size] = {}, unbound[port_list_size] = {};
     const uint32_t mark = wan_firewall_mark(wan.record.wanId);
     wan_build_port_lists(&wan.record, bound, unbound);
-    each_port(bound, [&](const char *port) {
+    for (char *port, *rest = bound; (port = strtok_r(rest, " ", &rest)) != nullptr;) {
         need_mark(wan, port, mark);
         if (wan.record.disableLanDhcp)
             need_silence(wan, port);
-    });
+    }
     if (wan.record.wanMode != wan_mode_bridged)
         return;
     const c_text device(wan.record.device);
     if (wan.record.disableLanDhcp)
         need_silent_device(wan, device);
-    each_port(unbound, [&](const char *port) {
+    for (char *port, *rest = unbound; (port = strtok_r(rest, " ", &rest)) != nullptr;) {
         wan.need(wan.kernel.forward, "-i %s -o %s -j DROP", device.data, port);
         wan.need(wan.kernel.forward, "-i %s -o %s -j DROP", port, device.data);
-    });
+    }
 }
 
 void check_table(const checked_wan &wan)
@@ -216,7 +212,7 @@ void check_table(const checked_wan &wan)
         return;
     wan.report.found(finding::wrong_gateway,
                      "The routing table %u of %s has no default route by its gateway %s", table,
-                     wan_title(wan.record).text, gateway.data);
+                     wan.title.text, gateway.data);
     wan.remedy_by_update();
 }
 
@@ -234,7 +230,7 @@ void check_wan(const checked_wan &wan)
         wan.report
             .found(finding::down_without_prohibit,
                    "%s is down, and nothing keeps its ports' traffic from other WANs (\"%s\")",
-                   wan_title(record).text, prohibit.text)
+                   wan.title.text, prohibit.text)
             .remedy("bring it up, or: ip rule add %s", prohibit.text);
     }
     if (!up || !scripted)
@@ -293,17 +289,13 @@ bool is_gone_device(std::string_view rule, const wan_list &wans)
     if (rule.find("-j DROP") == std::string_view::npos)
         return false;
     for (const char *const word : {"-i ", "-o "}) {
-        const size_t at = rule.find(word);
-        if (at == std::string_view::npos)
+        const char *const device = behind(rule, word);
+        if (!device)
             continue;
-        std::string_view device = rule;
-        device.remove_prefix(at + strlen(word));
-        const size_t end = device.find(' ');
-        if (end != std::string_view::npos)
-            device.remove_suffix(device.size() - end);
-        bool known = device.find(vlan_prefix) != 0;
+        const std::string_view name(device, strcspn(device, " \n"));
+        bool known = name.find(vlan_prefix) != 0;
         for (const wan_config &record : wans)
-            known = known || device == text_view(record.device);
+            known = known || name == text_view(record.device);
         if (!known)
             return true;
     }

@@ -23,16 +23,17 @@ finding_report &finding_report::found(finding number, const char *pattern, ...)
 {
     va_list arguments;
     va_start(arguments, pattern);
-    const formatted_text what(pattern, arguments);
-    va_end(arguments);
     count_++;
     if (output_is_json()) {
         json.open_object();
         json.number("number", static_cast<int64_t>(number));
-        json.text("finding", what.text());
+        json.text("finding", formatted_text(pattern, arguments).text());
     } else {
-        say_in(colour::red, "%2u  %s", static_cast<unsigned>(number), what.text());
+        const coloured_line line(colour::red);
+        (void)printf("%2u  ", static_cast<unsigned>(number));
+        line.put(pattern, arguments);
     }
+    va_end(arguments);
     return *this;
 }
 
@@ -40,12 +41,15 @@ void finding_report::remedy(const char *pattern, ...)
 {
     va_list arguments;
     va_start(arguments, pattern);
-    const formatted_text what(pattern, arguments);
+    if (output_is_json()) {
+        json.text("remedy", formatted_text(pattern, arguments).text());
+        json.close_object();
+    } else {
+        const coloured_line line(colour::plain);
+        line.put("    remedy: ");
+        line.put(pattern, arguments);
+    }
     va_end(arguments);
-    if (!output_is_json())
-        return say("    remedy: %s", what.text());
-    json.text("remedy", what.text());
-    json.close_object();
 }
 
 void finding_report::cannot_tell(const char *what)

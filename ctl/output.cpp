@@ -27,12 +27,7 @@ struct shown_byte {
     }
 };
 
-void put_line(FILE *out, const char *pattern, va_list arguments)
-{
-    put_shown(out, formatted_text(pattern, arguments).text());
-}
-
-bool coloured()
+bool has_colours()
 {
     const char *const term = getenv("TERM");
     return output_is_terminal() && !getenv("NO_COLOR") && !(term && strcmp(term, "dumb") == 0);
@@ -111,24 +106,42 @@ shown_cell::shown_cell(std::string_view value, size_t width)
     text[width] = '\0';
 }
 
+coloured_line::coloured_line(colour how) : coloured_(how != colour::plain && has_colours())
+{
+    if (coloured_)
+        (void)fputs(colour_code(how), stdout);
+}
+
+coloured_line::~coloured_line()
+{
+    (void)fputs(coloured_ ? "\033[0m\n" : "\n", stdout);
+}
+
+void coloured_line::put(const char *pattern, va_list arguments) const
+{
+    put(formatted_text(pattern, arguments).text());
+}
+
+void coloured_line::put_cell(std::string_view text, size_t width) const
+{
+    (void)fputs(shown_cell(text, width).text, stdout);
+    (void)fputc(' ', stdout);
+}
+
 void say(const char *pattern, ...)
 {
     va_list arguments;
     va_start(arguments, pattern);
-    put_line(stdout, pattern, arguments);
+    coloured_line(colour::plain).put(pattern, arguments);
     va_end(arguments);
-    (void)putc('\n', stdout);
 }
 
 void say_in(colour how, const char *pattern, ...)
 {
-    const char *const code = coloured() ? colour_code(how) : "";
-    (void)fputs(code, stdout);
     va_list arguments;
     va_start(arguments, pattern);
-    put_line(stdout, pattern, arguments);
+    coloured_line(how).put(pattern, arguments);
     va_end(arguments);
-    (void)fputs(code[0] != '\0' ? "\033[0m\n" : "\n", stdout);
 }
 
 void warn(const char *pattern, ...)
@@ -136,9 +149,9 @@ void warn(const char *pattern, ...)
     (void)fputs("korvelctl: ", stderr);
     va_list arguments;
     va_start(arguments, pattern);
-    put_line(stderr, pattern, arguments);
+    put_shown(stderr, formatted_text(pattern, arguments).text());
     va_end(arguments);
-    (void)putc('\n', stderr);
+    (void)fputc('\n', stderr);
 }
 
 bool output_is_json()
@@ -180,9 +193,8 @@ exit_status tell_result(const char *what, uint8_t wan_id, const char *name, cons
     if (!as_json) {
         va_list arguments;
         va_start(arguments, pattern);
-        put_line(stdout, pattern, arguments);
+        coloured_line(colour::plain).put(pattern, arguments);
         va_end(arguments);
-        (void)putc('\n', stdout);
         return exit_status::done;
     }
     json_writer json;
@@ -198,43 +210,43 @@ exit_status tell_result(const char *what, uint8_t wan_id, const char *name, cons
 
 void put_json_text(FILE *out, std::string_view text)
 {
-    (void)putc('"', out);
+    (void)fputc('"', out);
     while (!text.empty()) {
         const uint32_t code = take_character(text);
         if (code == '"' || code == '\\')
             (void)fprintf(out, "\\%c", static_cast<int>(code));
         else if (code != '\'' && code < 0x80 && is_printable(static_cast<unsigned char>(code)))
-            (void)putc(static_cast<int>(code), out);
+            (void)fputc(static_cast<int>(code), out);
         else if (code < 0x10000)
             (void)fprintf(out, "\\u%04x", code);
         else
             (void)fprintf(out, "\\u%04x\\u%04x", 0xd800 + ((code - 0x10000) >> 10),
                           0xdc00 + ((code - 0x10000) & 0x3ff));
     }
-    (void)putc('"', out);
+    (void)fputc('"', out);
 }
 
 void json_writer::begin(const char *key)
 {
     if (!first_)
-        (void)putc(',', stdout);
+        (void)fputc(',', stdout);
     first_ = false;
     if (!key)
         return;
     put_json_text(stdout, key);
-    (void)putc(':', stdout);
+    (void)fputc(':', stdout);
 }
 
 void json_writer::open(const char *key, char bracket)
 {
     begin(key);
-    (void)putc(bracket, stdout);
+    (void)fputc(bracket, stdout);
     first_ = true;
 }
 
 void json_writer::close(char bracket)
 {
-    (void)putc(bracket, stdout);
+    (void)fputc(bracket, stdout);
     first_ = false;
 }
 
@@ -242,6 +254,11 @@ void json_writer::text(const char *key, std::string_view value)
 {
     begin(key);
     put_json_text(stdout, value);
+}
+
+void json_writer::text(const char *key, const char *value)
+{
+    text(key, std::string_view(value));
 }
 
 void json_writer::number(const char *key, int64_t value)
@@ -270,7 +287,7 @@ void json_writer::close_answer()
 
 void json_writer::end()
 {
-    (void)putc('\n', stdout);
+    (void)fputc('\n', stdout);
     (void)fflush(stdout);
     first_ = true;
 }

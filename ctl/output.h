@@ -14,7 +14,7 @@
 // A text as vprintf makes it; that memory is out when it is.
 class formatted_text {
 public:
-    formatted_text(const char *pattern, va_list arguments);
+    formatted_text(const char *pattern, va_list arguments) __attribute__((format(printf, 2, 0)));
     const char *text() const { return text_ ? text_.get() : "out of memory"; }
 
 private:
@@ -34,8 +34,25 @@ struct shown_cell {
 
 enum class colour : uint8_t { plain, bold, red, yellow };
 
-// One line on standard output. Arguments are untrusted: the whole line is shown as by put_shown(). The colour
-// is seen on a terminal only, and not when NO_COLOR is set.
+// A line on standard output as long as this lives, which ends it. The colour is seen on a terminal only, and
+// not when NO_COLOR is set.
+class coloured_line {
+public:
+    explicit coloured_line(colour how);
+    ~coloured_line();
+    coloured_line(const coloured_line &) = delete;
+    coloured_line &operator=(const coloured_line &) = delete;
+
+    void put(const char *pattern, va_list arguments) const __attribute__((format(printf, 2, 0)));
+    void put(std::string_view text) const { put_shown(stdout, text); }
+    // As a cell of a table, and a blank.
+    void put_cell(std::string_view text, size_t width) const;
+
+private:
+    bool coloured_;
+};
+
+// One line on standard output. Arguments are untrusted: the whole line is shown as by put_shown().
 void say(const char *pattern, ...) __attribute__((format(printf, 1, 2)));
 void say_in(colour how, const char *pattern, ...) __attribute__((format(printf, 2, 3)));
 // The line "korvelctl: …" on standard error.
@@ -65,6 +82,7 @@ public:
     void open_array(const char *key = nullptr) { open(key, '['); }
     void close_array() { close(']'); }
     void text(const char *key, std::string_view value);
+    void text(const char *key, const char *value);
     void number(const char *key, int64_t value);
     void flag(const char *key, bool value);
     // Ends the line.

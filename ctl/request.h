@@ -24,9 +24,21 @@ inline constexpr auto arg_ranges = [] {
 // A set of arguments, by their rows in the table.
 class arg_set {
 public:
+    constexpr arg_set() = default;
+    constexpr arg_set(std::initializer_list<size_t> rows)
+    {
+        for (const size_t row : rows)
+            add(row);
+    }
     constexpr bool has(size_t row) const { return (bits_ >> row & 1) != 0; }
     constexpr void add(size_t row) { bits_ |= uint64_t{1} << row; }
+    constexpr bool has_any(arg_set other) const { return (bits_ & other.bits_) != 0; }
     constexpr bool empty() const { return bits_ == 0; }
+    constexpr arg_set operator|(arg_set other) const
+    {
+        other.bits_ |= bits_;
+        return other;
+    }
     static constexpr arg_set all()
     {
         arg_set set;

@@ -167,7 +167,7 @@ bool add_file(FILE *stream, const char *path)
     }
     (void)fprintf(stream, "%s %zu\n", path, file.size);
     (void)fwrite(file.data.get(), 1, file.size, stream);
-    (void)putc('\n', stream);
+    (void)fputc('\n', stream);
     return true;
 }
 

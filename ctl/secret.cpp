@@ -22,7 +22,7 @@ public:
         (void)sigemptyset(&ending);
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP})
             (void)sigaddset(&ending, number);
-        (void)sigprocmask(SIG_BLOCK, &ending, &mask_);
+        (void)pthread_sigmask(SIG_BLOCK, &ending, &mask_);
         termios unseen = before_;
         unseen.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &unseen);
@@ -34,7 +34,7 @@ public:
             return;
         (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
         (void)fputs("\n", stderr);
-        (void)sigprocmask(SIG_SETMASK, &mask_, nullptr);
+        (void)pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
     }
     unseen_typing(const unseen_typing &) = delete;
     unseen_typing &operator=(const unseen_typing &) = delete;

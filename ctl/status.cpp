@@ -53,20 +53,18 @@ void print_row(const wan_config &record)
     if (record.vlanMode)
         (void)text_ref(vlan).format("%u", record.vid);
     const bool v4 = wants(record, ip_protocol_v4), v6 = wants(record, ip_protocol_v6);
-    const std::string_view address = !v4 ? "-" : record.status ? text_view(record.ip) : "down";
     const bool up = (v4 && record.status) || (v6 && record.statusV6);
-    const time_words since(record.uptime);
-
-    say_in(is_down(record) ? colour::red : colour::plain, "%s %s %s %s %s %s %s %s", shown_cell(id, 3).text,
-           shown_cell(name_in_table(record), 21).text, shown_cell(mode_word(record), 6).text,
-           shown_cell(text_view(record.device), 11).text, shown_cell(vlan, 4).text,
-           shown_cell(address, 15).text,
-           shown_cell(!v6               ? "-"
-                      : record.statusV6 ? "up"
-                                        : "down",
-                      4)
-               .text,
-           up ? since.text : "-");
+    {
+        const coloured_line line(is_down(record) ? colour::red : colour::plain);
+        line.put_cell(id, 3);
+        line.put_cell(name_in_table(record), 21);
+        line.put_cell(mode_word(record), 6);
+        line.put_cell(text_view(record.device), 11);
+        line.put_cell(vlan, 4);
+        line.put_cell(!v4 ? "-" : record.status ? text_view(record.ip) : "down", 15);
+        line.put_cell(!v6 ? "-" : record.statusV6 ? "up" : "down", 4);
+        line.put(up ? time_words(record.uptime).text : "-");
+    }
     if (v6 && record.statusV6 && !text_empty(record.ipv6Addr))
         say("    %s", c_text(record.ipv6Addr).data);
 }

@@ -123,39 +123,34 @@ void judge_ranges(const wan_config &record, verdict &result)
 // Options that the WAN as it would be has no use for.
 void judge_use(const wan_request &request, const wan_config &record, verdict &result)
 {
-    const auto given = [&](std::initializer_list<size_t> rows) {
-        for (const size_t row : rows)
-            if (request.given.has(row))
-                return true;
-        return false;
-    };
+    constexpr arg_set v4_addresses = {ARG(ip), ARG(mask), ARG(gateway)};
+    constexpr arg_set v6_addresses = {ARG(ipv6Addr), ARG(ipv6Gateway), ARG(ipv6Prefix)};
+    constexpr arg_set of_ppp = {ARG(pppUser), ARG(pppPwd), ARG(pppServName), ARG(pppDialMode)};
+    constexpr arg_set of_routed = v4_addresses | v6_addresses | of_ppp |
+                                  arg_set{ARG(napt),       ARG(autoDns), ARG(autoDnsV6), ARG(ipv6PrefixProxy),
+                                          ARG(ipv6DsLite), ARG(iphostId)};
+    const arg_set given = request.given;
     const bool routed = record.wanMode == wan_mode_routed;
-    if (!routed &&
-        given({ARG(napt), ARG(ip), ARG(mask), ARG(gateway), ARG(ipv6Addr), ARG(ipv6Gateway), ARG(ipv6Prefix),
-               ARG(autoDns), ARG(autoDnsV6), ARG(pppUser), ARG(pppPwd), ARG(pppServName), ARG(pppDialMode),
-               ARG(ipv6PrefixProxy), ARG(ipv6DsLite), ARG(iphostId)}))
+    if (!routed && given.has_any(of_routed))
         result.refuse(
             exit_status::usage,
             "a bridged WAN has no addresses, name servers, NAT or user of its own; leave them out, or make "
             "it routed with --dhcp, --static or --pppoe");
     if (!routed)
         return;
-    if (record.ipMode != ip_mode_pppoe &&
-        given({ARG(pppUser), ARG(pppPwd), ARG(pppServName), ARG(pppDialMode)}))
+    if (record.ipMode != ip_mode_pppoe && given.has_any(of_ppp))
         result.refuse(exit_status::usage,
                       "only PPPoE has a user, a password, a service name and dials; add --pppoe USER");
-    if (record.ipMode != ip_mode_static &&
-        given({ARG(ip), ARG(mask), ARG(gateway), ARG(ipv6Addr), ARG(ipv6Gateway), ARG(ipv6Prefix)}))
+    if (record.ipMode != ip_mode_static && given.has_any(v4_addresses | v6_addresses))
         result.refuse(exit_status::usage, "addresses are given to a static WAN alone; add --static");
-    if (!has_v4(record) && given({ARG(ip), ARG(mask), ARG(gateway), ARG(priDns)}))
+    if (!has_v4(record) && given.has_any(v4_addresses | arg_set{ARG(priDns)}))
         result.refuse(exit_status::usage, "this WAN has no IPv4; add --ipv4 or --dual");
-    if (!has_v4(record) && request.given.has(ARG(napt)) && record.napt)
+    if (!has_v4(record) && given.has(ARG(napt)) && record.napt)
         result.refuse(exit_status::usage, "NAT is for IPv4, which this WAN has not; add --ipv4 or --dual");
-    if (!has_v6(record) &&
-        given({ARG(ipv6Addr), ARG(ipv6Gateway), ARG(ipv6Prefix), ARG(priDnsV6), ARG(ipv6PrefixProxy)}))
+    if (!has_v6(record) && given.has_any(v6_addresses | arg_set{ARG(priDnsV6), ARG(ipv6PrefixProxy)}))
         result.refuse(exit_status::usage, "this WAN has no IPv6; add --ipv6 or --dual");
-    if (record.ipMode == ip_mode_static && ((request.given.has(ARG(autoDns)) && record.autoDns) ||
-                                            (request.given.has(ARG(autoDnsV6)) && record.autoDnsV6)))
+    if (record.ipMode == ip_mode_static &&
+        ((given.has(ARG(autoDns)) && record.autoDns) || (given.has(ARG(autoDnsV6)) && record.autoDnsV6)))
         result.refuse(exit_status::usage,
                       "a static link tells no name servers; name them: --dns ADDRESS,ADDRESS");
 }

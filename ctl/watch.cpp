@@ -91,24 +91,24 @@ void print(const happening &what)
 
 void take_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *content)
 {
-    if (strcmp(type, wan_event) == 0)
-        return print({.kind = "wan",
-                      .action = bus_text(content, "action", "?"),
-                      .wan_id = static_cast<uint8_t>(bus_number(content, "wanId")),
-                      .name = bus_text(content, "wanName"),
-                      .device = bus_text(content, "device"),
-                      .result = bus_text(content, "result")});
-    if (strcmp(type, link_event) == 0) {
-        const char *const interface = bus_text(content, "interface");
-        if (const uint8_t id = wan_of(interface))
-            print({.kind = "link",
-                   .action = bus_text(content, "action", "?"),
-                   .wan_id = id,
-                   .name = interface});
+    happening what = {.kind = "wan", .action = bus_text(content, "action", "?")};
+    if (strcmp(type, wan_event) == 0) {
+        what.wan_id = static_cast<uint8_t>(bus_number(content, "wanId"));
+        what.name = bus_text(content, "wanName");
+        what.device = bus_text(content, "device");
+        what.result = bus_text(content, "result");
+    } else if (strcmp(type, link_event) == 0) {
+        what.kind = "link";
+        what.name = bus_text(content, "interface");
+        what.wan_id = wan_of(what.name);
+        if (what.wan_id == 0)
+            return;
+    } else if (strcmp(bus_text(content, "path"), "korvel") == 0) {
+        what = {.kind = "daemon", .action = strcmp(type, object_added) == 0 ? "started" : "ended"};
+    } else {
         return;
     }
-    if (strcmp(bus_text(content, "path"), "korvel") == 0)
-        print({.kind = "daemon", .action = strcmp(type, object_added) == 0 ? "started" : "ended"});
+    print(what);
 }
 
 // Serves one connection until it breaks or nobody reads any more.

@@ -98,7 +98,10 @@ TEST_F(ctl_status_test, hostile_values_cannot_move_the_terminal)
         .set("\033]0;x\a\033[2J\xc2\x9b"
              "5n\nWAN 9");
     gateway.store_wan(hostile);
-    gateway.uci_set("network." + *gateway.device_section(1) + ".lkname", "1_\033[31m\nDown: WAN 7");
+    std::string network = gateway.config("network");
+    const std::string name = "1_INTERNET_R_VID_100";
+    network.replace(network.find(name), name.size(), "1_\033[31m\nDown: WAN 7");
+    gateway.set_config("network", network);
     start();
 
     for (const program_arguments &words : {program_arguments{"status"},
@@ -111,6 +114,8 @@ TEST_F(ctl_status_test, hostile_values_cannot_move_the_terminal)
         EXPECT_TRUE(is_harmless(result.output)) << result.output;
         EXPECT_TRUE(is_harmless(result.errors)) << result.errors;
     }
+    const std::string table = ctl({"status"}).output;
+    EXPECT_NE(std::string::npos, table.find("\n1   \\x1b[31m\\nDown: WAN 7 pppoe  ")) << table;
     EXPECT_NE(std::string::npos,
               ctl({"show", "1"}).output.find("\\x1b]0;x\\x07\\x1b[2J\\xc2\\x9b5n\\nWAN 9"));
     EXPECT_EQ(ctl_json({"show", "1"}).at("pppUser"), "\033]0;x\a\033[2J\xc2\x9b"
