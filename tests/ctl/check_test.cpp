@@ -190,6 +190,25 @@ TEST_P(ctl_check_plants, is_found)
 INSTANTIATE_TEST_SUITE_P(each, ctl_check_plants, testing::ValuesIn(rows),
                          [](const auto &row) { return std::string(row.param.name); });
 
+TEST_F(ctl_check_test, what_a_link_has_comes_from_the_network_daemon)
+{
+    start_three();
+    gateway.write_file("/gateway/netd/wan_2",
+                       R"(json {"up":true,"ipv4-address":[{"address":"192.0.2.9","mask":24}],)"
+                       R"("route":[{"target":"::","nexthop":"fe80::1"},{"nexthop":7},3],)"
+                       R"("inactive":{"route":[{"target":"0.0.0.0","nexthop":"192.0.2.1"}]}})");
+    const std::string output = ctl({"check"}).output;
+    EXPECT_NE(std::string::npos, output.find("\"from 192.0.2.9 lookup 102\" is not in the kernel")) << output;
+    EXPECT_NE(std::string::npos, output.find("has no default route by its gateway 192.0.2.1\n")) << output;
+
+    // Whose link does not tell is down, and without ports of its own needs no rule.
+    for (const char *const reply : {"absent", "silent", "malformed", R"(json {"up":false})"}) {
+        gateway.write_file("/gateway/netd/wan_2", reply);
+        EXPECT_EQ("Nothing is amiss.\n", ctl({"check"}).output) << reply;
+    }
+    gateway.remove("/gateway/netd/wan_2");
+}
+
 TEST_F(ctl_check_test, programs_that_are_not_there_are_found)
 {
     start_three();
