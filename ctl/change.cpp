@@ -182,7 +182,7 @@ void drop_old_mode(const wan_config &before, const wan_request &request, wan_con
                                 ARG(pppServName), ARG(pppDialMode)};
     for (const size_t row : rows)
         if (!request.given.has(row))
-            arg_rows[row].copy({}, *record);
+            arg_field(row).copy({}, *record);
     if (record->wanMode == wan_mode_routed && record->ipMode == ip_mode_static &&
         !request.given.has(ARG(autoDns)))
         record->autoDns = record->autoDnsV6 = 0; // nobody tells any

@@ -1,10 +1,10 @@
-// The rows of the daemon's tables of fields, with the names in them instead of pointers to them; see
+// The daemon's table of a WAN's fields, with the names in it instead of pointers to them; see
 // ctl/packed_texts.h.
 #pragma once
 
 #include "base/bus_headers.h"
 #include "ctl/output.h"
-#include "wan/wan_fields.h"
+#include "store/reply_fields.h"
 
 #include <array>
 #include <string_view>
@@ -27,18 +27,25 @@ struct field_row {
     void write(json_writer &json, const wan_config &record) const;
 };
 
-// The fields of a table whose rows have a `field` and a `type`, in its order.
-template <typename row_type, size_t count>
-consteval std::array<field_row, count> field_rows(const row_type (&rows)[count])
-{
-    std::array<field_row, count> made = {};
-    for (size_t i = 0; i < count; i++) {
-        const wan_field &field = rows[i].field;
-        made[i] = {{}, field.kind, static_cast<uint8_t>(rows[i].type), field.offset, field.size};
+// Of every field of a WAN its row, in the order in which replies have them.
+inline constexpr auto field_rows = [] {
+    std::array<field_row, std::size(reply_fields)> made = {};
+    for (size_t i = 0; i < made.size(); i++) {
+        const wan_field &field = reply_fields[i].field;
+        made[i] = {{}, field.kind, static_cast<uint8_t>(reply_fields[i].type), field.offset, field.size};
         const std::string_view name(field.name);
         name.copy(made[i].name, sizeof(made[i].name) - 1); // one that is too long
         if (made[i].name != name)                          // does not get past the compiler
             __builtin_unreachable();
     }
     return made;
+}();
+
+// Where in it the row of a field is that has this type on the bus.
+constexpr uint8_t field_position(const wan_field &field, enum blobmsg_type type)
+{
+    for (size_t i = 0; i < field_rows.size(); i++)
+        if (field_rows[i].offset == field.offset && field_rows[i].type == type)
+            return static_cast<uint8_t>(i);
+    __builtin_unreachable(); // replies have no such field
 }

@@ -150,7 +150,7 @@ public:
 private:
     exit_status set(size_t row, uint32_t value)
     {
-        arg_rows[row].set_number(request_.record, value);
+        arg_field(row).set_number(request_.record, value);
         request_.given.add(row);
         return exit_status::done;
     }
@@ -172,7 +172,7 @@ private:
 
 exit_status option_taker::set_text(size_t row, std::string_view value)
 {
-    const field_row &field = arg_rows[row];
+    const field_row &field = arg_field(row);
     if (value.size() >= field.size)
         return fail(exit_status::usage, "--%s takes at most %u characters", name_, field.size - 1U);
     field.set_text(request_.record, value);
@@ -182,7 +182,7 @@ exit_status option_taker::set_text(size_t row, std::string_view value)
 
 exit_status option_taker::set_number(size_t row)
 {
-    const arg_range &range = arg_ranges[row];
+    const arg_row &range = arg_rows[row];
     uint32_t number = 0;
     if (!read_number(value_, range.high, &number) || number < range.low)
         return fail(exit_status::usage, "--%s takes %u to %u, not %s", name_, range.low, range.high, value_);
@@ -373,7 +373,7 @@ void lay_over(const wan_request &request, wan_config *record)
 {
     for (size_t row = 0; row < record_arg_count; row++)
         if (request.given.has(row))
-            arg_rows[row].copy(request.record, *record);
+            arg_field(row).copy(request.record, *record);
 }
 
 wan_config new_wan(const wan_request &request)
@@ -405,7 +405,7 @@ void add_arguments(bus_message &message, const wan_config &record, arg_set which
 {
     blob_buf *const buffer = message.buffer();
     for (size_t row = 0; row < record_arg_count; row++) {
-        const field_row &field = arg_rows[row];
+        const field_row &field = arg_field(row);
         if (!which.has(row))
             continue;
         if (field.is_text())
@@ -423,16 +423,18 @@ void write_arguments(json_writer &json, const wan_config &record, arg_set which,
         if (!which.has(row))
             continue;
         if (row == ARG(pppPwd) && secret == secrets::hidden && !text_empty(record.pppPwd))
-            json.text(arg_rows[row].name, "........");
+            json.text(arg_field(row).name, "........");
         else
-            arg_rows[row].write(json, record);
+            arg_field(row).write(json, record);
     }
 }
 
 bool same_arguments(const wan_config &one, const wan_config &other)
 {
-    for (const field_row &field : arg_rows)
+    for (const arg_row &row : arg_rows) {
+        const field_row &field = field_rows[row.position];
         if (field.is_text() ? field.text(one) != field.text(other) : field.number(one) != field.number(other))
             return false;
+    }
     return true;
 }

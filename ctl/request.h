@@ -9,17 +9,24 @@
 #include "service/policies.h"
 #include "wan/wan_config.h"
 
-inline constexpr std::array arg_rows = field_rows(arg_rules);
-// The numbers that an argument takes.
-struct arg_range {
+// An argument's field, and the numbers that it takes.
+struct arg_row {
+    uint8_t position; // among field_rows
     uint16_t low, high;
 };
-inline constexpr auto arg_ranges = [] {
-    std::array<arg_range, record_arg_count> ranges = {};
-    for (size_t row = 0; row < record_arg_count; row++)
-        ranges[row] = {static_cast<uint16_t>(arg_rules[row].low), static_cast<uint16_t>(arg_rules[row].high)};
-    return ranges;
+inline constexpr auto arg_rows = [] {
+    std::array<arg_row, record_arg_count> made = {};
+    for (size_t row = 0; row < record_arg_count; row++) {
+        const arg_rule &rule = arg_rules[row];
+        made[row] = {field_position(rule.field, rule.type), static_cast<uint16_t>(rule.low),
+                     static_cast<uint16_t>(rule.high)};
+    }
+    return made;
 }();
+inline const field_row &arg_field(size_t row)
+{
+    return field_rows[arg_rows[row].position];
+}
 
 // A set of arguments, by their rows in the table.
 class arg_set {

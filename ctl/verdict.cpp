@@ -108,10 +108,10 @@ bool is_link_local(const in6_addr &address)
 void judge_ranges(const wan_config &record, verdict &result)
 {
     for (size_t row = 0; row < record_arg_count; row++) {
-        const arg_range &range = arg_ranges[row];
-        const uint32_t number = arg_rows[row].number(record);
-        if (arg_rows[row].type == BLOBMSG_TYPE_INT32 && (number < range.low || number > range.high))
-            result.refuse(exit_status::usage, "%s is %u and has to be %u to %u", arg_rows[row].name, number,
+        const arg_row &range = arg_rows[row];
+        const uint32_t number = arg_field(row).number(record);
+        if (arg_field(row).type == BLOBMSG_TYPE_INT32 && (number < range.low || number > range.high))
+            result.refuse(exit_status::usage, "%s is %u and has to be %u to %u", arg_field(row).name, number,
                           range.low, range.high);
     }
     if (memchr(record.bind, '\0', sizeof(record.bind)) == nullptr)

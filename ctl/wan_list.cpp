@@ -1,16 +1,13 @@
 #include "ctl/wan_list.h"
 
 #include "ctl/field_row.h"
-#include "store/reply_fields.h"
 
 namespace {
-
-constexpr auto rows = field_rows(reply_fields);
 
 wan_config read_wan(blob_attr *table)
 {
     wan_config record = {};
-    for (const field_row &row : rows) {
+    for (const field_row &row : field_rows) {
         blob_attr *const value = bus_member(table, row.name, static_cast<enum blobmsg_type>(row.type));
         if (value && row.is_text())
             row.set_text(record, blobmsg_get_string(value));
@@ -66,7 +63,7 @@ const wan_config *wan_list::find(uint8_t id) const
 void write_wan(json_writer &json, const wan_config &record, secrets which)
 {
     constexpr size_t password = offsetof(wan_config, pppPwd);
-    for (const field_row &row : rows)
+    for (const field_row &row : field_rows)
         if (which == secrets::shown || row.offset != password)
             row.write(json, record);
 }
