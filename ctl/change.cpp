@@ -59,12 +59,13 @@ exit_status fail_refused(bus_connection &bus, const outcome &result, const wan_c
     }
 }
 
-// Has the daemon tell its WANs, behind the call whose answer did not come: it does one thing at a time.
-exit_status look_up(bus_connection &bus, wan_list &wans)
+// Has the daemon tell its WANs as they are now. Where the call's answer did not come this says what became of
+// it, as the daemon does one thing at a time; else it only serves to tell more.
+exit_status look_up(bus_connection &bus, const outcome &result, wan_list &wans)
 {
-    warn("no answer within %d s; looking what became of it", call_timeout() / 1000);
-    const int status = wans.ask(bus);
-    if (status == UBUS_STATUS_OK)
+    if (result.timed_out())
+        warn("no answer within %d s; looking what became of it", call_timeout() / 1000);
+    if (wans.ask(bus) == UBUS_STATUS_OK || !result.timed_out())
         return exit_status::done;
     return fail(exit_status::no_answer, "no answer came, and the daemon does not answer now; look with "
                                         "`korvelctl status` before you repeat it");
@@ -85,13 +86,8 @@ exit_status tell_created(bus_connection &bus, const outcome &result, const wan_l
                          const wan_config &record)
 {
     wan_list after;
-    if (result.timed_out()) {
-        const exit_status looked = look_up(bus, after);
-        if (looked != exit_status::done)
-            return looked;
-    } else {
-        (void)after.ask(bus);
-    }
+    if (const exit_status looked = look_up(bus, result, after); looked != exit_status::done)
+        return looked;
     const wan_config *const made = find_new(before, after, record);
     if (!made && result.timed_out())
         return fail(exit_status::refused,
@@ -219,13 +215,8 @@ exit_status tell_changed(bus_connection &bus, const outcome &result, const wan_c
                          const wan_config &wanted)
 {
     wan_list wans;
-    if (result.timed_out()) {
-        const exit_status looked = look_up(bus, wans);
-        if (looked != exit_status::done)
-            return looked;
-    } else {
-        (void)wans.ask(bus);
-    }
+    if (const exit_status looked = look_up(bus, result, wans); looked != exit_status::done)
+        return looked;
     wan_config after = {};
     const bool readable = read_stored(wanted.wanId, &after);
     if (!readable || (same_arguments(before, after) && !same_arguments(before, wanted)))
@@ -237,9 +228,16 @@ exit_status tell_changed(bus_connection &bus, const outcome &result, const wan_c
                        wan_title(named).text, result.lateness());
 }
 
-exit_status send_modification(bus_connection &bus, const call &made, const wan_config &before)
+// Judges a call, then sends it, unless it is to be printed only, and tells what came of it. `before` is what
+// a modification starts from, null for a new WAN.
+exit_status make(bus_connection &bus, const call &made, const wan_list &wans, const wan_config *before)
 {
-    if (!made.request.waits)
+    verdict judged = judge(made.request, made.record, wans);
+    if (made.request.dry_run)
+        return print_dry(made, judged);
+    if (judged)
+        return fail(judged.status, "%s", judged.text);
+    if (before && !made.request.waits)
         warn_of_waiting(bus, made.request.wan_id);
     bus_message message;
     add_call(message, made);
@@ -248,8 +246,10 @@ exit_status send_modification(bus_connection &bus, const call &made, const wan_c
         return fail_call(result.bus_status, "korvel", made.method);
     if (!result.timed_out() && result.status != reply_ok)
         return fail_refused(bus, result, made.record, made.request.wan_id);
+    if (!before)
+        return tell_created(bus, result, wans, made.record);
     return made.request.waits ? tell_queued(result, made.record, made.request.wait)
-                              : tell_changed(bus, result, before, made.record);
+                              : tell_changed(bus, result, *before, made.record);
 }
 
 // What a modification starts from. The daemon lays a waiting one over what is stored by itself; an immediate
@@ -278,7 +278,7 @@ exit_status delete_one(bus_connection &bus, const wan_list &wans, uint8_t wan_id
     const outcome result = ask(bus, "del", message.head());
     wan_list after;
     if (result.timed_out()) {
-        const exit_status looked = look_up(bus, after);
+        const exit_status looked = look_up(bus, result, after);
         if (looked != exit_status::done)
             return looked;
         if (after.find(wan_id))
@@ -299,7 +299,7 @@ exit_status delete_all(bus_connection &bus, const wan_list &wans)
     if (!result.timed_out() && result.bus_status != UBUS_STATUS_OK)
         return fail_call(result.bus_status, "korvel", "delAll");
     wan_list after; // the method itself tells nothing
-    const exit_status looked = result.timed_out() ? look_up(bus, after) : after.read(bus);
+    const exit_status looked = result.timed_out() ? look_up(bus, result, after) : after.read(bus);
     if (looked != exit_status::done)
         return looked;
     if (after.size() > 0)
@@ -322,20 +322,7 @@ exit_status run_add(std::span<char *const> words)
     if (const exit_status result = wans.read(bus); result != exit_status::done)
         return result;
     const wan_config record = new_wan(request);
-    verdict judged = judge(request, record, wans);
-    const call made = {"add", request, record, arg_set::all()};
-    if (request.dry_run)
-        return print_dry(made, judged);
-    if (judged)
-        return fail(judged.status, "%s", judged.text);
-    bus_message message;
-    add_call(message, made);
-    const outcome result = ask(bus, made.method, message.head());
-    if (!result.timed_out() && !result.reply)
-        return fail_call(result.bus_status, "korvel", made.method);
-    if (!result.timed_out() && result.status != reply_ok)
-        return fail_refused(bus, result, record, 0);
-    return tell_created(bus, result, wans, record);
+    return make(bus, {"add", request, record, arg_set::all()}, wans, nullptr);
 }
 
 exit_status run_modify(std::span<char *const> words)
@@ -356,13 +343,8 @@ exit_status run_modify(std::span<char *const> words)
     wan_config record = before;
     lay_over(request, &record);
     drop_old_mode(before, request, &record);
-    verdict judged = judge(request, record, wans);
-    const call made = {"modify", request, record, request.waits ? request.given : arg_set::all()};
-    if (request.dry_run)
-        return print_dry(made, judged);
-    if (judged)
-        return fail(judged.status, "%s", judged.text);
-    return send_modification(bus, made, before);
+    return make(bus, {"modify", request, record, request.waits ? request.given : arg_set::all()}, wans,
+                &before);
 }
 
 exit_status run_del(std::span<char *const> words)
