@@ -8,62 +8,37 @@
 #include "rules/bridge_rule.h"
 #include "rules/route_rule.h"
 #include "store/id_list.h"
+#include "store/section_index.h"
 #include "wan/stored_options.h"
 #include "wan/wan_names.h"
 
 #include <cerrno>
 #include <cstdlib>
+#include <dirent.h>
 
 namespace {
 
-// The WANs that have a device section, by identifier.
-struct known_wans {
-    bool has_device[UINT8_MAX + 1] = {};
-
-    explicit known_wans(const uci_loaded &network)
-    {
-        uci_element *element = nullptr;
-        uci_foreach_element(network.sections(), element)
-        {
-            uci_section *const section = uci_to_section(element);
-            const char *const link_name = network.plain(section, STORED(wanName).name);
-            if (strcmp(section->type, "device") == 0 && link_name &&
-                network.plain(section, STORED(device).name))
-                has_device[static_cast<uint8_t>(text_number(link_name))] = true;
-        }
-    }
-};
-
-// Whether an interface's name is one that a WAN gives, and which WAN's.
-bool is_wan_interface(const char *name, uint8_t &id_out)
-{
-    const char *const digits = strpbrk(name, "0123456789");
-    id_out = digits ? static_cast<uint8_t>(text_number(digits)) : uint8_t{0};
-    const wan_names names(id_out);
-    return id_out != 0 && (strcmp(name, names.interface) == 0 || strcmp(name, names.interface_v6) == 0 ||
-                           strcmp(name, names.dslite) == 0);
-}
-
-void find_sections(const uci_loaded &network, const known_wans &wans, orphan_list &found)
+void find_sections(const uci_loaded &network, const wan_section_index &wans, orphan_list &found)
 {
     uci_element *element = nullptr;
     uci_foreach_element(network.sections(), element)
     {
         uci_section *const section = uci_to_section(element);
         uint8_t id = 0;
+        uci_section *interface = nullptr;
         if (strcmp(section->type, "device") == 0) {
             const bool is_wans =
                 network.option(section, STORED(vid).name) || network.option(section, STORED(wanName).name);
             if (is_wans && !network.option(section, STORED(device).name))
                 found.add(orphan_kind::device, 0, element->name, "");
-        } else if (strcmp(section->type, "interface") == 0 && is_wan_interface(element->name, id) &&
-                   !wans.has_device[id]) {
+        } else if (strcmp(section->type, "interface") == 0 &&
+                   wans.find_interface(element->name, id, interface) && !wans.of(id).device) {
             found.add(orphan_kind::interface, id, element->name, "");
         }
     }
 }
 
-void find_zone_entries(const uci_loaded &network, orphan_list &found)
+void find_zone_entries(const wan_section_index &wans, orphan_list &found)
 {
     const uci_loaded firewall("firewall");
     if (!firewall)
@@ -79,7 +54,8 @@ void find_zone_entries(const uci_loaded &network, orphan_list &found)
         uci_foreach_element(entries, entry)
         {
             uint8_t id = 0;
-            if (is_wan_interface(entry->name, id) && !network.section(entry->name))
+            uci_section *interface = nullptr;
+            if (wans.find_interface(entry->name, id, interface) && !interface)
                 found.add(orphan_kind::zone_entry, id, element->name, entry->name);
         }
     }
@@ -87,7 +63,7 @@ void find_zone_entries(const uci_loaded &network, orphan_list &found)
 
 // Values that merely contain a name may be somebody else's, and the proxy's uplink may stay with the IPv6
 // interface of a WAN that was deleted.
-void find_references(const known_wans &wans, orphan_list &found)
+void find_references(const wan_section_index &wans, orphan_list &found)
 {
     const std::span<const wan_reference> all = wan_references();
     for (size_t row = 0; row < all.size(); row++) {
@@ -95,27 +71,53 @@ void find_references(const known_wans &wans, orphan_list &found)
         if (all[row].substring || wan_read_reference(all[row], value) != 0)
             continue;
         uint8_t id = 0;
-        if (is_wan_interface(value, id) && !wans.has_device[id] &&
+        uci_section *interface = nullptr;
+        if (wans.find_interface(value, id, interface) && !wans.of(id).device &&
             strcmp(value, wan_names(id).interface) == 0)
             found.add(orphan_kind::reference, static_cast<uint8_t>(row), all[row].config, value);
     }
 }
 
-void find_scripts(const known_wans &wans, orphan_list &found)
+using script_owners = bool[UINT8_MAX + 1];
+
+// Finds out which WANs have a script of one kind, whose names come from path_of. Asking for each script that
+// there may be takes longer than the rest of a start.
+void find_owners(script_path (*path_of)(uint8_t), script_owners &found_out)
 {
+    script_path place = path_of(0);
+    *strrchr(place.text, '/') = '\0';
+    DIR *const directory = opendir(place.text);
+    if (directory)
+        errno = 0;
+    while (const dirent *const entry = directory ? readdir(directory) : nullptr) {
+        const char *const mark = strstr(entry->d_name, wan_interface_mark);
+        const uint8_t id =
+            mark ? static_cast<uint8_t>(text_number(mark + strlen(wan_interface_mark))) : uint8_t{0};
+        if (id != 0 && strcmp(strrchr(path_of(id).text, '/') + 1, entry->d_name) == 0)
+            found_out[id] = true;
+        errno = 0;
+    }
+    if (errno != 0 && errno != ENOENT && errno != ENOTDIR)
+        operation_fail(place.text, strerror(errno));
+    if (directory)
+        (void)closedir(directory);
+}
+
+void find_scripts(const wan_section_index &wans, orphan_kind kind, script_path (*path_of)(uint8_t),
+                  orphan_list &found)
+{
+    script_owners owners = {};
+    find_owners(path_of, owners);
     for (uint32_t number = 1; number <= UINT8_MAX; number++) {
         const uint8_t id = static_cast<uint8_t>(number);
-        if (wans.has_device[id])
+        if (!owners[id] || wans.of(id).device)
             continue;
-        const script_path bridge = bridge_rule_path(id), route = route_rule_path(id);
-        if (file_exists(bridge.text))
-            found.add(orphan_kind::bridge_script, id, "", bridge.text);
-        if (file_exists(route.text))
-            found.add(orphan_kind::route_script, id, "", route.text);
+        if (const script_path path = path_of(id); file_exists(path.text))
+            found.add(kind, id, "", path.text);
     }
 }
 
-void find_identifiers(const uci_loaded &network, const known_wans &wans, orphan_list &found)
+void find_identifiers(const uci_loaded &network, const wan_section_index &wans, orphan_list &found)
 {
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
@@ -127,7 +129,7 @@ void find_identifiers(const uci_loaded &network, const known_wans &wans, orphan_
         const uint8_t id = static_cast<uint8_t>(text_number(entry->name));
         if (++times[id] == 2)
             found.add(orphan_kind::listed_twice, id, "", entry->name);
-        else if (times[id] == 1 && !wans.has_device[id])
+        else if (times[id] == 1 && !wans.of(id).device)
             found.add(orphan_kind::listed, id, "", entry->name);
     }
 }
@@ -208,11 +210,12 @@ void wan_find_orphans(orphan_list &found)
     const uci_loaded network("network");
     if (!network)
         return;
-    const known_wans wans(network);
+    const wan_section_index wans(network);
     find_sections(network, wans, found);
-    find_zone_entries(network, found);
+    find_zone_entries(wans, found);
     find_references(wans, found);
-    find_scripts(wans, found);
+    find_scripts(wans, orphan_kind::bridge_script, bridge_rule_path, found);
+    find_scripts(wans, orphan_kind::route_script, route_rule_path, found);
     find_identifiers(network, wans, found);
 }
 

@@ -11,6 +11,7 @@
 #include "service/settings.h"
 #include "store/id_list.h"
 #include "store/read_config.h"
+#include "store/section_index.h"
 #include "wan/wan_names.h"
 
 namespace {
@@ -42,9 +43,8 @@ void regenerate_bridge_rule(const wan_rule_ctx &wan, unsigned bound_ports, bool 
         wan_write_bridge_rule(&wan);
 }
 
-void regenerate_wan(const uci_loaded &network, uint8_t wan_id, bool &isolated)
+void regenerate_wan(const uci_loaded &network, uci_section *device, uint8_t wan_id, bool &isolated)
 {
-    uci_section *const device = wan_device_section(network, wan_id);
     if (!device) {
         log_error("Failed to get wan device and pon name\n");
         return;
@@ -79,11 +79,13 @@ void wan_regen_missing_rules()
     uci_list *const entries = wan_listed_ids(network);
     if (!entries)
         return;
+    const wan_section_index wans(network);
     bool isolated = false; // whether the isolation was written
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
-        regenerate_wan(network, static_cast<uint8_t>(text_number(entry->name)), isolated);
+        const uint8_t wan_id = static_cast<uint8_t>(text_number(entry->name));
+        regenerate_wan(network, wans.of(wan_id).device, wan_id, isolated);
     }
     wan_write_mvlan_rule();
 }

@@ -4,6 +4,7 @@
 #include "service/settings.h"
 #include "status/ifstatus.h"
 #include "store/mac.h"
+#include "store/section_index.h"
 #include "wan/dns_servers.h"
 #include "wan/wan_names.h"
 
@@ -90,11 +91,8 @@ namespace {
 struct configured_wan {
     const uci_loaded &network;
     wan_config *record;
-    uci_section *device;       // the device section
-    uci_section *interface;    // wan_<id>; null when there is none
-    uci_section *interface_v6; // wan_<id>_v6; null when there is none
-    uci_section *dslite;       // dslite_<id>; null when there is none
-    int error;                 // the results of the reads that count, by bitwise OR
+    const wan_sections &sections;
+    int error; // the results of the reads that count, by bitwise OR
 };
 
 uci_section *section_of(const configured_wan &state, option_place place)
@@ -102,13 +100,13 @@ uci_section *section_of(const configured_wan &state, option_place place)
     switch (place) {
     case option_place::device:
     case option_place::vlan:
-        return state.device;
+        return state.sections.device;
     case option_place::interface_v6:
-        return state.record->ipMode == ip_mode_dhcp ? state.interface_v6 : state.interface;
+        return state.record->ipMode == ip_mode_dhcp ? state.sections.interface_v6 : state.sections.interface;
     case option_place::dslite:
-        return state.dslite;
+        return state.sections.dslite;
     default:
-        return state.interface;
+        return state.sections.interface;
     }
 }
 
@@ -131,7 +129,8 @@ void read_options(configured_wan &state, option_place place)
 void read_priority(configured_wan &state)
 {
     char mapping[6] = {};
-    if (state.network.get(state.device, STORED(prio).name, mapping) == 0 && strncmp(mapping, "0:", 2) == 0)
+    if (state.network.get(state.sections.device, STORED(prio).name, mapping) == 0 &&
+        strncmp(mapping, "0:", 2) == 0)
         state.record->prio = static_cast<uint8_t>(mapping[2] - '0');
 }
 
@@ -139,9 +138,10 @@ void read_device_section(configured_wan &state)
 {
     wan_config *const record = state.record;
     read_options(state, option_place::device);
-    state.error |= state.network.get(state.device, STORED(wanName).name, text_ref(record->wanName, 34));
-    text_ref(record->device).set(state.network.plain(state.device, STORED(device).name));
-    (void)wan_read_port_binding(state.network, state.device, record->bind);
+    state.error |=
+        state.network.get(state.sections.device, STORED(wanName).name, text_ref(record->wanName, 34));
+    text_ref(record->device).set(state.network.plain(state.sections.device, STORED(device).name));
+    (void)wan_read_port_binding(state.network, state.sections.device, record->bind);
     if (read_option(state, STORED(vid)) == 0) {
         record->vlanMode = 1;
         (void)read_option(state, STORED(mvid));
@@ -172,13 +172,13 @@ void read_address_mode(configured_wan &state)
 {
     constexpr const char *option = STORED(ipMode).name;
     char protocol[8] = {};
-    if (state.network.get(state.interface, option, protocol) != 0)
-        state.error |= state.network.get(state.interface_v6, option, protocol);
+    if (state.network.get(state.sections.interface, option, protocol) != 0)
+        state.error |= state.network.get(state.sections.interface_v6, option, protocol);
 
     const std::string_view name = text_view(protocol);
     if (name == "static") {
         state.record->ipMode = ip_mode_static;
-        wan_read_dns(state.network, state.interface, state.record);
+        wan_read_dns(state.network, state.sections.interface, state.record);
     } else if (name == "pppoe") {
         read_pppoe(state);
     }
@@ -212,11 +212,6 @@ void read_ipv6(configured_wan &state)
 
 void read_interfaces(configured_wan &state)
 {
-    const wan_names names(state.record->wanId);
-    state.interface = state.network.section(names.interface);
-    state.interface_v6 = state.network.section(names.interface_v6);
-    state.dslite = state.network.section(names.dslite);
-
     read_address_mode(state);
     if (state.record->ipProtocol & ip_protocol_v4)
         read_ipv4(state);
@@ -228,18 +223,28 @@ void read_interfaces(configured_wan &state)
 
 void wan_read_configured(const uci_loaded &network, wan_reading *reading)
 {
+    const uint8_t id = reading->record->wanId;
+    const wan_names names(id);
+    wan_sections sections = {};
+    if (network)
+        sections = {wan_device_section(network, id), network.section(names.interface),
+                    network.section(names.interface_v6), network.section(names.dslite)};
+    wan_read_configured(network, sections, reading);
+}
+
+void wan_read_configured(const uci_loaded &network, const wan_sections &sections, wan_reading *reading)
+{
     wan_config *const record = reading->record;
     if (record->wanId == 0 || record->wanId > maxWanId) {
         reading->failure = "Failed to get wan data";
         return;
     }
-    uci_section *const device = network ? wan_device_section(network, record->wanId) : nullptr;
-    if (!device) {
+    if (!sections.device) {
         reading->failure = "Failed to get wan device and pon name";
         return;
     }
 
-    configured_wan state = {network, record, device, nullptr, nullptr, nullptr, 0};
+    configured_wan state = {network, record, sections, 0};
     read_device_section(state);
     if (record->wanMode == wan_mode_routed)
         read_interfaces(state);

@@ -6,6 +6,7 @@
 #include "wan/wan_reading.h"
 
 class ifstatus_reader;
+struct wan_sections;
 
 // Section names are copied whole up to this size; the library makes them of 9 or 10 characters, people of any
 // length.
@@ -36,8 +37,9 @@ void wan_read_dns(const uci_loaded &network, uci_section *interface, wan_config 
 
 // First half: fills the record from the configuration, and the rest of the reading; logs no failure. The
 // reading has failed when the identifier is 0 or above maxWanId or the WAN has no device section. Takes no
-// lock.
+// lock. Who reads many WANs passes their sections from an index (store/section_index.h).
 void wan_read_configured(const uci_loaded &network, wan_reading *reading);
+void wan_read_configured(const uci_loaded &network, const wan_sections &sections, wan_reading *reading);
 
 // Second half, for each reading in the order in which `states` has them: fills in what the network daemon
 // says, and waits for that. Returns 0, also when single options could not be read (that is logged), or -1

@@ -1,5 +1,6 @@
 #include "wan/wan_names.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace {
@@ -16,15 +17,29 @@ constexpr wan_service wan_services[] = {
 };
 constexpr wan_service unknown_service = {"OTHER", false, false, false};
 
+// As format() would put them together; but these names are made for every section of a configuration.
+void join(text_ref name, std::string_view beginning, std::string_view number, std::string_view ending)
+{
+    size_t length = 0;
+    for (const std::string_view piece : {beginning, number, ending}) {
+        const size_t count = std::min(piece.size(), name.size - 1 - length);
+        memcpy(name.data + length, piece.data(), count);
+        length += count;
+    }
+    name.data[length] = '\0';
+}
+
 } // namespace
 
 wan_names::wan_names(uint32_t wan_id)
 {
-    text_ref(id).format("%u", wan_id);
-    text_ref(interface).format("wan_%u", wan_id);
-    text_ref(interface_v6).format("wan_%u_v6", wan_id);
-    text_ref(dialled_v6).format("wan_%u_6", wan_id);
-    text_ref(dslite).format("dslite_%u", wan_id);
+    char digits[11];
+    text_ref(digits).format("%u", wan_id);
+    join(id, "", digits, "");
+    join(interface, "wan_", digits, "");
+    join(interface_v6, "wan_", digits, "_v6");
+    join(dialled_v6, "wan_", digits, "_6");
+    join(dslite, "dslite_", digits, "");
 }
 
 wan_names::prefix wan_names::device_prefix(uint32_t wan_id)

@@ -4,6 +4,10 @@
 #include "remove/delete_all.h"
 #include "support/code_test.h"
 
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
 namespace {
 
 class orphans_test : public code_test {
@@ -72,6 +76,31 @@ TEST_F(orphans_test, a_whole_gateway_has_none)
     EXPECT_EQ(0U, wan_remove_orphans());
 
     EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_WARNING));
+}
+
+TEST_F(orphans_test, a_file_whose_name_only_resembles_a_scripts_is_none)
+{
+    for (const char *const name :
+         {"rule_wan_011.sh", "rule_wan_11.sh.bak", "rule_wan_300.sh", "rule_wan_isolate.sh"})
+        gateway.write_file(std::string("/etc/korvel/") + name, "#!/bin/sh\n", 0755);
+    for (const char *const name : {"99-wan_012", "99-wan_0", "98-wan_12", "99-wan_12x", "99-wan_268"})
+        gateway.write_file(std::string("/etc/hotplug.d/iface/") + name, "#!/bin/sh\n", 0755);
+
+    wan_log_orphans();
+    EXPECT_EQ(0U, wan_remove_orphans());
+
+    EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_WARNING));
+}
+
+TEST_F(orphans_test, where_no_directory_can_be_there_are_no_scripts)
+{
+    fs::remove_all("/etc/korvel");
+    gateway.write_file("/etc/korvel", "a file\n", 0644);
+
+    wan_log_orphans();
+
+    EXPECT_EQ(text_lines{}, gateway.log_texts(LOG_ERR));
+    fs::remove("/etc/korvel");
 }
 
 TEST_F(orphans_test, the_deletion_of_all_leaves_nothing_of_them)
