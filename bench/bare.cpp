@@ -2,7 +2,7 @@
 // they are, replaces files safely, runs commands and reads what they print, in the order of a plan. It judges
 // nothing, changes nothing and answers nothing.
 //
-//   bench-bare [CONFIGURATION]   loads it, if named, before the object is registered
+//   bench-bare [PLAN]            carries it out, if named, before the object is registered
 //
 // Lines of a plan:
 //   load CONFIGURATION           loads it
@@ -175,6 +175,12 @@ void carry_out(const step &next)
     }
 }
 
+void carry_out_plan()
+{
+    for (size_t i = 0; i < plan_size; i++)
+        carry_out(plan[i]);
+}
+
 blob_buf nothing = {};
 
 int answer(ubus_context *bus, ubus_request_data *request)
@@ -203,8 +209,7 @@ int handle_plan(ubus_context *bus, ubus_object *, ubus_request_data *request, co
 
 int handle_go(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    for (size_t i = 0; i < plan_size; i++)
-        carry_out(plan[i]);
+    carry_out_plan();
     return answer(bus, request);
 }
 
@@ -219,8 +224,10 @@ ubus_object_type type = UBUS_OBJECT_TYPE("bare", methods);
 
 int main(int argc, char **argv)
 {
-    if (argc > 1)
-        const loaded package(argv[1]);
+    if (argc > 1) {
+        read_plan(argv[1]);
+        carry_out_plan();
+    }
     uloop_handle_sigchld = false;
     uloop_init();
     ubus_context *const bus = ubus_connect(nullptr);
