@@ -42,10 +42,10 @@ bool read_block(int file, std::span<char> block, size_t *length_out)
     *length_out = 0;
     ssize_t count = 0;
     do {
-        *length_out += static_cast<size_t>(count);
         count = read(file, block.data() + *length_out, block.size() - *length_out);
-    } while (count > 0);
-    return count == 0;
+        *length_out += static_cast<size_t>(count > 0 ? count : 0);
+    } while (count > 0 && *length_out < block.size());
+    return count >= 0;
 }
 
 // Otherwise there are files that lstat() fails on and readdir() stops at.
