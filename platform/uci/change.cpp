@@ -133,10 +133,10 @@ bool parse_index(const char *text, long *index)
 
 int set_option(uci_section *s, const char *name, const char *value)
 {
-    const uci_option *const o = find_option(s, name);
+    uci_option *const o = find_option(s, name);
     if (o && o->type == UCI_TYPE_STRING && strcmp(o->v.string, value) == 0)
         return UCI_OK;
-    if (!set_string(s, name, value))
+    if (!set_string(s, o, name, value))
         return UCI_ERR_MEM;
     return record(s, UCI_CMD_CHANGE, name, value);
 }

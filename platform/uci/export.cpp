@@ -4,9 +4,12 @@
 namespace uci {
 namespace {
 
+// `keyword` comes with what stands around it.
 void write_line(FILE *stream, const char *keyword, const char *name, const char *value)
 {
-    fprintf(stream, "\t%s %s ", keyword, name);
+    fputs(keyword, stream);
+    fputs(name, stream);
+    putc(' ', stream);
     write_quoted(stream, value);
     putc('\n', stream);
 }
@@ -14,11 +17,11 @@ void write_line(FILE *stream, const char *keyword, const char *name, const char 
 void write_option(FILE *stream, const uci_option *o)
 {
     if (o->type == UCI_TYPE_STRING) {
-        write_line(stream, "option", o->e.name, o->v.string);
+        write_line(stream, "\toption ", o->e.name, o->v.string);
         return;
     }
     uci_element *item;
-    uci_foreach_element(&o->v.list, item) write_line(stream, "list", o->e.name, item->name);
+    uci_foreach_element(&o->v.list, item) write_line(stream, "\tlist ", o->e.name, item->name);
 }
 
 void write_section(FILE *stream, const uci_section *s, bool with_generated_name)

@@ -277,14 +277,12 @@ bool rename_section(uci_section *s, const char *name)
     return true;
 }
 
-bool set_string(uci_section *s, const char *name, const char *value)
+bool set_string(uci_section *s, uci_option *existing, const char *name, const char *value)
 {
     text copy = copy_text(value);
     if (!copy)
         return false;
-    uci_option *o = find_option(s, name);
-    if (!o)
-        o = append_option(s, name);
+    uci_option *const o = existing ? existing : append_option(s, name);
     if (!o)
         return false;
     free_option_value(o);

@@ -96,8 +96,8 @@ bool rename_section(uci_section *s, const char *name);
 
 // ---- options ----
 
-// Makes an option a plain one with this value, in place if it exists.
-bool set_string(uci_section *s, const char *name, const char *value);
+// Makes an option a plain one with this value, in place if it exists; `existing` is what find_option() finds.
+bool set_string(uci_section *s, uci_option *existing, const char *name, const char *value);
 // Appends to a list; a plain option becomes the list's first value, in place.
 bool append_value(uci_section *s, const char *name, const char *value);
 bool rename_option(uci_option *o, const char *name);

@@ -179,19 +179,43 @@ void word_reader::decode_escape(char *&out)
         *out++ = c;
 }
 
-const char *word_reader::decode_quoted(char quote, char *&out)
+// Between single quotes every byte counts as itself.
+bool word_reader::decode_literal(char *&out)
+{
+    char *const start = data_ + pos_;
+    const void *const found = memchr(start, '\'', size_ - pos_);
+    const size_t length =
+        found ? static_cast<size_t>(static_cast<const char *>(found) - start) : size_ - pos_;
+    const char *const end = start + length;
+    for (const char *at = start;
+         (at = static_cast<const char *>(memchr(at, '\n', static_cast<size_t>(end - at)))); at++)
+        newlines_++;
+    memmove(out, start, length);
+    out += length;
+    pos_ += length + (found ? 1 : 0);
+    return found;
+}
+
+bool word_reader::decode_double_quoted(char *&out)
 {
     while (pos_ < size_) {
         char c = take();
-        if (c == quote)
-            return nullptr;
-        if (c == '\\' && quote == '"' && pos_ < size_) {
+        if (c == '"')
+            return true;
+        if (c == '\\' && pos_ < size_) {
             c = take();
             if (c == '\n')
                 continue;
         }
         *out++ = c;
     }
+    return false;
+}
+
+const char *word_reader::decode_quoted(char quote, char *&out)
+{
+    if (quote == '"' ? decode_double_quoted(out) : decode_literal(out))
+        return nullptr;
     end_ = word_end::data;
     return quote == '"' ? "EOF with unterminated \"" : "EOF with unterminated '";
 }

@@ -64,6 +64,8 @@ private:
 
     const char *decode(char *&out);
     const char *decode_quoted(char quote, char *&out);
+    bool decode_literal(char *&out);       // false: it has no end
+    bool decode_double_quoted(char *&out); // false: it has no end
     void decode_escape(char *&out);
     char take();
 
