@@ -1,6 +1,6 @@
 // What cannot be avoided, and nothing else: an object on the bus that loads configurations, exports them as
 // they are, replaces files safely, runs commands and reads what they print, in the order of a plan. It judges
-// nothing, changes nothing and answers nothing.
+// nothing, changes nothing and answers nothing, but for one method that answers what the daemon refuses with.
 //
 //   bench-bare [PLAN]            carries it out, if named, before the object is registered
 //
@@ -194,6 +194,14 @@ int handle_empty(ubus_context *, ubus_object *, ubus_request_data *, const char 
     return 0;
 }
 
+int handle_refuse(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
+{
+    blob_buf_init(&nothing, 0);
+    blobmsg_add_u32(&nothing, "status", static_cast<uint32_t>(-1));
+    blobmsg_add_string(&nothing, "info", "korvel add ERR! Invalid MTU.");
+    return ubus_send_reply(bus, request, nothing.head);
+}
+
 constexpr blobmsg_policy plan_policy[] = {{"file", BLOBMSG_TYPE_STRING}};
 
 int handle_plan(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
@@ -215,6 +223,7 @@ int handle_go(ubus_context *bus, ubus_object *, ubus_request_data *request, cons
 
 const ubus_method methods[] = {
     UBUS_METHOD_NOARG("empty", handle_empty),
+    UBUS_METHOD_NOARG("refuse", handle_refuse),
     UBUS_METHOD("plan", handle_plan, plan_policy),
     UBUS_METHOD_NOARG("go", handle_go),
 };
