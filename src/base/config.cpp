@@ -117,6 +117,7 @@ config_snapshot::~config_snapshot()
     const config_hold hold;
     if (begun_)
         mxuci_gather_end();
+    mxuci_give_memory_back();
 }
 
 uci_loaded::uci_loaded(const char *config)

@@ -75,6 +75,13 @@ int mxuci_gather_lock(const char *config, bool *unchanged_out);
 /* Tells that a locked configuration is in place now, and lets go of its lock. */
 void mxuci_gather_placed(const char *config);
 
+/*
+ * Hands to the system what the process has freed. Configurations are by far the most that it ever has in
+ * memory, in many small pieces, and a C library may keep these for the next ones. What is given back costs the
+ * next load about a tenth more, so this is for those after whom none is expected soon.
+ */
+void mxuci_give_memory_back(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,10 @@
 #include "support/open_count.h"
 
 #include <atomic>
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <string>
 #include <thread>
 
 namespace {
@@ -122,6 +126,38 @@ TEST_F(config_test, a_snapshot_reads_each_configuration_once)
     EXPECT_STREQ("new", value);
     EXPECT_EQ(0, config_set("t", "one", "o", "written"));
     EXPECT_EQ("written", gateway.uci_get("t.one.o"));
+}
+
+// Kilobytes of the heap that are in memory; 0 where the C library's is not used.
+long resident_heap(const std::string &mappings)
+{
+    std::istringstream lines(mappings);
+    bool is_heap = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find('-') < line.find(' '))
+            is_heap = line.ends_with("[heap]");
+        else if (is_heap && line.starts_with("Rss:"))
+            return std::stol(line.substr(strlen("Rss:")));
+    }
+    return 0;
+}
+
+TEST_F(config_test, a_snapshot_leaves_no_memory_behind)
+{
+    std::string text;
+    for (int i = 0; i < 5000; i++)
+        text += "config a 's" + std::to_string(i) + "'\n\toption o 'text'\n";
+    gateway.set_config("large", text);
+    text = {};
+    std::unique_ptr<char[]> kept;
+    const long before = resident_heap(gateway.file("/proc/self/smaps"));
+    {
+        const config_snapshot snapshot;
+        EXPECT_TRUE(uci_loaded("large"));
+        kept = std::make_unique<char[]>(64); // behind it, as what stays of a start
+    }
+
+    EXPECT_LT(resident_heap(gateway.file("/proc/self/smaps")), before + 500);
 }
 
 TEST_F(config_test, other_threads_wait_for_the_end_of_the_outermost_hold)
