@@ -55,6 +55,18 @@ bool sync_directory_of(const char *path)
     return synced;
 }
 
+bool sync_file(const char *path)
+{
+    const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool synced = fsync(descriptor) == 0;
+    const int reason = errno;
+    (void)close(descriptor);
+    errno = reason;
+    return synced;
+}
+
 file_look look_of(const char *path, mode_t mode_if_missing)
 {
     struct stat info;
@@ -132,15 +144,15 @@ bool file_replacement::equals_target() const
 }
 
 // The look comes last: until then the file is nobody else's to read.
-bool file_replacement::dress(const file_look &look)
+bool file_replacement::dress(const file_look &look, syncing when)
 {
     [[maybe_unused]] const int given = fchown(descriptor_, look.owner, look.group);
-    return fchmod(descriptor_, look.mode) == 0 && fsync(descriptor_) == 0;
+    return fchmod(descriptor_, look.mode) == 0 && (when == syncing::later || fsync(descriptor_) == 0);
 }
 
-bool file_replacement::finish(const file_look &look)
+bool file_replacement::finish(const file_look &look, syncing when)
 {
-    const bool finished = descriptor_ >= 0 && written() && dress(look);
+    const bool finished = descriptor_ >= 0 && written() && dress(look, when);
     const int reason = errno;
     const bool closed = descriptor_ >= 0 && close(descriptor_) == 0;
     descriptor_ = -1;

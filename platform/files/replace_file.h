@@ -24,6 +24,9 @@ file_look look_of(const char *path, mode_t mode_if_missing);
 // Syncs the directory that an absolute path is in. A directory that has nothing to sync is no failure.
 bool sync_directory_of(const char *path);
 
+// Syncs a file. False: errno says why.
+bool sync_file(const char *path);
+
 // New content for a file, in two steps: write(), or a writer and finish(), bring it to the disk beside the
 // file, and put_into_place() makes it the file. Whoever replaces several files can take the first step for
 // all of them before the second one. What is not put into place is removed by the destructor, and the old
@@ -52,9 +55,11 @@ public:
     // Whether the old file holds the very same.
     bool equals_target() const;
 
-    // Gives the new file its look and syncs it. False: not all of that worked, and the new file is gone. Only
-    // root can give a file away: for others it stays theirs, which is no failure. To be called once.
-    bool finish(const file_look &look);
+    // Gives the new file its look and syncs it, unless the caller does that later, by sync_file(). False: not
+    // all of that worked, and the new file is gone. Only root can give a file away: for others it stays
+    // theirs, which is no failure. To be called once.
+    enum class syncing { now, later };
+    bool finish(const file_look &look, syncing when = syncing::now);
     // Writes the whole content before that, without a writer.
     bool write(const char *data, size_t size, const file_look &look);
 
@@ -67,7 +72,7 @@ public:
 
 private:
     static ssize_t write_some(void *cookie, const char *data, size_t size);
-    bool dress(const file_look &look);
+    bool dress(const file_look &look, syncing when);
     void give_up();
 
     int descriptor_ = -1;                // while the content is written

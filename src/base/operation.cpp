@@ -81,7 +81,7 @@ void note_failure(step_queue &queue)
     queue.fail(path, config_reason(failure.code, failure.reason));
 }
 
-// Writes what was gathered since the last stage beside the files.
+// Brings what was gathered since the last stage to the disk, beside the files.
 void close_stage(step_queue &queue)
 {
     mxuci_staged staged[most_configurations];
@@ -92,6 +92,7 @@ void close_stage(step_queue &queue)
     }
     for (int i = 0; i < count; i++)
         queue.replace(staged[i].config, staged[i].target, staged[i].temporary, staged[i].delta);
+    queue.sync_scripts();
 }
 
 // Runs the works, which fill the queue. False: one of them refuses.

@@ -173,14 +173,16 @@ void script_file::fail_operation() const
 bool script_file::commit()
 {
     constexpr file_look script = {0755, keep_owner, keep_group};
+    step_queue *const queue = step_queue::current();
+    // The queue syncs what is left of its scripts, which may be put anew several times.
+    const auto syncing = queue ? file_replacement::syncing::later : file_replacement::syncing::now;
     const bool printed = !ferror(stream_);
     const bool closed = fclose(stream_) == 0;
     stream_ = nullptr;
-    if (!printed || !closed || !file_.finish(script)) {
+    if (!printed || !closed || !file_.finish(script, syncing)) {
         fail_operation();
         return false;
     }
-    step_queue *const queue = step_queue::current();
     if (!queue)
         return file_.put_into_place();
     queue->put(path_, file_.temporary());

@@ -1,6 +1,7 @@
 #include "base/step_queue.h"
 
 #include <cerrno>
+#include <replace_file.h>
 #include <unistd.h>
 
 namespace {
@@ -161,6 +162,13 @@ void step_queue::replace(const char *config, const char *target, const char *tem
         }
         replacements_++;
     }
+}
+
+void step_queue::sync_scripts()
+{
+    for (size_t i = first_of_stage(); i < steps.size(); i++)
+        if (steps[i].kind == step_kind::put && !sync_file(steps[i].temporary))
+            fail(steps[i].path, strerror(errno));
 }
 
 bool step_queue::runs_commands() const

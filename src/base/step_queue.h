@@ -21,8 +21,8 @@ public:
     void make_current();
     static void leave();
 
-    // The script at a path will be the temporary's content, which is written, synced and executable; the file
-    // belongs to the queue from now on.
+    // The script at a path will be the temporary's content, which is written and executable; the file belongs
+    // to the queue from now on, which syncs it with the others of its stage.
     void put(const char *path, const char *temporary);
     // The script at a path, if there is one by then, will be run with -r and removed. `failure` is logged
     // when the removal fails.
@@ -35,6 +35,8 @@ public:
     // A configuration will be replaced, before all other steps of this stage, and the pending changes that
     // it contains will be emptied. An empty name: that does not happen.
     void replace(const char *config, const char *target, const char *temporary, const char *delta);
+    // Syncs the scripts that this stage puts.
+    void sync_scripts();
     // Whether this stage has commands.
     bool runs_commands() const;
     void begin_next_stage();

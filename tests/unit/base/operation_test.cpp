@@ -310,6 +310,37 @@ TEST_F(operation_test, syncs_once_per_file_and_a_few_times_more)
     EXPECT_LE(syncs, 2 * 2 + 4);
 }
 
+TEST_F(operation_test, a_script_that_is_put_several_times_is_synced_once)
+{
+    int syncs = 0;
+    (void)count_calls([&] {
+        calls.watch = [&](const std::string &what) { syncs += what == "fsync"; };
+        EXPECT_EQ(operation_result::done, run_works({{[] {
+                      for (const char *const text : {"1", "2", "3"})
+                          (void)put_script("/etc/korvel/again", text);
+                      return config_set("t", "g", "one", "2") == 0;
+                  }}}));
+    });
+
+    EXPECT_EQ("3", gateway.file("/etc/korvel/again"));
+    EXPECT_LE(syncs, 2 * 2 + 4);
+}
+
+TEST_F(operation_test, a_script_that_cannot_be_synced_is_named)
+{
+    calls.counting = true;
+    calls.watch = [](const std::string &what) {
+        if (what == "fsync" && calls.failing == 0)
+            calls.failing = calls.count;
+    };
+    EXPECT_EQ(operation_result::failed, run_works({{[] { return put_script("/etc/korvel/again", "1"); }}}));
+    calls = {};
+
+    EXPECT_STREQ("/etc/korvel/again", failure.path);
+    EXPECT_STREQ("Input/output error", failure.reason);
+    EXPECT_EQ((text_lines{"both", "old"}), gateway.list_directory("/etc/korvel"));
+}
+
 TEST_F(operation_test, a_last_stage_of_commands_syncs_nothing_again)
 {
     int syncs = 0;
