@@ -16,7 +16,7 @@ struct arg_rule {
     enum blobmsg_type type; // INT32, INT8 (a boolean) or STRING
     uint32_t low, high;     // accepted numbers, judged after the cut to the field's width; unused for texts,
                             // whose greatest accepted length is the field's size less one
-    const char *display;    // what a refusal calls it
+    char display[18];       // what a refusal calls it
 };
 
 #define NUMBER(member, low, high, display)                                                                   \

@@ -32,7 +32,7 @@ enum class option_need : uint8_t { optional, required };
 
 struct stored_option {
     option_place place;
-    const char *name;
+    char name[19];
     wan_field field;
     option_kind kind;
     option_need need;

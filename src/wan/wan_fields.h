@@ -10,8 +10,9 @@
 
 enum class field_kind : uint8_t { number8, number16, number32, text };
 
+// In tables names are arrays: a pointer takes as much again, and a relocation three times as much.
 struct wan_field {
-    const char *name;
+    char name[16];
     field_kind kind;
     uint16_t offset;
     uint16_t size; // bytes in the record

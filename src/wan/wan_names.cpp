@@ -18,12 +18,12 @@ constexpr wan_service wan_services[] = {
 constexpr wan_service unknown_service = {"OTHER", false, false, false};
 
 // As format() would put them together; but these names are made for every section of a configuration.
-void join(text_ref name, std::string_view beginning, std::string_view number, std::string_view ending)
+[[gnu::noinline]] void join(text_ref name, const char *beginning, const char *number, const char *ending)
 {
     size_t length = 0;
-    for (const std::string_view piece : {beginning, number, ending}) {
-        const size_t count = std::min(piece.size(), name.size - 1 - length);
-        memcpy(name.data + length, piece.data(), count);
+    for (const char *const piece : {beginning, number, ending}) {
+        const size_t count = std::min(strlen(piece), name.size - 1 - length);
+        memcpy(name.data + length, piece, count);
         length += count;
     }
     name.data[length] = '\0';
