@@ -1,62 +1,93 @@
 // Writes packages as configuration text.
 #include "export.h"
 
+#include <cstdio>
+#include <cstring>
+
 namespace uci {
 namespace {
 
-// `keyword` comes with what stands around it.
-void write_line(FILE *stream, const char *keyword, const char *name, const char *value)
+// The stream's lock, once for many small pieces: taking it takes longer than to write one.
+class stream_lock {
+public:
+    explicit stream_lock(FILE *stream) : stream_(stream) { flockfile(stream_); }
+    ~stream_lock() { funlockfile(stream_); }
+    stream_lock(const stream_lock &) = delete;
+    stream_lock &operator=(const stream_lock &) = delete;
+
+private:
+    FILE *stream_;
+};
+
+void put(FILE *stream, const char *text)
 {
-    fputs(keyword, stream);
-    fputs(name, stream);
-    putc(' ', stream);
-    write_quoted(stream, value);
-    putc('\n', stream);
+    fwrite_unlocked(text, 1, strlen(text), stream);
 }
 
-void write_option(FILE *stream, const uci_option *o)
+void put_quoted(FILE *stream, const char *value)
+{
+    putc_unlocked('\'', stream);
+    for (const char *quote; (quote = strchr(value, '\'')) != nullptr; value = quote + 1) {
+        fwrite_unlocked(value, 1, static_cast<size_t>(quote - value), stream);
+        put(stream, "'\\''");
+    }
+    put(stream, value);
+    putc_unlocked('\'', stream);
+}
+
+// `keyword` comes with what stands around it.
+void put_line(FILE *stream, const char *keyword, const char *name, const char *value)
+{
+    put(stream, keyword);
+    put(stream, name);
+    putc_unlocked(' ', stream);
+    put_quoted(stream, value);
+    putc_unlocked('\n', stream);
+}
+
+void put_option(FILE *stream, const uci_option *o)
 {
     if (o->type == UCI_TYPE_STRING) {
-        write_line(stream, "\toption ", o->e.name, o->v.string);
+        put_line(stream, "\toption ", o->e.name, o->v.string);
         return;
     }
     uci_element *item;
-    uci_foreach_element(&o->v.list, item) write_line(stream, "\tlist ", o->e.name, item->name);
+    uci_foreach_element(&o->v.list, item) put_line(stream, "\tlist ", o->e.name, item->name);
 }
 
-void write_section(FILE *stream, const uci_section *s, bool with_generated_name)
+void put_section(FILE *stream, const uci_section *s, bool with_generated_name)
 {
-    fprintf(stream, "\nconfig %s", s->type);
+    put(stream, "\nconfig ");
+    put(stream, s->type);
     if (!s->anonymous || with_generated_name) {
-        putc(' ', stream);
-        write_quoted(stream, s->e.name);
+        putc_unlocked(' ', stream);
+        put_quoted(stream, s->e.name);
     }
-    putc('\n', stream);
+    putc_unlocked('\n', stream);
     uci_element *e;
-    uci_foreach_element(&s->options, e) write_option(stream, uci_to_option(e));
+    uci_foreach_element(&s->options, e) put_option(stream, uci_to_option(e));
 }
 
 } // namespace
 
 void write_quoted(FILE *stream, const char *value)
 {
-    putc('\'', stream);
-    for (const char *quote; (quote = strchr(value, '\'')) != nullptr; value = quote + 1) {
-        fwrite(value, 1, static_cast<size_t>(quote - value), stream);
-        fputs("'\\''", stream);
-    }
-    fputs(value, stream);
-    putc('\'', stream);
+    const stream_lock lock(stream);
+    put_quoted(stream, value);
 }
 
 void write_package(FILE *stream, const uci_package *p, heading head)
 {
-    if (head == heading::package_line)
-        fprintf(stream, "package %s\n", p->e.name);
+    const stream_lock lock(stream);
+    if (head == heading::package_line) {
+        put(stream, "package ");
+        put(stream, p->e.name);
+        putc_unlocked('\n', stream);
+    }
     const bool with_generated_name = has_flag(p->ctx, UCI_FLAG_EXPORT_NAME);
     uci_element *e;
-    uci_foreach_element(&p->sections, e) write_section(stream, uci_to_section(e), with_generated_name);
-    putc('\n', stream);
+    uci_foreach_element(&p->sections, e) put_section(stream, uci_to_section(e), with_generated_name);
+    putc_unlocked('\n', stream);
 }
 
 int export_text(const uci_package *p, bytes *out)
