@@ -59,6 +59,39 @@ uci_element *find_child(const package *p, const uci_list *list, const char *name
     return p->unindexed ? find_element(list, name) : p->index.find(list, name);
 }
 
+// Most sections have few options, and looking at them one after the other takes no longer than the index
+// would, which for all of a package's options is larger than they are. So the index has only those behind the
+// first ones of a section; none of them ever moves backwards in its list.
+constexpr int first_options = 32;
+
+bool is_behind_first(const uci_list *options, const uci_element *option)
+{
+    const uci_list *at = options->next;
+    for (int i = 0; i < first_options; i++, at = at->next)
+        if (at == &option->list)
+            return false;
+    return true;
+}
+
+void index_option(package *p, uci_option *o)
+{
+    if (is_behind_first(&o->section->options, &o->e))
+        index_element(p, &o->section->options, &o->e);
+}
+
+uci_element *find_among_options(const package *p, const uci_list *options, const char *name)
+{
+    const uci_list *at = options->next;
+    for (int i = 0; i < first_options; i++, at = at->next) {
+        if (at == options)
+            return nullptr;
+        uci_element *const e = list_to_element(at);
+        if (e->name[0] == name[0] && strcmp(e->name, name) == 0)
+            return e;
+    }
+    return find_child(p, options, name);
+}
+
 // Low 16 bits of a hash of the type, the second half of a generated name.
 unsigned type_hash(const char *type)
 {
@@ -86,7 +119,6 @@ bool rename_element(package *p, const uci_list *list, uci_element *element, cons
     unindex_element(p, list, element);
     free(element->name);
     element->name = copy.release();
-    index_element(p, list, element);
     return true;
 }
 
@@ -108,7 +140,7 @@ uci_option *append_option(uci_section *s, const char *name)
     o->type = UCI_TYPE_LIST;
     list_init(&o->v.list);
     list_append(&s->options, &o->e.list);
-    index_element(package_of(s), &s->options, &o->e);
+    index_option(package_of(s), o);
     return o;
 }
 
@@ -212,7 +244,7 @@ uci_section *find_section(package *p, const char *name)
 
 uci_option *find_option(uci_section *s, const char *name)
 {
-    uci_element *const e = find_child(package_of(s), &s->options, name);
+    uci_element *const e = find_among_options(package_of(s), &s->options, name);
     return e ? uci_to_option(e) : nullptr;
 }
 
@@ -271,8 +303,10 @@ bool set_section_type(uci_section *s, const char *type)
 
 bool rename_section(uci_section *s, const char *name)
 {
-    if (!rename_element(package_of(s), &s->package->sections, &s->e, name))
+    package *const p = package_of(s);
+    if (!rename_element(p, &p->sections, &s->e, name))
         return false;
+    index_element(p, &p->sections, &s->e);
     s->anonymous = false;
     return true;
 }
@@ -306,7 +340,11 @@ bool append_value(uci_section *s, const char *name, const char *value)
 
 bool rename_option(uci_option *o, const char *name)
 {
-    return rename_element(package_of(o->section), &o->section->options, &o->e, name);
+    package *const p = package_of(o->section);
+    if (!rename_element(p, &o->section->options, &o->e, name))
+        return false;
+    index_option(p, o);
+    return true;
 }
 
 void remove_option(uci_option *o)

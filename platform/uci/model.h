@@ -24,7 +24,7 @@ struct context : uci_context {
 
 struct package : uci_package {
     size_t created;      // sections ever created in it; the number in the next generated name
-    element_index index; // of sections and options, unless unindexed
+    element_index index; // of sections and of the options behind a section's first ones, unless unindexed
     bool unindexed;      // two elements of one list share a name, or memory ran short: look through the lists
     bool recording;      // changes go to the delta list
 };

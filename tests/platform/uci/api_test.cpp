@@ -2,6 +2,7 @@
 #include "platform/uci/c_caller.h"
 #include "platform/uci/fixture.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <filesystem>
@@ -776,6 +777,52 @@ TEST_F(uci_api_test, a_renamed_section_is_named_and_found_by_its_new_name)
     EXPECT_EQ(set("cfg020f15", "name", "x"), UCI_ERR_INVAL);
     EXPECT_EQ(uci_commit(ctx, &ptr.p, false), UCI_OK);
     EXPECT_NE(config()->find("config device 'bridge'\n\toption name 'x'\n"), std::string::npos);
+}
+
+// What an option's name stands for in a section with few options and with many, whatever happened to them.
+TEST_F(uci_api_test, options_of_a_long_section_are_found_after_any_changes)
+{
+    write_config("config t long\n");
+    uci_package *const p = load();
+    std::vector<std::pair<std::string, std::string>> expected; // name and value
+    const auto find = [&](const std::string &name) {
+        return std::ranges::find(expected, name, [](const auto &option) { return option.first; });
+    };
+    uint32_t random = 1;
+    const auto any = [&](uint32_t below) { return (random = random * 1664525 + 1013904223) / 65536 % below; };
+    for (int i = 0; i < 3000; i++) {
+        SCOPED_TRACE(i);
+        const std::string name = "o" + std::to_string(any(i < 1000 ? 70 : 40)),
+                          value = "v" + std::to_string(i);
+        const auto at = find(name);
+        const uint32_t what = any(10);
+        uci_ptr ptr = named("n", "long", name.c_str(), value.c_str());
+        if (at == expected.end() || what < 6) {
+            EXPECT_EQ(uci_set(ctx, &ptr), UCI_OK);
+            if (at == expected.end())
+                expected.emplace_back(name, value);
+            else
+                at->second = value;
+        } else if (what < 8) {
+            ptr.value = nullptr;
+            EXPECT_EQ(uci_delete(ctx, &ptr), UCI_OK);
+            expected.erase(at);
+        } else {
+            const std::string other = "o" + std::to_string(any(80));
+            if (find(other) != expected.end())
+                continue;
+            ptr.value = other.c_str();
+            EXPECT_EQ(uci_rename(ctx, &ptr), UCI_OK);
+            at->first = other;
+        }
+        for (uint32_t number = 0; number < 80; number++) {
+            const std::string sought = "o" + std::to_string(number);
+            const auto found = find(sought);
+            const char *const text = uci_lookup_option_string(ctx, section(p, "long"), sought.c_str());
+            ASSERT_EQ(found == expected.end(), text == nullptr) << sought;
+            ASSERT_TRUE(!text || found->second == text) << sought;
+        }
+    }
 }
 
 TEST_F(uci_api_test, a_rename_onto_a_taken_name_leaves_the_first_to_be_found)
