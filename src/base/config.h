@@ -36,8 +36,8 @@ const char *config_reason(int result, int error);
 
 // Has this thread read each configuration once, at its first use, for its own lifetime: all of what is read
 // is from one state, and reading more costs no load. Nothing may be written meanwhile, and no operation may
-// begin. Without effect within an operation's work, and where the platform's mxuci does not gather. At its end
-// the memory that it took goes back to the system: those who need one take their time.
+// begin. Without effect within an operation's work, and where the platform's mxuci does not gather. At its
+// end the memory that it took goes back to the system: those who need one take their time.
 class config_snapshot {
 public:
     config_snapshot();

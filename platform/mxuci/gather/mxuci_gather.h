@@ -77,8 +77,8 @@ void mxuci_gather_placed(const char *config);
 
 /*
  * Hands to the system what the process has freed. Configurations are by far the most that it ever has in
- * memory, in many small pieces, and a C library may keep these for the next ones. What is given back costs the
- * next load about a tenth more, so this is for those after whom none is expected soon.
+ * memory, in many small pieces, and a C library may keep these for the next ones. What is given back costs
+ * the next load about a tenth more, so this is for those after whom none is expected soon.
  */
 void mxuci_give_memory_back(void);
 
