@@ -2,12 +2,12 @@
 
 uint32_t field_row::number(const wan_config &record) const
 {
-    return field_number(record, {name, kind, offset, size});
+    return field_number(record, {{}, kind, offset, size});
 }
 
 void field_row::set_number(wan_config &record, uint32_t value) const
 {
-    set_field_number(record, {name, kind, offset, size}, value);
+    set_field_number(record, {{}, kind, offset, size}, value);
 }
 
 std::string_view field_row::text(const wan_config &record) const
