@@ -6,19 +6,18 @@
 #include "remove/delete_all.h"
 #include "remove/delete_wan.h"
 #include "service/policies.h"
-#include "service/shielded.h"
 #include "store/query.h"
 
 namespace {
 
 constinit ubus_method korvel_methods[] = {
-    UBUS_METHOD("add", shielded<wan_handle_add>, add_policy.rows),
-    UBUS_METHOD_NOARG("addDev", shielded<wan_handle_add_dev>),
-    UBUS_METHOD_NOARG("all", shielded<wan_handle_all>),
-    UBUS_METHOD("del", shielded<wan_handle_del>, wan_id_policy.rows),
-    UBUS_METHOD_NOARG("delAll", shielded<wan_handle_del_all>),
-    UBUS_METHOD("get", shielded<wan_handle_get>, wan_id_policy.rows),
-    UBUS_METHOD("modify", shielded<wan_handle_modify>, modify_policy.rows),
+    UBUS_METHOD("add", wan_handle_add, add_policy.rows),
+    UBUS_METHOD_NOARG("addDev", wan_handle_add_dev),
+    UBUS_METHOD_NOARG("all", wan_handle_all),
+    UBUS_METHOD("del", wan_handle_del, wan_id_policy.rows),
+    UBUS_METHOD_NOARG("delAll", wan_handle_del_all),
+    UBUS_METHOD("get", wan_handle_get, wan_id_policy.rows),
+    UBUS_METHOD("modify", wan_handle_modify, modify_policy.rows),
 };
 
 constinit ubus_object_type korvel_type = UBUS_OBJECT_TYPE("korvel", korvel_methods);

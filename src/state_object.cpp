@@ -1,12 +1,11 @@
 #include "state_object.h"
 
 #include "base/log.h"
-#include "base/os.h"
+#include "base/clock.h"
 #include "modify/pending.h"
 #include "service/outcomes.h"
 #include "service/policies.h"
 #include "service/reply.h"
-#include "service/shielded.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,18 +15,38 @@
 
 namespace {
 
-// The loop's side of the workers: readable when there are outcomes.
+// The loop's side of the lanes: readable when there are outcomes.
 constinit uloop_fd wake = {};
 constinit ubus_context *event_bus = nullptr;
 
+// The reply or event that is being made; the bus thread makes one at a time.
+constinit method_reply *made = nullptr;
+
+// Makes its owner's reply the one that is being made.
+class reply_in_making {
+public:
+    reply_in_making() : whole_(reply_.begin()) { made = &reply_; }
+    ~reply_in_making() { made = nullptr; }
+    reply_in_making(const reply_in_making &) = delete;
+    reply_in_making &operator=(const reply_in_making &) = delete;
+
+    // Whether there is memory for it.
+    explicit operator bool() const { return whole_; }
+    const method_reply &reply() const { return reply_; }
+
+private:
+    method_reply reply_;
+    bool whole_;
+};
+
 bool add_number(const char *name, uint32_t value)
 {
-    return reply_add_number(name, BLOBMSG_TYPE_INT32, value);
+    return made->add_number(name, BLOBMSG_TYPE_INT32, value);
 }
 
 bool add_text(const char *name, const char *value)
 {
-    return blobmsg_add_field(&reply_buffer, BLOBMSG_TYPE_STRING, name, value,
+    return blobmsg_add_field(made->buffer(), BLOBMSG_TYPE_STRING, name, value,
                              static_cast<unsigned>(strlen(value)) + 1) == 0;
 }
 
@@ -53,11 +72,11 @@ bool add_subject(const wan_outcome &outcome)
 
 void send_event(const wan_outcome &outcome)
 {
-    handler_reply event; // the same buffer
-    if (!reply_buffer.head || !add_subject(outcome) || !add_text("device", outcome.device) ||
+    const reply_in_making event;
+    if (!event || !add_subject(outcome) || !add_text("device", outcome.device) ||
         !add_text("result", outcome.result))
         return log_error("Failed to allocate an event");
-    const int result = ubus_send_event(event_bus, "korvel.wan", reply_buffer.head);
+    const int result = ubus_send_event(event_bus, "korvel.wan", made->buffer()->head);
     if (result != UBUS_STATUS_OK)
         log_error("Failed to send an event: %s", ubus_strerror(result));
 }
@@ -72,7 +91,6 @@ void send_events()
 
 void handle_wake(uloop_fd *source, unsigned)
 {
-    const stop_signal_mask blocked(stop_signal_mask::block);
     uint64_t count = 0;
     (void)!read(source->fd, &count, sizeof(count)); // it only has to be empty
     send_events();
@@ -82,35 +100,35 @@ void handle_wake(uloop_fd *source, unsigned)
 template <typename adder>
 int reply_with_list(ubus_context *bus, ubus_request_data *request, const char *name, adder add_entries)
 {
-    handler_reply reply;
-    void *const list = reply_buffer.head ? blobmsg_open_nested(&reply_buffer, name, true) : nullptr;
+    const reply_in_making list_reply;
+    void *const list = list_reply ? blobmsg_open_nested(made->buffer(), name, true) : nullptr;
     if (!list || !add_entries()) {
         log_error("Failed to allocate a reply");
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    blob_nest_end(&reply_buffer, list);
-    return reply.send(bus, request);
+    blob_nest_end(made->buffer(), list);
+    return list_reply.reply().send(bus, request);
 }
 
 template <typename adder> bool add_table(adder add_members)
 {
-    void *const table = blobmsg_open_nested(&reply_buffer, nullptr, false);
+    void *const table = blobmsg_open_nested(made->buffer(), nullptr, false);
     if (!table || !add_members())
         return false;
-    blob_nest_end(&reply_buffer, table);
+    blob_nest_end(made->buffer(), table);
     return true;
 }
 
 // The names of the arguments alone: a value may be a password.
 bool add_arguments(uint64_t arguments)
 {
-    void *const list = blobmsg_open_nested(&reply_buffer, "changes", true);
+    void *const list = blobmsg_open_nested(made->buffer(), "changes", true);
     bool added = list != nullptr;
     for (size_t i = 0; added && i < record_arg_count; i++)
         if (arguments >> i & 1)
             added = add_text(nullptr, arg_rules[i].field.name);
     if (added)
-        blob_nest_end(&reply_buffer, list);
+        blob_nest_end(made->buffer(), list);
     return added;
 }
 
@@ -120,7 +138,7 @@ bool add_pending(const pending_change &change)
     return add_number("wanId", change.wanId) && add_text("wanName", change.wanName) &&
            add_number("seconds", seconds) && add_moment("asked", change.asked) &&
            add_arguments(change.arguments) &&
-           (!change.applying || reply_add_number("applying", BLOBMSG_TYPE_INT8, 1));
+           (!change.applying || made->add_number("applying", BLOBMSG_TYPE_INT8, 1));
 }
 
 int handle_pending(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
@@ -160,33 +178,32 @@ int handle_cancel(ubus_context *bus, ubus_object *, ubus_request_data *request, 
     blob_attr *arguments[1];
     parse_request(wan_id_policy.rows, message, arguments);
     blob_attr *const wan_id = arguments[arg_wan_id];
-    handler_reply reply;
     if (!wan_id) {
-        reply.send_result(bus, request, -1, "korvel cancel ERR! Invalid WAN ID.");
+        (void)reply_at_once(bus, request, -1, "korvel cancel ERR! Invalid WAN ID.");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     if (!wan_cancel_pending(static_cast<uint8_t>(blobmsg_get_u32(wan_id)))) {
-        reply.send_result(bus, request, -1, "korvel cancel ERR! No change waits.");
+        (void)reply_at_once(bus, request, -1, "korvel cancel ERR! No change waits.");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    return reply.send_result(bus, request, 0, "korvel cancel OK.");
+    return reply_at_once(bus, request, 0, "korvel cancel OK.");
 }
 
 int handle_version(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    handler_reply reply;
-    if (!reply_add_text("version", KORVEL_VERSION)) {
+    const reply_in_making version;
+    if (!version || !add_text("version", KORVEL_VERSION)) {
         log_error("Failed to allocate a reply");
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    return reply.send(bus, request);
+    return version.reply().send(bus, request);
 }
 
 constinit ubus_method state_methods[] = {
-    UBUS_METHOD("cancel", shielded<handle_cancel>, wan_id_policy.rows),
-    UBUS_METHOD_NOARG("last", shielded<handle_last>),
-    UBUS_METHOD_NOARG("pending", shielded<handle_pending>),
-    UBUS_METHOD_NOARG("version", shielded<handle_version>),
+    UBUS_METHOD("cancel", handle_cancel, wan_id_policy.rows),
+    UBUS_METHOD_NOARG("last", handle_last),
+    UBUS_METHOD_NOARG("pending", handle_pending),
+    UBUS_METHOD_NOARG("version", handle_version),
 };
 
 constinit ubus_object_type state_type = UBUS_OBJECT_TYPE("korvel.state", state_methods);
@@ -196,7 +213,6 @@ constinit ubus_object state_object = {};
 
 void state_object_start(ubus_context *bus)
 {
-    const stop_signal_mask blocked(stop_signal_mask::block);
     state_object.name = "korvel.state";
     state_object.type = &state_type;
     state_object.methods = state_methods;

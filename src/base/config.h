@@ -1,7 +1,7 @@
 // The configuration, for reading and writing: mxuci's calls and whole loaded packages.
 //
-// libuci's parser keeps static state, and a deferred modification may work on the configuration while the bus
-// thread answers a query. So every load and every mxuci call of this process passes one lock.
+// libuci's parser keeps static state, and a change may work on the configuration while a query is answered.
+// So every load and every mxuci call of this process passes one lock.
 #pragma once
 
 #include "base/text.h"

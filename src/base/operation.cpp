@@ -18,6 +18,9 @@ namespace {
 // Held while an operation gathers, decides and puts files into place; not while its last commands run.
 constinit mutex operation_mutex;
 
+// Written before there are operations.
+void (*while_commands)(bool run) = nullptr;
+
 // More attempts than any neighbour's writes should spoil.
 constexpr int most_attempts = 100;
 
@@ -50,6 +53,7 @@ private:
     verdict lock_files(const step_list &steps, unsigned stage);
     void take_up_again(unsigned *stage);
     bool put_into_place(unsigned stage);
+    void run_commands(unsigned stage, std::optional<stop_hold> &hold);
     bool complete();
     void fail(const char *path, const char *reason);
     unsigned stages() const { return steps_.size() == 0 ? 0 : steps_[steps_.size() - 1].stage + 1; }
@@ -230,6 +234,38 @@ bool operation::put_into_place(unsigned stage)
     return replaced && carry_out_files(steps_, stage);
 }
 
+// Tells for its own lifetime that commands run.
+class commands_told {
+public:
+    commands_told()
+    {
+        if (while_commands)
+            while_commands(true);
+    }
+    ~commands_told()
+    {
+        if (while_commands)
+            while_commands(false);
+    }
+    commands_told(const commands_told &) = delete;
+    commands_told &operator=(const commands_told &) = delete;
+};
+
+// Runs the commands that a stage ends with. Between two stages a restart would go on where this process
+// ended: a command that hangs does not keep it.
+void operation::run_commands(unsigned stage, std::optional<stop_hold> &hold)
+{
+    const commands_told told;
+    if (!hold) {
+        stop_point();
+        return carry_out_commands(steps_, stage);
+    }
+    const stop_delay delay;
+    hold.reset();
+    carry_out_commands(steps_, stage);
+    hold.emplace();
+}
+
 bool operation::complete()
 {
     std::optional<stop_hold> hold(std::in_place); // in between there is half of it
@@ -247,7 +283,7 @@ bool operation::complete()
             done = done && sync_files(steps_, stage); // one that has begun tells that this one is complete
         writing_.reset();
         if (done)
-            carry_out_commands(steps_, stage);
+            run_commands(stage, hold);
     }
     return done && sync_files(steps_, stages() - 1);
 }
@@ -291,6 +327,11 @@ operation_result run_at_once(std::span<const operation_work> works)
 }
 
 } // namespace
+
+void operation_tell_commands(void (*listener)(bool run))
+{
+    while_commands = listener;
+}
 
 void operation_fail(const char *path, const char *reason)
 {

@@ -56,3 +56,8 @@ void operation_fail(const char *path, const char *reason);
 // while another one gathers or writes. Works may not begin operations. failure_out may be null.
 operation_result operation_run(std::span<const operation_work> works, std::atomic<uint32_t> &kept,
                                operation_failure *failure_out = nullptr);
+
+// Has a function called by each operation, on its thread, when it has files in place and begins to run
+// commands, and when they have run: meanwhile another one may gather and write. To be set before there are
+// operations.
+void operation_tell_commands(void (*listener)(bool run));

@@ -1,15 +1,14 @@
 #include "base/os.h"
 
 #include "base/log.h"
+#include "base/long_commands.h"
 #include "base/running_command.h"
 #include "base/step_queue.h"
-#include "base/stop_signals.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,17 +17,14 @@ void run_command(const char *command)
 {
     if (step_queue *const queue = step_queue::current())
         return queue->run(command);
-    int result = 0;
-    {
-        const stop_signal_mask admitted(stop_signal_mask::admit);
-        result = system(command);
-    }
-    if (result == -1)
+    const watched_command watched(command);
+    if (system(command) == -1)
         log_error("Failed to run: %s", command);
 }
 
 bool read_command(const char *command, text_ref output)
 {
+    const watched_command watched(command);
     running_command running;
     if (!running.start(command, output))
         return false;
@@ -116,27 +112,6 @@ long read_file(const char *path, text_ref content)
     }
     (void)close(file);
     return static_cast<long>(length);
-}
-
-namespace {
-
-uint64_t milliseconds_of(clockid_t clock)
-{
-    timespec now = {};
-    (void)clock_gettime(clock, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
-}
-
-} // namespace
-
-uint64_t steady_milliseconds()
-{
-    return milliseconds_of(CLOCK_MONOTONIC);
-}
-
-uint64_t wall_milliseconds()
-{
-    return milliseconds_of(CLOCK_REALTIME);
 }
 
 script_file::script_file(const char *path) : path_(path), file_(path, temporary_ending)

@@ -1,4 +1,4 @@
-// What leaves the process: commands, files; and the time.
+// What leaves the process: commands, files.
 //
 // While an operation's work runs, what changes the machine is not done but noted as a step of the operation,
 // and what asks about it is answered as if it had been done. Reading commands are run all the same.
@@ -6,17 +6,16 @@
 
 #include "base/text.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <replace_file.h>
 
-// Runs a shell command and waits for it. Stop signals act meanwhile. Callers look at what the command was to
-// achieve, not at its exit status.
+// Runs a shell command and waits for it, however long that takes (base/long_commands.h). Callers look at what
+// the command was to achieve, not at its exit status.
 void run_command(const char *command);
 
 // Runs a shell command, waits for it and takes at most output.size - 1 bytes of what it prints, from its
-// start, with a terminator behind them; what is cut off is logged with its size. Stop signals act meanwhile.
-// Returns false when the command could not be started; output is then empty text.
+// start, with a terminator behind them; what is cut off is logged with its size. Returns false when the
+// command could not be started; output is then empty text.
 bool read_command(const char *command, text_ref output);
 
 bool file_exists(const char *path);
@@ -39,10 +38,6 @@ void make_directory(const char *path);
 // and a pipe is not waited for.
 // Returns the number of bytes, or -1 when the file cannot be opened.
 long read_file(const char *path, text_ref content);
-
-// The time of a clock that nobody sets, and of the one that people set, since 1970.
-uint64_t steady_milliseconds();
-uint64_t wall_milliseconds();
 
 // An executable script that appears under its path whole or not at all, as file_replacement does it: it is
 // opened beside it under a hidden name, and written, synced and, unless it becomes a step of an operation,

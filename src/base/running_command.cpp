@@ -1,11 +1,12 @@
 #include "base/running_command.h"
 
 #include "base/log.h"
-#include "base/stop_signals.h"
+#include "base/clock.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -27,7 +28,7 @@ int start_shell(const char *command, int pipe_end, pid_t &child_out)
     error = posix_spawnattr_init(&attributes);
     if (error == 0) {
         const char *const words[] = {"sh", "-c", command, nullptr};
-        error = posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+        error = posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
         if (error == 0)
             error = posix_spawnattr_setsigmask(&attributes, &none);
         if (error == 0)
@@ -43,7 +44,6 @@ int start_shell(const char *command, int pipe_end, pid_t &child_out)
 
 ssize_t read_some(int pipe, char *buffer, size_t size)
 {
-    const stop_signal_mask admitted(stop_signal_mask::admit);
     ssize_t count;
     do
         count = read(pipe, buffer, size);
@@ -110,15 +110,52 @@ void running_command::finish()
         return;
     if (pipe_ >= 0)
         close_pipe(); // before the wait: a command that has more to say is not to wait for a reader
-    {
-        const stop_signal_mask admitted(stop_signal_mask::admit);
-        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR)
-            continue;
-    }
+    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR)
+        continue;
+    end();
+}
+
+void running_command::end()
+{
     child_ = 0;
     output_[length_] = '\0';
     // A line feed that does not fit is not worth a message.
     if (lost_ > 1 || (lost_ == 1 && last_lost_ != '\n'))
         log_error("Output of %s is cut at %zu of its %zu bytes%s", command_, length_, length_ + lost_,
                   lost_ < most_counted ? "" : " or more");
+}
+
+bool running_command::finish_until(uint64_t milliseconds)
+{
+    if (child_ == 0)
+        return true;
+    const bool has_said_all = pipe_ < 0;
+    if (pipe_ >= 0)
+        close_pipe();
+    // Nothing tells a thread of the end of one child alone; most have ended when they close their output.
+    constexpr long longest = 10000000;
+    for (timespec pause = {0, 50000};; pause.tv_nsec = std::min(pause.tv_nsec * 2, longest)) {
+        const pid_t waited = waitpid(child_, nullptr, WNOHANG);
+        if (waited == child_ || (waited < 0 && errno != EINTR))
+            break;
+        if (steady_milliseconds() >= milliseconds) {
+            if (!has_said_all)
+                length_ = 0;
+            give_up();
+            return false;
+        }
+        (void)nanosleep(&pause, nullptr);
+    }
+    end();
+    return true;
+}
+
+// What cannot even be killed (it hangs in the kernel) stays behind as a process that nobody waits for.
+void running_command::give_up()
+{
+    constexpr timespec pause = {0, 1000000};
+    (void)kill(-child_, SIGKILL);
+    for (int i = 0; i < 100 && waitpid(child_, nullptr, WNOHANG) == 0; i++)
+        (void)nanosleep(&pause, nullptr);
+    end();
 }

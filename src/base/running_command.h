@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 
+#include <cstdint>
 #include <sys/types.h>
 
 class running_command {
@@ -13,24 +14,35 @@ public:
     running_command(const running_command &) = delete;
     running_command &operator=(const running_command &) = delete;
 
-    // Has a shell start a command, with no signal blocked and no descriptor but the three standard ones. At
+    // Has a shell start a command, with no signal blocked, no descriptor but the three standard ones, and a
+    // process group of its own. At
     // most output.size - 1 bytes of what it prints, from its start, will be in `output`, with a terminator
     // behind them. Both arguments must live until finish(). Returns false when it cannot be started; output
     // is then empty text, and errno says why.
     bool start(const char *command, text_ref output);
 
+    // Whether there is a command that was started and not finished.
+    bool runs() const { return child_ != 0; }
+
     // What becomes readable when there is more to take(): output, or its end. -1: there is nothing more.
     int descriptor() const { return pipe_; }
 
-    // Takes what the command has printed; waits for that when there is nothing. Stop signals act meanwhile.
+    // Takes what the command has printed; waits for that when there is nothing.
     void take();
 
-    // Waits for the command's end, without looking at what it prints from now on. Stop signals act meanwhile.
-    // Logs with its size what of the output did not fit. Does nothing when no command runs.
+    // Waits for the command's end, without looking at what it prints from now on. Logs with its size what of
+    // the output did not fit. Does nothing when no command runs.
     void finish();
+
+    // The same, but only until the clock of steady_milliseconds() shows that much. Then the command is given
+    // up: it is killed with all that it has started, its output is cleared, and it is no longer waited for.
+    // Returns whether it ended by itself.
+    bool finish_until(uint64_t milliseconds);
 
 private:
     void close_pipe();
+    void end();
+    void give_up();
 
     const char *command_ = nullptr;
     char *output_ = nullptr;

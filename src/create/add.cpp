@@ -5,25 +5,35 @@
 #include "create/parse_args.h"
 #include "service/change.h"
 #include "service/policies.h"
-#include "service/reply.h"
+#include "service/request.h"
 
 namespace {
 
 // Neither a conflict nor a success.
 constexpr int creation_failed = -1;
 
-// Returns 0, or why there is no new WAN: a conflict (create/conflicts.h) or -1.
-int create_locked(const wan_config *config)
+int create(request &self)
 {
-    const scoped_lock lock(handler_mutex);
     int refusal = 0;
     auto create = [&] {
-        refusal = wan_create(config, 0);
+        refusal = wan_create(&self.wan, 0);
         return refusal == 0;
     };
     const operation_work works[] = {work_of(create)};
-    return change_run(works, 0) == operation_result::failed ? creation_failed : refusal;
+    if (change_run(works, 0) == operation_result::failed)
+        refusal = creation_failed;
+    // Deliberate: these replies speak of `get` and `modify`. Clients have matched on them since there was
+    // only one text.
+    return self.reply.say(refusal, refusal == conflict_none ? "korvel modify OK." : "korvel modify ERR!");
 }
+
+int refuse(request &self)
+{
+    (void)self.reply.say(creation_failed, "korvel modify ERR!");
+    return UBUS_STATUS_UNKNOWN_ERROR;
+}
+
+constexpr method_kind addition = {.work = create, .refuse = refuse};
 
 } // namespace
 
@@ -32,20 +42,13 @@ int wan_handle_add(ubus_context *bus, ubus_object *, ubus_request_data *request,
 {
     blob_attr *attributes[add_arg_count];
     parse_request(add_policy.rows, message, attributes);
-    handler_reply reply;
-    // Deliberate: these replies speak of `get` and `modify`. Clients have matched on them since there was
-    // only one text.
     if (!attributes[arg_wan_mode]) {
-        reply.send_result(bus, request, -1, "korvel get ERR! Invalid WAN mode.");
+        (void)reply_at_once(bus, request, -1, "korvel get ERR! Invalid WAN mode.");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-
     wan_config config = {};
     char refused[display_name_size] = {};
     if (wan_parse_args(attributes, &config, refused) != 0)
-        return reply.send_result(bus, request, -1, "korvel add ERR! Invalid %s.", refused);
-    const int conflict = create_locked(&config);
-    if (conflict != conflict_none)
-        return reply.send_result(bus, request, conflict, "korvel modify ERR!");
-    return reply.send_result(bus, request, 0, "korvel modify OK.");
+        return reply_at_once(bus, request, -1, "korvel add ERR! Invalid %s.", refused);
+    return request_defer(addition, lane_name::changes, bus, request, config);
 }

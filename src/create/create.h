@@ -13,7 +13,7 @@ inline constexpr int no_identifier_left = -1;
 //
 // Returns 0, or what refused the WAN before anything was written, which is logged: a conflict (conflicts.h,
 // -2 to -4) or that no identifier is left. A write that fails is logged, the others are still made, and the
-// result stays 0. Call with the handler mutex held, or before the bus is connected.
+// result stays 0. Within an operation.
 int wan_write(const wan_config *config, uint8_t fixed_id);
 
 // wan_write(), and unless that was refused the reload of the system services. Same locking.

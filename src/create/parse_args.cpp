@@ -2,6 +2,10 @@
 
 #include "service/policies.h"
 
+#include <cstring>
+
+static_assert(record_arg_count <= 64, "one bit each");
+
 namespace {
 
 bool store_text(const arg_rule &rule, blob_attr *attribute, wan_config *config)
@@ -48,4 +52,23 @@ int wan_parse_args(blob_attr *const attributes[], wan_config *config, text_ref n
         }
     }
     return 0;
+}
+
+uint64_t wan_given_args(blob_attr *const attributes[])
+{
+    uint64_t given = 0;
+    for (size_t i = 0; i < record_arg_count; i++)
+        if (attributes[first_record_arg + i])
+            given |= uint64_t{1} << i;
+    return given;
+}
+
+void wan_overlay_args(uint64_t arguments, const wan_config &from, wan_config *config)
+{
+    for (size_t i = 0; i < record_arg_count; i++) {
+        const wan_field &field = arg_rules[i].field;
+        if (arguments >> i & 1)
+            memcpy(reinterpret_cast<char *>(config) + field.offset,
+                   reinterpret_cast<const char *>(&from) + field.offset, field.size);
+    }
 }

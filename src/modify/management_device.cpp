@@ -2,7 +2,7 @@
 
 #include "base/config.h"
 #include "service/change.h"
-#include "service/reply.h"
+#include "service/request.h"
 #include "service/settings.h"
 #include "store/id_list.h"
 #include "store/mac.h"
@@ -50,7 +50,7 @@ int write_identity(const char *section, uint8_t id)
 
 int add_management_device()
 {
-    // A worker that deletes a section meanwhile would give the new one another name.
+    // A change that deletes a section meanwhile would give the new one another name.
     const config_hold hold;
     const uint8_t id = wan_id_choose();
     note_subject("", management_device_name);
@@ -67,17 +67,27 @@ int add_management_device()
     return error != 0 ? error : write_identity(section, id);
 }
 
+int refuse(request &self)
+{
+    (void)self.reply.say(-1, "korvel add WAN device ERR!");
+    return UBUS_STATUS_INVALID_ARGUMENT;
+}
+
+int add_device(request &self)
+{
+    auto add = [] { return add_management_device() == 0; };
+    const operation_work works[] = {work_of(add)};
+    if (change_run(works, 0) != operation_result::done)
+        return refuse(self);
+    return self.reply.say(0, "korvel add WAN device OK.");
+}
+
+constexpr method_kind device_addition = {.work = add_device, .refuse = refuse, .reloads_nothing = true};
+
 } // namespace
 
 int wan_handle_add_dev(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
                        blob_attr *)
 {
-    handler_reply reply;
-    auto add = [] { return add_management_device() == 0; };
-    const operation_work works[] = {work_of(add)};
-    if (change_run(works, 0) != operation_result::done) {
-        reply.send_result(bus, request, -1, "korvel add WAN device ERR!");
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    return reply.send_result(bus, request, 0, "korvel add WAN device OK.");
+    return request_defer(device_addition, lane_name::changes, bus, request, {});
 }

@@ -1,45 +1,44 @@
 #include "modify/pending.h"
 
+#include "base/config.h"
 #include "base/heap.h"
-#include "base/lock.h"
 #include "base/log.h"
-#include "base/os.h"
-#include "base/stop_signals.h"
+#include "base/clock.h"
 #include "create/parse_args.h"
 #include "modify/apply.h"
+#include "service/lanes.h"
 #include "service/outcomes.h"
 #include "service/policies.h"
-#include "service/reply.h"
 #include "store/generations.h"
 #include "store/read_config.h"
 
-#include <cerrno>
-#include <optional>
+#include <algorithm>
 
 namespace {
 
-// Its worker frees it.
 struct pending_modify {
+    lane_job job;
+    uloop_timeout timer;
     size_t slot;
-    uint64_t countdown;  // seconds still to wait
-    uint64_t asked;      // steady_milliseconds() of the last request for it
+    uint64_t due;        // steady_milliseconds() when it is to be applied
+    uint64_t asked;      // the same of the last request for it
     uint64_t arguments;  // the arguments that requests gave, a bit each
     uint32_t generation; // of its WAN when it was asked for
+    bool in_lane;        // it is due, and waits for its turn or is being applied
     bool applying;       // closed: its record is being applied as it is
-    bool cancelled;      // taken out of its slot
-    timed_signal ended;  // sent with that
+    bool outlived;       // when that began
     wan_config wan;
 };
 
-using pending_owner = heap_ptr<pending_modify>;
-
 constexpr size_t slot_count = most_pending;
-static_assert(record_arg_count <= 64, "one bit each in `arguments`");
 
-// Guards the slots, the count and every entry behind them. Taken after handler_mutex where both are held.
-constinit mutex pending_mutex;
 constinit pending_modify *pending_slots[slot_count] = {};
 constinit uint8_t pending_modify_count = 0;
+
+pending_modify &entry_of(lane_job &job)
+{
+    return *reinterpret_cast<pending_modify *>(&job); // its first member
+}
 
 // Whether its identifier does not mean what it meant when the change was asked for.
 bool is_outlived(const pending_modify &entry)
@@ -47,30 +46,25 @@ bool is_outlived(const pending_modify &entry)
     return entry.generation != wan_generation(entry.wan.wanId);
 }
 
-// With pending_mutex held, on the bus thread.
-std::optional<size_t> find_slot(uint8_t wan_id, bool applying)
+pending_modify *find_entry(uint8_t wan_id, bool applying)
 {
-    for (size_t slot = 0; slot < slot_count; slot++) {
-        const pending_modify *const entry = pending_slots[slot];
+    for (pending_modify *const entry : pending_slots)
         if (entry && entry->wan.wanId == wan_id && entry->applying == applying && !is_outlived(*entry))
-            return slot;
-    }
-    return std::nullopt;
+            return entry;
+    return nullptr;
 }
 
-// The change of an identifier that waits, or else one that waits in vain. With pending_mutex held.
-std::optional<size_t> find_waiting(uint8_t wan_id)
+// The change of an identifier that waits, or else one that waits in vain.
+pending_modify *find_waiting(uint8_t wan_id)
 {
-    std::optional<size_t> found = find_slot(wan_id, /*applying=*/false);
-    for (size_t slot = 0; slot < slot_count && !found; slot++) {
-        const pending_modify *const entry = pending_slots[slot];
+    if (pending_modify *const found = find_entry(wan_id, /*applying=*/false))
+        return found;
+    for (pending_modify *const entry : pending_slots)
         if (entry && entry->wan.wanId == wan_id && !entry->applying)
-            found = slot;
-    }
-    return found;
+            return entry;
+    return nullptr;
 }
 
-// With pending_mutex held.
 size_t lowest_empty_slot()
 {
     size_t slot = 0;
@@ -96,186 +90,148 @@ bool is_free(uint8_t wan_id)
     return network && !wan_device_section(network, wan_id);
 }
 
-// With handler_mutex held.
-void apply(const pending_modify &due)
+// On the lane's thread.
+void apply(lane_job &job)
 {
+    const pending_modify &due = entry_of(job);
     const uint8_t wan_id = due.wan.wanId;
-    if (is_outlived(due) && !is_free(wan_id)) {
+    if (due.outlived && !is_free(wan_id)) {
         log_error("Failed to modify wan: wan_%u is not the one that was meant", wan_id);
         return tell(due, wan_action::lost, "the WAN is not the one that was meant");
     }
     (void)wan_modify_apply(&due.wan); // it logs and tells what fails, and there is nobody to reply to
 }
 
-// With pending_mutex held.
-void empty_slot(size_t slot)
+void close_entry(lane_job &job)
 {
-    pending_slots[slot] = nullptr;
-    pending_modify_count--;
-}
-
-// Waits until the entry's seconds are over or it is taken back. A second ends where the clock says so,
-// however late this thread comes to see it: lost moments must not add up until a change falls behind the next
-// slot's.
-void count_down(pending_modify &entry)
-{
-    const scoped_lock lock(pending_mutex);
-    uint64_t second_end = steady_milliseconds();
-    while (entry.countdown != 0 && !entry.cancelled) {
-        second_end += 1000;
-        while (!entry.cancelled && entry.ended.wait_until(pending_mutex, second_end))
-            ;
-        if (entry.countdown != 0)
-            entry.countdown--;
-    }
-}
-
-// What becomes of an entry whose seconds were over: it is closed unless a request has started them anew.
-enum class due_entry { closed, waits_again, cancelled };
-
-// With handler_mutex held.
-due_entry close_entry(pending_modify &entry)
-{
-    const scoped_lock lock(pending_mutex);
-    if (entry.cancelled)
-        return due_entry::cancelled;
-    if (entry.countdown != 0)
-        return due_entry::waits_again;
+    pending_modify &entry = entry_of(job);
     entry.applying = true;
-    return due_entry::closed;
+    entry.outlived = is_outlived(entry);
 }
 
-// Applies the entry if its seconds are still over. Returns whether it is done with.
-bool apply_due(pending_modify &entry)
+void drop(pending_modify &entry)
 {
-    const scoped_lock lock(handler_mutex);
-    const due_entry state = close_entry(entry);
-    if (state != due_entry::closed)
-        return state == due_entry::cancelled;
-    apply(entry);
-    const scoped_lock slots_lock(pending_mutex);
-    empty_slot(entry.slot);
-    return true;
+    (void)uloop_timeout_cancel(&entry.timer);
+    pending_slots[entry.slot] = nullptr;
+    pending_modify_count--;
+    free(&entry);
 }
 
-// The body of a worker thread; its argument is the entry.
-void *wan_modify_worker(void *argument)
+void end_entry(lane_job &job)
 {
-    const pending_owner entry(static_cast<pending_modify *>(argument));
-    do
-        count_down(*entry);
-    while (!apply_due(*entry));
-    entry->ended.close();
-    return nullptr;
+    drop(entry_of(job));
 }
 
-bool start_worker(pending_modify *entry)
+uint64_t milliseconds_left(const pending_modify &entry)
 {
-    pthread_attr_t detached;
-    if (pthread_attr_init(&detached) != 0)
-        return false;
-    (void)pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
-    // A worker inherits the mask: the stop handler then runs on the bus thread, or where a worker waits for a
-    // child.
-    const stop_signal_mask blocked(stop_signal_mask::block);
-    pthread_t worker;
-    const int result = pthread_create(&worker, &detached, wan_modify_worker, entry);
-    (void)pthread_attr_destroy(&detached);
-    errno = result;
-    return result == 0;
+    const uint64_t now = steady_milliseconds();
+    return entry.due > now ? entry.due - now : 0;
 }
 
-// The record that a new change starts from: what is just being applied to this WAN, or else what is stored.
-// False: that cannot be read, and nothing may be made of it.
-bool read_base(uint8_t wan_id, wan_config *record_out)
+// The loop's timers take no more than some days at once.
+void arm(pending_modify &entry)
 {
-    {
-        const scoped_lock lock(pending_mutex);
-        if (const std::optional<size_t> slot = find_slot(wan_id, /*applying=*/true)) {
-            *record_out = pending_slots[*slot]->wan;
-            return true;
-        }
+    constexpr uint64_t day = 86400000;
+    (void)uloop_timeout_set(&entry.timer, static_cast<int>(std::min(milliseconds_left(entry), day)));
+}
+
+void handle_timer(uloop_timeout *timer)
+{
+    for (pending_modify *const entry : pending_slots) {
+        if (!entry || &entry->timer != timer)
+            continue;
+        if (milliseconds_left(*entry) > 0)
+            return arm(*entry);
+        entry->in_lane = true;
+        return lane_add(lane_name::changes, entry->job);
     }
-    *record_out = {};
-    record_out->wanId = wan_id;
-    // A WAN that does not exist is refused when the change is applied.
-    return wan_read_stored(record_out) != configuration_unreadable;
 }
 
-// Notes an accepted request with what waits, and tells that it waits. With pending_mutex held.
-void accept(pending_modify &entry, blob_attr *const attributes[])
+// Takes a change that is not being applied out of the lane.
+void leave_lane(pending_modify &entry)
+{
+    if (entry.in_lane)
+        (void)lane_withdraw(lane_name::changes, entry.job);
+    entry.in_lane = false;
+}
+
+void start_seconds(pending_modify &entry, uint32_t wait)
+{
+    leave_lane(entry);
+    entry.due = steady_milliseconds() + (uint64_t{entry.slot} + wait) * 1000;
+    arm(entry);
+}
+
+// Notes an accepted request with what waits, and tells that it waits.
+void accept(pending_modify &entry, uint64_t arguments)
 {
     entry.asked = steady_milliseconds();
-    for (size_t i = 0; i < record_arg_count; i++)
-        if (attributes[first_record_arg + i])
-            entry.arguments |= uint64_t{1} << i;
+    entry.arguments |= arguments;
     tell(entry, wan_action::pending);
 }
 
-modify_later_result merge(size_t slot, uint32_t wait, blob_attr *const attributes[], text_ref refused_out)
+pending_result enter(const wan_config &wan, const asked_change &asked)
 {
-    pending_modify *const entry = pending_slots[slot];
-    entry->countdown = slot + wait;
-    // On a copy: what comes before an invalid argument must not slip into the change that was accepted.
-    wan_config merged = entry->wan;
-    if (wan_parse_args(attributes, &merged, refused_out) != 0)
-        return modify_invalid;
-    entry->wan = merged;
-    accept(*entry, attributes);
-    return modify_queued;
-}
-
-// Puts a change into a slot and starts its worker.
-modify_later_result enqueue(pending_owner entry, uint32_t wait, blob_attr *const attributes[])
-{
-    const scoped_lock lock(pending_mutex);
-    entry->slot = lowest_empty_slot();
-    entry->countdown = entry->slot + wait;
-    entry->generation = wan_generation(entry->wan.wanId);
-    if (!entry->ended.open() || !start_worker(entry.get())) {
-        log_error("Nothing was changed: a thread cannot be started: %m");
-        return modify_no_memory;
+    pending_modify *const entry = static_cast<pending_modify *>(calloc(1, sizeof(pending_modify)));
+    if (!entry) {
+        log_error("Nothing was changed: %m");
+        return pending_result::no_memory;
     }
-    pending_slots[entry->slot] = entry.get();
+    entry->job = {.work = apply, .ended = end_entry, .begins = close_entry};
+    entry->timer.cb = handle_timer;
+    entry->slot = lowest_empty_slot();
+    entry->generation = wan_generation(wan.wanId);
+    entry->wan = wan;
+    pending_slots[entry->slot] = entry;
     pending_modify_count++;
-    accept(*entry.release(), attributes);
-    return modify_queued;
+    start_seconds(*entry, asked.wait);
+    accept(*entry, asked.arguments);
+    return pending_result::queued;
 }
 
 } // namespace
 
-modify_later_result wan_modify_later(uint8_t wan_id, uint32_t wait, blob_attr *const attributes[],
-                                     text_ref refused_out)
+bool wan_pending_begin(uint8_t wan_id, uint32_t wait)
 {
-    {
-        const scoped_lock lock(pending_mutex);
-        if (pending_modify_count == slot_count)
-            return modify_table_full;
-        if (const std::optional<size_t> slot = find_slot(wan_id, /*applying=*/false))
-            return merge(*slot, wait, attributes, refused_out);
+    if (pending_modify_count == slot_count)
+        return false;
+    if (pending_modify *const entry = find_entry(wan_id, /*applying=*/false))
+        start_seconds(*entry, wait);
+    return true;
+}
+
+pending_result wan_pending_join(const asked_change &asked)
+{
+    if (pending_modify_count == slot_count)
+        return pending_result::table_full;
+    if (pending_modify *const entry = find_entry(asked.wan.wanId, /*applying=*/false)) {
+        start_seconds(*entry, asked.wait);
+        wan_overlay_args(asked.arguments, asked.wan, &entry->wan);
+        accept(*entry, asked.arguments);
+        return pending_result::queued;
     }
-    // Only the bus thread adds entries, so there is still none for this WAN, and room for one.
-    pending_owner entry(static_cast<pending_modify *>(calloc(1, sizeof(pending_modify))));
-    if (!entry) {
-        log_error("Nothing was changed: %m");
-        return modify_no_memory;
-    }
-    if (!read_base(wan_id, &entry->wan))
-        return modify_no_memory;
-    if (wan_parse_args(attributes, &entry->wan, refused_out) != 0)
-        return modify_invalid;
-    return enqueue(static_cast<pending_owner &&>(entry), wait, attributes);
+    const pending_modify *const applied = find_entry(asked.wan.wanId, /*applying=*/true);
+    if (!applied)
+        return pending_result::unknown;
+    wan_config wan = applied->wan;
+    wan_overlay_args(asked.arguments, asked.wan, &wan);
+    return enter(wan, asked);
+}
+
+pending_result wan_pending_add(const asked_change &asked)
+{
+    return pending_modify_count == slot_count ? pending_result::table_full : enter(asked.wan, asked);
 }
 
 size_t wan_pending_changes(std::span<pending_change, most_pending> changes_out)
 {
-    const scoped_lock lock(pending_mutex);
     size_t count = 0;
     for (const pending_modify *const entry : pending_slots) {
         if (!entry)
             continue;
         pending_change &change = changes_out[count++];
-        change = {entry->wan.wanId, entry->applying, {}, entry->countdown, entry->asked, entry->arguments};
+        const uint64_t seconds = (milliseconds_left(*entry) + 999) / 1000;
+        change = {entry->wan.wanId, entry->applying, {}, seconds, entry->asked, entry->arguments};
         memcpy(change.wanName, entry->wan.wanName, sizeof(change.wanName));
         change.wanName[sizeof(change.wanName) - 1] = '\0';
     }
@@ -284,14 +240,11 @@ size_t wan_pending_changes(std::span<pending_change, most_pending> changes_out)
 
 bool wan_cancel_pending(uint8_t wan_id)
 {
-    const scoped_lock lock(pending_mutex);
-    const std::optional<size_t> slot = find_waiting(wan_id);
-    if (!slot)
+    pending_modify *const entry = find_waiting(wan_id);
+    if (!entry)
         return false;
-    pending_modify &entry = *pending_slots[*slot];
-    empty_slot(*slot);
-    entry.cancelled = true;
-    entry.ended.send();
-    tell(entry, wan_action::cancelled);
+    leave_lane(*entry);
+    tell(*entry, wan_action::cancelled);
+    drop(*entry);
     return true;
 }

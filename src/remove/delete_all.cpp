@@ -11,7 +11,7 @@
 #include "rules/route_rule.h"
 #include "service/change.h"
 #include "service/reload.h"
-#include "service/reply.h"
+#include "service/request.h"
 #include "store/generations.h"
 #include "store/id_list.h"
 #include "wan/stored_options.h"
@@ -160,9 +160,10 @@ bool wan_delete_all()
     return true;
 }
 
-int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
+namespace {
+
+int delete_everything(request &)
 {
-    const scoped_lock lock(handler_mutex);
     bool found = false;
     auto remove = [&] {
         found = wan_delete_all();
@@ -173,4 +174,15 @@ int wan_handle_del_all(ubus_context *, ubus_object *, ubus_request_data *, const
     if (change_run(works, 0) == operation_result::done && found)
         wan_all_generations_end();
     return UBUS_STATUS_OK;
+}
+
+constexpr method_kind deletion_of_all = {
+    .work = delete_everything, .refuse = [](request &) -> int { return UBUS_STATUS_UNKNOWN_ERROR; }};
+
+} // namespace
+
+int wan_handle_del_all(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *,
+                       blob_attr *)
+{
+    return request_defer(deletion_of_all, lane_name::changes, bus, request, {});
 }

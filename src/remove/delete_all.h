@@ -6,7 +6,7 @@
 // Deletes every WAN on the list, then the scripts that concern all of them and what belongs to no WAN
 // (remove/orphans.h), and reloads the services. Sweeps the configuration by force when the list cannot be
 // read or a deletion failed. Outcomes are logged. Returns false when there was nothing to be deleted or it
-// cannot be told. Call with the handler mutex held, or before the bus is connected.
+// cannot be told. Within an operation.
 bool wan_delete_all();
 
 // The sweep. Takes away, without looking at the WANs one by one: the scripts of every identifier on the list,

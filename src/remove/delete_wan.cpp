@@ -10,7 +10,7 @@
 #include "service/change.h"
 #include "service/policies.h"
 #include "service/reload.h"
-#include "service/reply.h"
+#include "service/request.h"
 #include "service/settings.h"
 #include "store/generations.h"
 #include "store/id_list.h"
@@ -165,9 +165,16 @@ int wan_delete(uint8_t wanId, int reload, int keep_ids)
 
 namespace {
 
-int delete_locked(uint8_t wan_id)
+// The status that clients get with every refusal.
+int refuse(request &self)
 {
-    const scoped_lock lock(handler_mutex);
+    (void)self.reply.say(-1, "korvel del ERR!");
+    return UBUS_STATUS_INVALID_ARGUMENT;
+}
+
+int delete_asked(request &self)
+{
+    const uint8_t wan_id = self.wan.wanId;
     int result = 0;
     auto remove = [&] {
         result = wan_delete(wan_id, /*reload=*/1, /*keep_ids=*/0);
@@ -177,8 +184,12 @@ int delete_locked(uint8_t wan_id)
     const operation_result outcome = change_run(works, wan_id);
     if (outcome == operation_result::done)
         wan_generation_ends(wan_id);
-    return outcome == operation_result::failed ? -1 : result;
+    if (outcome == operation_result::failed || result != 0)
+        return refuse(self);
+    return self.reply.say(0, "korvel del OK.");
 }
+
+constexpr method_kind deletion_of_one = {.work = delete_asked, .refuse = refuse};
 
 } // namespace
 
@@ -187,11 +198,11 @@ int wan_handle_del(ubus_context *bus, ubus_object *, ubus_request_data *request,
 {
     blob_attr *arguments[1];
     parse_request(wan_id_policy.rows, message, arguments);
-    blob_attr *const wan_id = arguments[arg_wan_id];
-    handler_reply reply;
-    if (!wan_id || delete_locked(static_cast<uint8_t>(blobmsg_get_u32(wan_id))) != 0) {
-        reply.send_result(bus, request, -1, "korvel del ERR!");
+    if (!arguments[arg_wan_id]) {
+        (void)reply_at_once(bus, request, -1, "korvel del ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    return reply.send_result(bus, request, 0, "korvel del OK.");
+    wan_config asked = {};
+    asked.wanId = static_cast<uint8_t>(blobmsg_get_u32(arguments[arg_wan_id]));
+    return request_defer(deletion_of_one, lane_name::changes, bus, request, asked);
 }

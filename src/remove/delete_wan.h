@@ -17,8 +17,7 @@ inline constexpr int no_such_wan = -1;
 // nonzero: the WAN is written again at once, so an emptied identifier list does not start over.
 //
 // Returns 0, no_such_wan (nothing is changed), or the OR of the configuration calls that failed; both are
-// logged. Call with the handler mutex held, or before the bus is connected. Waits for
-// scripts and reloads.
+// logged. Within an operation.
 int wan_delete(uint8_t wanId, int reload, int keep_ids);
 
 // Bus method `del`.

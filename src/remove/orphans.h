@@ -43,5 +43,5 @@ void wan_find_orphans(orphan_list &found);
 void wan_log_orphans();
 
 // Removes them, but for the identifiers, after the scripts are run with "-r". Returns how many there were.
-// Call with the handler mutex held, or before the bus is connected.
+// Within an operation.
 unsigned wan_remove_orphans();

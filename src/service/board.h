@@ -9,7 +9,7 @@ extern int wlan_2g_num;
 extern int wlan_5g_num;
 
 // Asks the board description on the bus for the four counts. A description that cannot be had or parsed is
-// logged and leaves all of them 0. Main thread, before the bus object is registered.
+// logged and leaves all of them 0. Before the bus object is registered.
 void nemtra_init_lan_num();
 
 // The number of LAN-side ports: the sum of the four counts, 0 when that is negative.

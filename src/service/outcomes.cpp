@@ -3,7 +3,9 @@
 #include "base/heap.h"
 #include "base/lock.h"
 #include "base/log.h"
-#include "base/os.h"
+
+#include <cstring>
+#include "base/clock.h"
 
 #include <unistd.h>
 

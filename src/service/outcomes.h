@@ -37,8 +37,7 @@ struct wan_outcome {
 };
 inline constexpr char result_ok[] = "OK";
 
-// Adds an outcome behind all others. One that memory does not suffice for is logged and dropped. Any thread;
-// hold the handler mutex where the change does, so that outcomes come in the order of the changes.
+// Adds an outcome behind all others. One that memory does not suffice for is logged and dropped. Any thread.
 void outcome_add(const wan_outcome &outcome);
 
 // Has outcome_add() write the number 1 to a descriptor (an eventfd) each time, and once now if there is

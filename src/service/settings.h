@@ -7,9 +7,8 @@
 #include <atomic>
 #include <cstdint>
 
-// The highest WAN identifier that may exist. Written at start-up, and then by the identifier list only: under
-// the handler mutex (or before the bus is connected), for `addDev` on the bus thread. Queries read it at any
-// time.
+// The highest WAN identifier that may exist. Written at start-up, and then by the identifier list only,
+// within an operation. Queries read it at any time.
 extern std::atomic<uint32_t> maxWanId;
 
 // The uplink network device, "pon" when the configuration names none. Set at start-up, only read afterwards.

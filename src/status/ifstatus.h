@@ -11,7 +11,8 @@ class ifstatus_reader {
 public:
     // The WANs in the order in which they will be read. Of each, the record's wanId, wanMode, ipMode and
     // ipProtocol are set, or the reading has failed: then it is not asked for.
-    explicit ifstatus_reader(std::span<const wan_reading> wans) : wans_(wans) {}
+    // `asked`: steady_milliseconds() when the request for them came in.
+    ifstatus_reader(std::span<const wan_reading> wans, uint64_t asked) : wans_(wans), commands_(asked) {}
 
     // Fills the runtime fields of the next of the WANs that have not failed, whose record this is: link
     // states, uptime, addresses, prefixes, gateways and DNS servers. What a reply does not name stays as it

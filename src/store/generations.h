@@ -5,7 +5,7 @@
 #include <cstdint>
 
 // A number that changes when a WAN of the identifier is made, or deleted for good, not to be written again at
-// once. Any thread; held still by the handler mutex for a WAN that exists.
+// once. Any thread.
 uint32_t wan_generation(uint8_t wan_id);
 
 // To be called when that happens, to one WAN or to all, or is about to; that it then does not does no harm.

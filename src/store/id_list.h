@@ -1,6 +1,5 @@
 // The list of WAN identifiers in use, network.korvel.wanList, and the allocation of new ones. What changes
-// the list or maxWanId is called with the handler mutex held, or before the bus is connected, unless it says
-// otherwise.
+// the list or maxWanId is called within an operation.
 #pragma once
 
 #include "base/config.h"
@@ -48,8 +47,7 @@ void wan_id_cover(uint32_t id);
 // Picks an identifier and appends it to the list. `requested` counts with its low 8 bits: 0 asks for a new
 // identifier (the first gap when `use_min_wan_id` is set, else the highest one so far plus one), any other
 // value puts that identifier on the list again. Returns the identifier. Lists and maxWanId change in the
-// configuration and in memory; duplicates are not looked for: new WANs ask store/new_id first. Call with the
-// handler mutex held, or before the bus is connected.
+// configuration and in memory; duplicates are not looked for: new WANs ask store/new_id first.
 uint32_t wan_id_alloc(uint32_t requested);
 
 // Commits an empty handle of the section's `port_binding`, which the library refuses: the configuration stays

@@ -19,11 +19,11 @@ inline constexpr uint32_t last_reserved_id = 155;
 uint8_t wan_id_choose();
 
 // Puts a chosen identifier on the list and sees that maxWanId covers it; one that is not the allocator's own
-// is logged. Call with the handler mutex held, on the bus thread, or before the bus is connected.
+// is logged. Within an operation.
 void wan_id_take(uint8_t id);
 
 // Keeps the identifier of a WAN that is deleted and written again from being given away in between, for its
-// own lifetime. One at a time: hold the handler mutex.
+// own lifetime. One at a time: in the lane of changes.
 class wan_id_hold {
 public:
     explicit wan_id_hold(uint8_t id);

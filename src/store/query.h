@@ -3,7 +3,7 @@
 
 #include "base/bus_headers.h"
 
-// Replies with one WAN's fields. Takes no lock; waits for the network daemon.
+// Replies with one WAN's fields, when the lane of queries has read them.
 int wan_handle_get(ubus_context *bus, ubus_object *object, ubus_request_data *request, const char *method,
                    blob_attr *message);
 

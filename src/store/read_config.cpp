@@ -253,33 +253,36 @@ void wan_read_configured(const uci_loaded &network, const wan_sections &sections
     reading->error = state.error;
 }
 
-int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading)
-{
-    if (reading.failure) {
-        log_error("%s", reading.failure);
-        return -1;
-    }
-    const int error = reading.error | states.read(reading.record);
-    if (error != 0)
-        log_error("Error happened when getting wan_%u data: %d", reading.record->wanId, error);
-    return 0;
-}
-
 namespace {
 
-int finish_alone(const wan_reading &reading)
+int log_failure(const wan_reading &reading)
 {
-    ifstatus_reader states({&reading, 1});
-    return wan_finish_reading(states, reading);
+    log_error("%s", reading.failure);
+    return -1;
+}
+
+void log_errors(const wan_reading &reading, int error)
+{
+    if (error != 0)
+        log_error("Error happened when getting wan_%u data: %d", reading.record->wanId, error);
 }
 
 } // namespace
 
-int wan_read_config(wan_config *record)
+int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading)
+{
+    if (reading.failure)
+        return log_failure(reading);
+    log_errors(reading, reading.error | states.read(reading.record));
+    return 0;
+}
+
+int wan_read_config(wan_config *record, uint64_t asked)
 {
     wan_reading reading = {record, nullptr, 0};
     wan_read_configured(uci_loaded("network"), &reading);
-    return finish_alone(reading);
+    ifstatus_reader states({&reading, 1}, asked);
+    return wan_finish_reading(states, reading);
 }
 
 namespace {
@@ -318,7 +321,11 @@ int wan_read_stored(wan_config *record)
     const uci_loaded network("network");
     wan_reading reading = {record, nullptr, 0};
     wan_read_configured(network, &reading);
-    const int result = finish_alone(reading);
+    int result = 0;
+    if (reading.failure)
+        result = log_failure(reading);
+    else
+        log_errors(reading, reading.error);
     if (!network) {
         log_error("Failed to read file: /etc/config/network: %s", network.reason());
         return configuration_unreadable;

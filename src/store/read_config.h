@@ -47,12 +47,11 @@ void wan_read_configured(const uci_loaded &network, const wan_sections &sections
 int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading);
 
 // Both halves for one WAN, whose record is zero but for `wanId`, from a `network` configuration of its own.
-// Returns the second one's result.
-int wan_read_config(wan_config *record);
+// `asked`: steady_milliseconds() when the request for it came in. Returns the second one's result.
+int wan_read_config(wan_config *record, uint64_t asked);
 
-// Reads a WAN as wan_read_config() does, but such that writing the record again changes nothing: a static
-// WAN's addresses as configured instead of as in use, dialling on demand as 1, and what queries hide or leave
-// out for the WAN's protocols. Returns configuration_unreadable, which is logged with the reason, when that
-// says nothing about the WAN.
+// Reads what is configured of a WAN, without its state, such that writing the record again changes nothing:
+// dialling on demand as 1, and with what queries hide or leave out for the WAN's protocols. Returns
+// configuration_unreadable, which is logged with the reason, when that says nothing about the WAN.
 inline constexpr int configuration_unreadable = -2;
 int wan_read_stored(wan_config *record);

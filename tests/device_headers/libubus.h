@@ -87,6 +87,9 @@ void ubus_add_uloop(struct ubus_context *ctx);
 int ubus_add_object(struct ubus_context *ctx, struct ubus_object *obj);
 int ubus_remove_object(struct ubus_context *ctx, struct ubus_object *obj);
 int ubus_send_reply(struct ubus_context *ctx, struct ubus_request_data *req, struct blob_attr *msg);
+void ubus_defer_request(struct ubus_context *ctx, struct ubus_request_data *req,
+                        struct ubus_request_data *new_req);
+void ubus_complete_deferred_request(struct ubus_context *ctx, struct ubus_request_data *req, int ret);
 int ubus_send_event(struct ubus_context *ctx, const char *id, struct blob_attr *data);
 const char *ubus_strerror(int error);
 

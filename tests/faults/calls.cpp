@@ -32,9 +32,13 @@ enum class form {
     mapping,
     control,
     lock,
+    events,
     clone,
     clone3,
 };
+
+// A program that waits for events no longer than that waits for a time.
+constexpr int most_slept_milliseconds = 1000;
 
 struct known_call {
     long number;
@@ -71,7 +75,7 @@ constexpr known_call known_calls[] = {
     CALL(fork, child, none),              CALL(vfork, child, none),
     CALL(clone, child, clone),            CALL(clone3, child, clone3),
     CALL(nanosleep, sleep, none),         CALL(clock_nanosleep, sleep, none),
-    CALL(epoll_wait, wait_for_events, none), CALL(epoll_pwait, wait_for_events, none),
+    CALL(epoll_wait, wait_for_events, events), CALL(epoll_pwait, wait_for_events, events),
     CALL(futex, harmless, lock),
     CALL(mmap, harmless, mapping),        CALL(ioctl, harmless, control),
     // Take names, locks or times, look at things, end things, or concern the process's own memory.
@@ -248,6 +252,10 @@ void read_words(system_call &call, form words)
         break;
     case form::lock: // with a time at which it ends it is how threads sleep
         if ((call.words[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET && call.words[3] != 0)
+            call.kind = sleep;
+        break;
+    case form::events: // with a timer that is due soon
+        if (word(call, 3) > 0 && word(call, 3) <= most_slept_milliseconds)
             call.kind = sleep;
         break;
     case form::clone:

@@ -130,13 +130,12 @@ void ground::lose_bus()
     bus_lost_ = true;
 }
 
-std::unique_ptr<traced_program> ground::start_daemon(watch &watched, bool short_of_memory)
+std::unique_ptr<traced_program> ground::start_daemon(watch &watched)
 {
-    std::vector<std::string> environment;
-    if (short_of_memory)
-        environment.push_back("LD_PRELOAD=" KORVEL_SHORT_MEMORY);
-    auto daemon =
-        std::make_unique<traced_program>(std::vector<std::string>{"korvel", "-d"}, environment, output_path);
+    auto daemon = std::make_unique<traced_program>(
+        std::vector<std::string>{"korvel", "-d"}, std::vector<std::string>{"LD_PRELOAD=" KORVEL_SHORT_MEMORY},
+        output_path);
+    watched.on_sleep = [this](int milliseconds) { memory_->skipped += milliseconds; };
     watched.follow(*daemon);
     daemon->other_ended = [this](pid_t pid, int status) {
         if (pid == client_) {

@@ -25,7 +25,7 @@ public:
     void lose_bus();
 
     // Starts the daemon without letting it run yet.
-    std::unique_ptr<traced_program> start_daemon(watch &watched, bool short_of_memory = false);
+    std::unique_ptr<traced_program> start_daemon(watch &watched);
     // Sends a request of a client's own; its program runs beside the daemon's.
     void start_client(const bus_request &request);
     // Ends the client and says what it has heard. A reply that was sent may still be on its way.

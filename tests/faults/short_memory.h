@@ -1,4 +1,4 @@
-/* What the allocations of a watched program and the watcher share. */
+/* What the allocations and the clock of a watched program share with the watcher. */
 #pragma once
 
 #define short_memory_page "/gateway/faults/memory"
@@ -7,4 +7,5 @@ struct short_memory {
     unsigned armed;       /* whether allocations count */
     unsigned count;       /* how many there were */
     unsigned first, last; /* those that fail */
+    long long skipped;    /* milliseconds by which the steady clock goes ahead */
 };

@@ -82,12 +82,22 @@ std::vector<char *> pointers(const std::vector<std::string> &texts)
     _exit(127);
 }
 
-// Whether a thread is in a call by which events are waited for.
-bool waits_for_events(pid_t thread)
+// The call that a thread is in; -1: none.
+long call_of(pid_t thread)
 {
     std::ifstream file("/proc/" + std::to_string(thread) + "/syscall");
     long number = -1;
-    return file >> number && (number == SYS_epoll_wait || number == SYS_epoll_pwait);
+    return file >> number ? number : -1;
+}
+
+// Whether a thread sleeps; one that was woken and has not run yet does not.
+bool sleeps(pid_t thread)
+{
+    std::ifstream file("/proc/" + std::to_string(thread) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    const size_t name_end = stat.rfind(')');
+    return name_end != std::string::npos && stat.compare(name_end, 3, ") S") == 0;
 }
 
 // Makes waitpid() return now and then, so that a program which hangs is noticed.
@@ -157,9 +167,12 @@ bool traced_program::run(const std::function<bool()> &until, unsigned seconds)
     const time_t deadline = time(nullptr) + seconds;
     while (!until()) {
         int status = 0;
-        const pid_t pid = waitpid(-1, &status, __WALL);
+        // A thread that was given something to do may not have begun.
+        const pid_t pid = waitpid(-1, &status, __WALL | (waiting_ ? WNOHANG : 0));
         if (pid > 0)
             handle(pid, status);
+        else if (pid == 0)
+            (void)usleep(200);
         else if (errno == ECHILD)
             return until();
         if (time(nullptr) > deadline)
@@ -177,14 +190,27 @@ bool traced_program::run_unseen(unsigned seconds)
         int status = 0;
         if (const pid_t pid = waitpid(-1, &status, __WALL | WNOHANG); pid > 0)
             handle(pid, status);
-        else if (!(waits = threads_.size() == 1 && waits_for_events(pid_)))
+        else if (!(waits = waits_for_events()))
             (void)usleep(200);
     }
-    // The next thing that happens is a stop, from which on it is seen.
+    // The next thing that happens to each thread is a stop, from which on it is seen.
     seen_ = true;
-    if (!ended_)
-        (void)ptrace(PTRACE_INTERRUPT, pid_, nullptr, nullptr);
+    for (const auto &[thread, state] : threads_)
+        if (!ended_)
+            (void)ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr);
     return ended_ || waits;
+}
+
+// The others wait to be given something to do.
+bool traced_program::waits_for_events() const
+{
+    return std::ranges::all_of(threads_, [this](const auto &each) {
+        const pid_t thread = each.first;
+        if (!sleeps(thread))
+            return false;
+        const long call = call_of(thread);
+        return thread == pid_ ? call == SYS_epoll_wait || call == SYS_epoll_pwait : call == SYS_futex;
+    });
 }
 
 void traced_program::handle(pid_t pid, int status)

@@ -45,8 +45,8 @@ public:
     pid_t pid() const { return pid_; }
     bool ended() const { return ended_; }
     int wait_status() const { return wait_status_; }
-    // Whether its first thread waits for events and there is no other.
-    bool idle() const { return waiting_ && threads_.size() == 1; }
+    // Whether its first thread waits for events, and the others to be given something to do.
+    bool idle() const { return waiting_ && waits_for_events(); }
 
 private:
     struct thread_state {
@@ -54,6 +54,7 @@ private:
         system_call call;
         fate decided;
     };
+    bool waits_for_events() const;
     void handle(pid_t thread, int status);
     void handle_stop(pid_t thread, int status);
     int handle_call(pid_t thread);

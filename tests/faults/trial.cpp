@@ -100,7 +100,7 @@ void trial::prepare(const operation &tried)
     ground_.memory() = {0, 0, no_allocation, no_allocation};
     clean_ = {};
     {
-        const auto daemon = ground_.start_daemon(clean_, /*short_of_memory=*/true);
+        const auto daemon = ground_.start_daemon(clean_);
         run_request(*daemon, clean_, [&] { return ground_.finished(*daemon); });
     }
     allocations_ = ground_.memory().count;
@@ -166,7 +166,7 @@ trial::crash trial::run_with(const fault &wrong, size_t number)
     watched.number = number / errors;
     watched.error = wrong.errors.empty() ? ENOMEM : wrong.errors[number % errors];
     watched.left_out = left_out_;
-    const auto daemon = ground_.start_daemon(watched, is_of_memory(wrong));
+    const auto daemon = ground_.start_daemon(watched);
     watched.on_strike = [&] { wrong.happens == fault::stopped ? daemon->kill(SIGTERM) : ground_.lose_bus(); };
     size_t children = 0;
     if (wrong.happens == fault::child_fails)

@@ -23,8 +23,14 @@ void watch::follow(traced_program &program)
 fate watch::look(const system_call &call)
 {
     // A change that waits need not keep everybody waiting.
-    if (call.kind == call_kind::sleep)
-        return call.number == SYS_futex ? fate{fate::refuse, ETIMEDOUT} : fate{fate::leave_out};
+    if (call.kind == call_kind::sleep) {
+        if (call.number == SYS_nanosleep || call.number == SYS_clock_nanosleep)
+            return {fate::leave_out};
+        if (call.number == SYS_futex)
+            return {fate::refuse, ETIMEDOUT};
+        on_sleep(static_cast<int>(call.words[3]));
+        return {fate::refuse, EINTR};
+    }
     if (!begins_with.empty() && call.path == begins_with) {
         begins_with.clear();
         on_begin();

@@ -22,8 +22,9 @@ public:
     size_t number = nothing;
     int error = 0;
     left_out_call left_out;
-    std::function<void()> on_strike; // called before the call of faults that come from outside
-    disk_log *log = nullptr;         // takes what is changed, if set
+    std::function<void(int milliseconds)> on_sleep; // has the clock go ahead instead
+    std::function<void()> on_strike;                // called before the call of faults that come from outside
+    disk_log *log = nullptr;                        // takes what is changed, if set
 
     // Calls count as long as this is set.
     bool armed = false;

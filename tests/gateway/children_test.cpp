@@ -43,7 +43,7 @@ TEST_F(children_test, a_service_starts_as_if_by_hand)
     EXPECT_EQ(started("by-hand"), started("firewall"));
 }
 
-TEST_F(children_test, a_service_starts_as_if_by_hand_when_a_worker_tells_it)
+TEST_F(children_test, a_service_starts_as_if_by_hand_when_a_waiting_change_tells_it)
 {
     gateway.store_wan(routed_dhcp(1));
     gateway.start_netd();

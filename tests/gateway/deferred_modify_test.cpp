@@ -54,7 +54,7 @@ protected:
         EXPECT_EQ(result_reply(0, 0, queued), change(id, arguments, wait));
     }
 
-    bool workers_end()
+    bool changes_end()
     {
         return wait_until([this] { return waiting_changes() == 0; });
     }
@@ -71,7 +71,7 @@ TEST_F(deferred_modify_test, a_change_is_answered_at_once_and_applied_after_its_
     ASSERT_TRUE(updates_reach(1, 1));
     EXPECT_GE(steady_clock::now() - start, seconds(some_wait));
     EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
-    EXPECT_TRUE(workers_end());
+    EXPECT_TRUE(changes_end());
 }
 
 TEST_F(deferred_modify_test, changes_with_the_same_wait_are_applied_a_second_apart_in_slot_order)
@@ -84,7 +84,7 @@ TEST_F(deferred_modify_test, changes_with_the_same_wait_are_applied_a_second_apa
         expect_queued(ids[slot], R"("mtu":1400)", some_wait);
     }
 
-    // Each worker sleeps whole seconds from its own request on: what was seen is no earlier than that,
+    // Each waits whole seconds from its own request on: what was seen is no earlier than that,
     // however late it is seen.
     for (size_t slot = 0; slot < std::size(ids); slot++) {
         ASSERT_TRUE(updates_reach(ids[slot], 1));
@@ -108,7 +108,7 @@ TEST_F(deferred_modify_test, two_changes_of_one_wan_become_one_apply_with_the_ar
     EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
     EXPECT_EQ("4", gateway.device_option(1, "service_mode"));
     EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
     EXPECT_EQ(text_lines{"wan_1"}, applied_updates());
 }
 
@@ -211,7 +211,7 @@ TEST_F(deferred_modify_test, a_change_takes_the_lowest_empty_slot_and_never_a_li
 
     ASSERT_TRUE(updates_reach(2, 1));
     EXPECT_EQ((text_lines{"wan_1", "wan_3", "wan_2"}), applied_updates());
-    EXPECT_TRUE(workers_end());
+    EXPECT_TRUE(changes_end());
 }
 
 TEST_F(deferred_modify_test, a_freed_table_takes_sixteen_changes_again)
@@ -274,7 +274,7 @@ TEST_F(deferred_modify_test, a_conflict_is_only_logged_when_the_change_is_due)
         messages.push_back(row.message);
     }
 
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
 
     const text_lines logged = gateway.log_texts(LOG_ERR);
     for (const std::string &message : messages)
@@ -290,7 +290,7 @@ TEST_F(deferred_modify_test, a_wan_that_does_not_exist_is_accepted_and_then_not_
 
     expect_queued(9, R"("wanMode":1,"vlanMode":true,"vid":900)", 1);
 
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
     const text_lines logged = gateway.log_texts(LOG_ERR);
     EXPECT_EQ("Failed to delete wan_9", logged.back());
     EXPECT_EQ(before, gateway.config("network"));
@@ -313,7 +313,7 @@ TEST_F(deferred_modify_test, a_change_whose_wan_is_deleted_applies_to_no_other_o
         expect_queued(1, R"("prio":3)", 2 * some_wait);
 
         ASSERT_TRUE(updates_reach(1, 1));
-        ASSERT_TRUE(workers_end());
+        ASSERT_TRUE(changes_end());
 
         EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
         EXPECT_EQ("pon.102", gateway.device_option(1, "name"));
@@ -334,7 +334,7 @@ TEST_F(deferred_modify_test, a_change_without_a_wan_applies_to_none_that_is_made
     add(routed_dhcp(2, {.vid = 102}));
     const std::string made = gateway.config("network");
 
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
     EXPECT_EQ(made, gateway.config("network"));
     EXPECT_EQ("Failed to modify wan: wan_2 is not the one that was meant", gateway.log_texts(LOG_ERR).back());
 }
@@ -422,7 +422,7 @@ TEST_F(deferred_modify_test, a_request_during_the_apply_is_neither_lost_nor_appl
     ASSERT_TRUE(updates_reach(1, 2));
     EXPECT_EQ("1400", gateway.device_option(1, "mtu"));
     EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
     EXPECT_EQ((text_lines{"wan_1", "wan_1"}), applied_updates());
 }
 
@@ -446,7 +446,7 @@ TEST_F(deferred_modify_test, a_change_that_waits_for_its_turn_takes_a_last_reque
     ASSERT_TRUE(updates_reach(2, 1));
     EXPECT_EQ("1400", gateway.device_option(2, "mtu"));
     EXPECT_EQ("0:3", gateway.device_option(2, "egress_qos_mapping"));
-    ASSERT_TRUE(workers_end());
+    ASSERT_TRUE(changes_end());
     EXPECT_EQ((text_lines{"wan_1", "wan_2"}), applied_updates());
 }
 
@@ -492,7 +492,7 @@ TEST_F(deferred_modify_test, every_other_change_that_comes_in_the_middle_of_an_a
         network.let_go();
         EXPECT_EQ(row.reply, call.wait());
         EXPECT_EQ(row.ids, gateway.uci_list("network.korvel.wanList").value_or(text_lines{}));
-        ASSERT_TRUE(workers_end());
+        ASSERT_TRUE(changes_end());
     }
 }
 
@@ -604,49 +604,6 @@ TEST_F(deferred_modify_test, what_cannot_be_read_is_not_changed_later)
     EXPECT_EQ("Failed to read file: /etc/config/network: it cannot be parsed",
               gateway.log_texts(LOG_ERR).back());
     EXPECT_EQ(0U, waiting_changes());
-}
-
-// Gives the daemon no more address space than it has, so that no thread finds room for its stack.
-class address_space_limit {
-public:
-    explicit address_space_limit(pid_t pid) : pid_(pid)
-    {
-        std::ifstream status("/proc/" + std::to_string(pid) + "/statm");
-        rlim_t pages = 0;
-        status >> pages;
-        constexpr rlim_t page_size = 4096;
-        constexpr rlim_t spare = 1024 * 1024;
-        set(pages * page_size + spare);
-    }
-    ~address_space_limit() { set(RLIM_INFINITY); }
-    address_space_limit(const address_space_limit &) = delete;
-    address_space_limit &operator=(const address_space_limit &) = delete;
-
-private:
-    void set(rlim_t bytes)
-    {
-        const rlimit limit = {bytes, RLIM_INFINITY};
-        if (prlimit(pid_, RLIMIT_AS, &limit, nullptr))
-            ADD_FAILURE() << "cannot limit the daemon's memory";
-    }
-    pid_t pid_;
-};
-
-TEST_F(deferred_modify_test, a_change_for_which_there_is_no_memory_is_refused_and_takes_no_slot)
-{
-    add_routed(1);
-    {
-        const address_space_limit limit(gateway.korvel_pid());
-        for (size_t i = 0; i < slots + 1; i++)
-            EXPECT_EQ(result_reply(9, -1, "korvel modify ERR! Memory allocate failed."),
-                      change(1, R"("mtu":1300)", 1));
-    }
-
-    expect_queued(1, R"("prio":3)", 1);
-
-    ASSERT_TRUE(updates_reach(1, 1));
-    EXPECT_EQ("1500", gateway.device_option(1, "mtu"));
-    EXPECT_EQ("0:3", gateway.device_option(1, "egress_qos_mapping"));
 }
 
 } // namespace

@@ -16,6 +16,16 @@ constexpr char usage[] =
 
 class startup_test : public daemon_test {
 protected:
+    // The daemon's children, of all its threads.
+    ptrdiff_t children() const
+    {
+        const std::string tasks = "/proc/" + std::to_string(gateway.korvel_pid()) + "/task/";
+        ptrdiff_t count = 0;
+        for (const std::string &task : gateway.list_directory(tasks))
+            count += std::ranges::count(gateway.file(tasks + task + "/children"), ' ');
+        return count;
+    }
+
     void expect_stop_message(int number)
     {
         EXPECT_EQ((std::vector<log_entry>{
@@ -221,9 +231,7 @@ TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_a_status)
         gateway.clear_log();
         background_call get("korvel", "get", R"({"wanId":1})");
         // The bus tool that asks for the status is the daemon's only child.
-        const std::string children = "/proc/" + std::to_string(gateway.korvel_pid()) + "/task/" +
-                                     std::to_string(gateway.korvel_pid()) + "/children";
-        ASSERT_TRUE(wait_until([&] { return !gateway.file(children).empty(); }));
+        ASSERT_TRUE(wait_until([&] { return children() == 1; }));
 
         EXPECT_EQ(0, gateway.stop_korvel(number));
 
@@ -244,9 +252,7 @@ TEST_F(startup_test, a_stop_signal_ends_a_daemon_that_waits_for_several)
         gateway.start_korvel();
         gateway.clear_log();
         background_call all("korvel", "all", "{}");
-        const std::string children = "/proc/" + std::to_string(gateway.korvel_pid()) + "/task/" +
-                                     std::to_string(gateway.korvel_pid()) + "/children";
-        ASSERT_TRUE(wait_until([&] { return std::ranges::count(gateway.file(children), ' ') == 4; }));
+        ASSERT_TRUE(wait_until([&] { return children() == 4; }));
 
         EXPECT_EQ(0, gateway.stop_korvel(number));
 

@@ -453,12 +453,12 @@ TEST_F(state_object_test, a_cancelled_change_is_not_applied_and_its_slot_is_free
     queue(17, R"("mtu":1400)", long_wait);
     EXPECT_EQ(slots, entries("pending").size());
     EXPECT_EQ(17, entries("pending").at(0).at("wanId")) << "the lowest slot";
-    EXPECT_TRUE(wait_until([this] { return waiting_changes() == slots; })) << "each has a thread";
+    EXPECT_TRUE(wait_until([this] { return waiting_changes() == slots; }));
     EXPECT_EQ("cancelled 1 1_INTERNET_R_VID_101 pon.101 OK", events.wait_for(2).at(0));
     EXPECT_EQ("cancelled 1 1_INTERNET_R_VID_101 OK", last().back());
     for (unsigned id = 2; id <= slots + 1; id++)
         EXPECT_EQ(result_reply(0, 0, "korvel cancel OK."), cancel(id));
-    EXPECT_TRUE(wait_until([this] { return waiting_changes() == 0; })) << "threads end at once";
+    EXPECT_TRUE(wait_until([this] { return waiting_changes() == 0; }));
     EXPECT_TRUE(entries("pending").empty());
     EXPECT_EQ(before, gateway.config("network"));
     EXPECT_EQ(text_lines{}, applied_updates());
@@ -561,7 +561,7 @@ TEST_F(state_object_test, after_a_restart_of_the_bus_events_come_again)
     EXPECT_EQ(text_lines{"deleted 1 1_INTERNET_R_VID_101 pon.101 OK"}, events.wait_for(1));
 }
 
-TEST_F(state_object_test, a_worker_that_ends_while_a_request_runs_is_told_behind_what_came_first)
+TEST_F(state_object_test, a_change_that_ends_while_a_request_waits_is_told_behind_what_came_first)
 {
     add_routed(2);
     const listener events;

@@ -40,7 +40,7 @@ protected:
     bool updates_reach(unsigned wan_id, size_t count,
                        std::chrono::milliseconds deadline = default_deadline) const;
 
-    // How many modifications wait or are being applied: each has a thread.
+    // How many modifications wait or are being applied.
     size_t waiting_changes() const;
 
     // Adds a failure for each configuration that cannot be read, each script without its last line, and each

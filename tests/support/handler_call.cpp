@@ -1,14 +1,11 @@
 #include "support/handler_call.h"
 
-#include <chrono>
-#include <future>
-#include <memory>
+#include <poll.h>
 #include <stdexcept>
-#include <thread>
 
 #include <libubox/blobmsg_json.h>
 
-#include "service/reply.h"
+#include "service/lanes.h"
 
 namespace {
 
@@ -39,15 +36,26 @@ reply_part read_part(blob_attr *attribute)
     return part;
 }
 
-// Asks from another thread: this one may hold it.
-bool is_free(fair_mutex &lock)
+bool deferred = false;
+bool completed = false;
+
+// Does what the event loop would do, until a deferred request is answered.
+void wait_for_answer()
 {
-    const auto taken = std::make_shared<std::promise<void>>();
-    std::thread([&lock, taken] {
-        const scoped_lock hold(lock);
-        taken->set_value();
-    }).detach();
-    return taken->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    while (!completed) {
+        pollfd bell = {lanes_bell(), POLLIN, 0};
+        constexpr int longest = 60000;
+        if (poll(&bell, 1, longest) != 1)
+            throw std::runtime_error("a deferred request is not answered");
+        lanes_attend();
+    }
+}
+
+void start_lanes()
+{
+    static const int error = lanes_start();
+    if (error != 0)
+        throw std::runtime_error("there are no lanes");
 }
 
 } // namespace
@@ -57,12 +65,26 @@ extern "C" int __wrap_ubus_send_reply(ubus_context *, ubus_request_data *, blob_
     if (!caught_by)
         throw std::logic_error("a reply outside call_handler()");
     caught_by->replies++;
-    caught_by->lock_free = is_free(handler_mutex);
     caught_by->reply = {};
     blob_attr *entry = nullptr;
     size_t rest = 0;
     blob_for_each_attr(entry, message, rest) caught_by->reply.parts.push_back(read_part(entry));
     return UBUS_STATUS_OK;
+}
+
+extern "C" void __wrap_ubus_defer_request(ubus_context *, ubus_request_data *request,
+                                          ubus_request_data *deferred_out)
+{
+    *deferred_out = *request;
+    deferred = true;
+}
+
+extern "C" void __wrap_ubus_complete_deferred_request(ubus_context *, ubus_request_data *, int status)
+{
+    if (!caught_by)
+        throw std::logic_error("an answer outside call_handler()");
+    caught_by->status = status;
+    completed = true;
 }
 
 const reply_part &reply_part::at(const std::string &part_name) const
@@ -92,8 +114,12 @@ handled call_handler(ubus_handler_t handler, blob_attr *message)
 {
     handled outcome;
     caught_by = &outcome;
+    start_lanes();
+    deferred = completed = false;
     ubus_request_data request = {};
     outcome.status = handler(nullptr, nullptr, &request, "", message);
+    if (deferred)
+        wait_for_answer();
     caught_by = nullptr;
     return outcome;
 }

@@ -1,5 +1,6 @@
 // Request handlers called without a bus. What they send is caught in place of the bus library's call, so a
-// test sees each field with its type and length, which a client that prints JSON does not.
+// test sees each field with its type and length, which a client that prints JSON does not. A deferred request
+// has gone through its lane when the call returns.
 //
 // A program that uses this links korvel_handler_call.
 #pragma once
@@ -26,10 +27,9 @@ struct reply_part {
 };
 
 struct handled {
-    int status = 0;         // what the handler returned
-    unsigned replies = 0;   // how often it replied
-    bool lock_free = false; // whether the handler mutex was free when it replied
-    reply_part reply;       // the last reply, as a table
+    int status = 0;       // what the handler returned, or what came of it when it was deferred
+    unsigned replies = 0; // how often it replied
+    reply_part reply;     // the last reply, as a table
 
     // "status" and "info" of the reply of an operation.
     int result() const { return static_cast<int>(reply.at("status").number); }

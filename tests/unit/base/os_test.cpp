@@ -1,15 +1,14 @@
 // What leaves the process: commands, files, and scripts that appear whole or not at all.
 #include "base/os.h"
 
+#include "base/clock.h"
 #include "base/config.h"
 #include "base/recovery.h"
-#include "base/stop_signals.h"
 #include "support/gateway.h"
 #include "support/small_disk.h"
 
 #include <chrono>
 #include <csignal>
-#include <cstdarg>
 #include <ctime>
 #include <sys/stat.h>
 
@@ -17,15 +16,7 @@ namespace {
 
 unsigned watched_syncs = 0; // how many files were synced since somebody began to look
 bool watching = false;
-bool no_process = false;        // whether no process can be started
-bool stop_signals_held = false; // whether they were, when something was last logged
-
-bool holds_stop_signals()
-{
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    return sigismember(&mask, SIGHUP) && sigismember(&mask, SIGINT) && sigismember(&mask, SIGTERM);
-}
+bool no_process = false; // whether no process can be started
 
 } // namespace
 
@@ -47,15 +38,6 @@ int __wrap_system(const char *command)
 {
     return no_process ? -1 : __real_system(command);
 }
-
-void __wrap_syslog(int priority, const char *pattern, ...)
-{
-    stop_signals_held = holds_stop_signals();
-    va_list arguments;
-    va_start(arguments, pattern);
-    vsyslog(priority, pattern, arguments);
-    va_end(arguments);
-}
 }
 
 namespace {
@@ -72,15 +54,13 @@ TEST_F(os_test, a_command_has_ended_when_the_call_returns)
     EXPECT_TRUE(gateway.log().empty()) << "its exit status is nobody's business";
 }
 
-TEST_F(os_test, a_command_that_cannot_be_started_is_logged_with_the_stop_signals_held_again)
+TEST_F(os_test, a_command_that_cannot_be_started_is_logged)
 {
-    const stop_signal_mask blocked(stop_signal_mask::block); // as in a handler
     no_process = true;
     run_command("true");
     no_process = false;
 
     EXPECT_EQ(gateway.log_texts(LOG_ERR), text_lines{"Failed to run: true"});
-    EXPECT_TRUE(stop_signals_held);
 }
 
 TEST_F(os_test, a_commands_output_is_cut_at_the_buffers_end)

@@ -1,7 +1,6 @@
-// The method `add` without a bus: what it answers to which request, and when it holds the mutex.
+// The method `add` without a bus: what it answers to which request.
 #include "create/add.h"
 
-#include "service/reply.h"
 #include "service/settings.h"
 #include "support/code_test.h"
 #include "support/handler_call.h"
@@ -22,7 +21,6 @@ protected:
         EXPECT_EQ(result, outcome.result());
         EXPECT_EQ(info, outcome.info());
         EXPECT_EQ(info.size() + 1, outcome.reply.at("info").length);
-        EXPECT_TRUE(outcome.lock_free);
     }
 };
 
@@ -59,14 +57,6 @@ TEST_F(add_test, a_refused_argument_is_named_and_nothing_is_written)
     EXPECT_EQ(before, gateway.config("network"));
     EXPECT_TRUE(gateway.commands().empty());
     EXPECT_TRUE(gateway.log().empty());
-}
-
-TEST_F(add_test, arguments_are_judged_without_the_mutex)
-{
-    const scoped_lock held(handler_mutex);
-
-    EXPECT_EQ(-1, add(R"({"wanMode":1,"mtu":2000})").result());
-    EXPECT_EQ(-1, add("{}").result());
 }
 
 TEST_F(add_test, a_conflict_is_answered_with_its_code)

@@ -1,7 +1,7 @@
 // What became of changes: the order in which outcomes are handed over, and which of them are kept.
 #include "service/outcomes.h"
 
-#include "base/os.h"
+#include "base/clock.h"
 #include "support/gateway.h"
 
 #include <poll.h>

@@ -27,29 +27,29 @@ int answer_without_memory(ubus_context *bus, ubus_object *, ubus_request_data *r
                           blob_attr *)
 {
     memory_is_short = true;
-    handler_reply reply;
-    const int status = reply.send_result(bus, request, 0, "korvel modify OK.");
+    const int status = reply_at_once(bus, request, 0, "korvel modify OK.");
     memory_is_short = false;
     return status;
 }
 
 int answer_twice(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    handler_reply reply;
-    reply_add_text("left", "over");
-    reply.restart();
-    return reply.send_result(bus, request, -4, "korvel %s ERR!", "modify");
+    method_reply reply;
+    EXPECT_TRUE(reply.begin());
+    EXPECT_TRUE(reply.add_text("left", "over"));
+    EXPECT_EQ(UBUS_STATUS_OK, reply.say(-4, "korvel %s ERR!", "modify"));
+    return reply.send(bus, request);
 }
 
 int answer_numbers(ubus_context *bus, ubus_object *, ubus_request_data *request, const char *, blob_attr *)
 {
-    handler_reply reply;
-    EXPECT_TRUE(reply_add_number("small", BLOBMSG_TYPE_INT8, 300));
-    EXPECT_TRUE(reply_add_number("large", BLOBMSG_TYPE_INT32, 4000000000));
-    EXPECT_TRUE(reply_add_text("text", std::string_view("cut here").substr(0, 3)));
-    EXPECT_TRUE(reply_add_text("none", ""));
-    reply.send(bus, request);
-    return UBUS_STATUS_OK;
+    method_reply reply;
+    EXPECT_TRUE(reply.begin());
+    EXPECT_TRUE(reply.add_number("small", BLOBMSG_TYPE_INT8, 300));
+    EXPECT_TRUE(reply.add_number("large", BLOBMSG_TYPE_INT32, 4000000000));
+    EXPECT_TRUE(reply.add_text("text", std::string_view("cut here").substr(0, 3)));
+    EXPECT_TRUE(reply.add_text("none", ""));
+    return reply.send(bus, request);
 }
 
 TEST(reply, an_operation_answers_with_status_and_then_info)
@@ -87,17 +87,13 @@ TEST(reply, one_that_cannot_be_made_is_no_success)
     EXPECT_EQ(0U, outcome.replies);
 }
 
-TEST(reply, the_buffer_is_released_with_the_reply)
-{
-    call_handler(answer_numbers);
-
-    EXPECT_EQ(nullptr, reply_buffer.buf);
-}
-
 TEST(reply, without_a_reply_there_is_no_room_for_a_field)
 {
-    EXPECT_FALSE(reply_add_number("late", BLOBMSG_TYPE_INT32, 1));
-    EXPECT_FALSE(reply_add_text("late", "text"));
+    method_reply reply;
+
+    EXPECT_FALSE(reply.add_number("late", BLOBMSG_TYPE_INT32, 1));
+    EXPECT_FALSE(reply.add_text("late", "text"));
+    EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, reply.send(nullptr, nullptr));
 }
 
 } // namespace

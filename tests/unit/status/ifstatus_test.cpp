@@ -1,6 +1,7 @@
 // The runtime fields of a WAN, from what the bus tool prints about its interfaces.
 #include "status/ifstatus.h"
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "support/broken_command.h"
 #include "support/printed_replies.h"
@@ -48,7 +49,7 @@ protected:
         record.ipProtocol = ip_protocol;
         (void)take_started_commands();
         const wan_reading reading = {&record, nullptr, 0};
-        return ifstatus_reader({&reading, 1}).read(&record);
+        return ifstatus_reader({&reading, 1}, steady_milliseconds()).read(&record);
     }
 
     // Reads the main interface of a DHCP WAN, IPv4 only.
@@ -656,7 +657,7 @@ protected:
     // Reads all that have not failed, in order, and returns the results.
     std::vector<int> read()
     {
-        ifstatus_reader states(readings);
+        ifstatus_reader states(readings, steady_milliseconds());
         std::vector<int> results;
         for (const wan_reading &reading : readings)
             if (!reading.failure)

@@ -2,6 +2,7 @@
 // others. The bus tool is a program that answers when it is told to.
 #include "status/status_commands.h"
 
+#include "base/clock.h"
 #include "support/broken_command.h"
 #include "support/gateway.h"
 
@@ -51,7 +52,7 @@ exec sh "/tmp/answer-$name")sh");
         return interfaces;
     }
 
-    status_commands commands;
+    status_commands commands{steady_milliseconds()};
 };
 
 TEST_F(status_commands_test, as_many_run_side_by_side_as_may_and_no_more)

@@ -1,6 +1,7 @@
 // A WAN's record as it is read from the configuration; the bus tool prints what the test lays down.
 #include "store/read_config.h"
 
+#include "base/clock.h"
 #include "service/settings.h"
 #include "support/open_count.h"
 #include "support/printed_replies.h"
@@ -33,7 +34,7 @@ protected:
     {
         wan_config record = {};
         record.wanId = id;
-        result = wan_read_config(&record);
+        result = wan_read_config(&record, steady_milliseconds());
         return record;
     }
 
