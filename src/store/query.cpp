@@ -8,6 +8,7 @@
 #include "store/id_list.h"
 #include "store/read_config.h"
 #include "store/reply_fields.h"
+#include "store/section_index.h"
 #include "wan/wan_names.h"
 
 #include <span>
@@ -68,13 +69,14 @@ listed_wans read_configured()
     uci_list *const entries = wan_listed_ids(network);
     if (!entries || !wans.has_memory())
         return wans;
+    const wan_section_index sections(network);
     uci_element *entry = nullptr;
     uci_foreach_element(entries, entry)
     {
         wan_reading &reading = wans.readings[wans.listed];
         reading.record = &wans.records[wans.listed++];
         reading.record->wanId = static_cast<uint8_t>(text_number(entry->name));
-        wan_read_configured(network, &reading);
+        wan_read_configured(network, sections.of(reading.record->wanId), &reading);
     }
     return wans;
 }
