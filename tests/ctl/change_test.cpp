@@ -5,6 +5,8 @@
 #include "service/settings.h"
 #include "store/read_config.h"
 
+#include <csignal>
+
 namespace {
 
 class ctl_change_test : public ctl_test {
@@ -341,11 +343,15 @@ TEST_F(ctl_change_test, what_cannot_be_looked_up_is_not_known)
 {
     start();
     held_service network(gateway, "network");
+    child_process client({"korvelctl", "add", "--vlan", "100", "--timeout", "3"}, {}, "/tmp/out",
+                         "/tmp/errors");
+    ASSERT_TRUE(network.entered());
+    ASSERT_EQ(0, kill(gateway.korvel_pid(), SIGSTOP));
 
-    const program_result result = ctl({"add", "--vlan", "100", "--timeout", "1"});
+    EXPECT_EQ(code(exit_status::no_answer), client.wait());
 
-    EXPECT_EQ(code(exit_status::no_answer), result.status);
-    EXPECT_NE(std::string::npos, result.errors.find("before you repeat it"));
+    EXPECT_EQ(0, kill(gateway.korvel_pid(), SIGCONT));
+    EXPECT_NE(std::string::npos, gateway.file("/tmp/errors").find("before you repeat it"));
 }
 
 TEST_F(ctl_change_test, a_change_that_waits_is_shown_and_can_be_taken_back)
