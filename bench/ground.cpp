@@ -99,7 +99,7 @@ process ground::start(const std::vector<std::string> &words)
     return process(start_program(words, std::string(bench_directory) + "/output"));
 }
 
-ground::ground(const std::vector<int> &sizes) : sizes_(sizes)
+ground::ground(const std::vector<int> &sizes, const std::string &daemon) : sizes_(sizes), program_(daemon)
 {
     (void)umask(022);
     fs::create_directories(bench_directory);
@@ -166,7 +166,7 @@ void ground::start_daemon()
 {
     if (daemon_.pid() != 0)
         return;
-    daemon_ = start({"korvel", "-d"});
+    daemon_ = start({program_, "-d"});
     bus_->await("korvel");
     bus_->forget();
 }

@@ -42,8 +42,9 @@ private:
 class ground {
 public:
     // Inside a private root, which it changes for good. Has the daemon itself add the WANs, as many as the
-    // greatest size. Throws std::runtime_error when something does not start or fails.
-    explicit ground(const std::vector<int> &sizes);
+    // greatest size. `daemon`: the program, by its path or to be found. Throws std::runtime_error when
+    // something does not start or fails.
+    ground(const std::vector<int> &sizes, const std::string &daemon);
     ground(const ground &) = delete;
     ground &operator=(const ground &) = delete;
 
@@ -77,6 +78,7 @@ private:
     void add_wans();
 
     std::vector<int> sizes_;
+    std::string program_;
     process log_, ubusd_, netd_, daemon_, bare_;
     std::unique_ptr<bus> bus_;
 };

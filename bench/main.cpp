@@ -18,7 +18,8 @@ constexpr char usage_text[] =
     "  --rounds N     of each comparison, 15\n"
     "  --requests N   before the memory is looked at, 20000\n"
     "  --wans N,N...  numbers of WANs, ascending: 8,32,128,250\n"
-    "  --only WHAT    changes, queries, start, script, memory or size; may be given again\n"
+    "  --only WHAT    changes, queries, latency, start, script, memory or size; may be given again\n"
+    "  --daemon PATH  what is measured instead of this build's, for latency and queries\n"
     "  --csv FILE     writes the table\n"
     "  --plot FILE    writes a plot (SVG)\n"
     "\n"
@@ -29,14 +30,16 @@ struct options {
     std::vector<int> wans = {8, 32, 128, 250};
     std::vector<std::string> only;
     std::string csv, plot;
+    std::string daemon = "korvel";
 };
 
 constexpr struct {
     const char *name;
     void (*measure)(ground &, const effort &, figures &);
 } parts[] = {
-    {"changes", measure_changes}, {"queries", measure_queries}, {"start", measure_start},
-    {"script", measure_script},   {"memory", measure_memory},   {"size", measure_size},
+    {"changes", measure_changes}, {"queries", measure_queries}, {"latency", measure_latency},
+    {"start", measure_start},     {"script", measure_script},   {"memory", measure_memory},
+    {"size", measure_size},
 };
 
 [[noreturn]] void end_with_usage(int status)
@@ -55,11 +58,15 @@ std::vector<int> numbers(const char *text)
 
 options parse(int argc, char **argv)
 {
-    constexpr option known[] = {
-        {"rounds", required_argument, nullptr, 'r'}, {"requests", required_argument, nullptr, 'q'},
-        {"wans", required_argument, nullptr, 'w'},   {"only", required_argument, nullptr, 'o'},
-        {"csv", required_argument, nullptr, 'c'},    {"plot", required_argument, nullptr, 'p'},
-        {"help", no_argument, nullptr, 'h'},         {}};
+    constexpr option known[] = {{"rounds", required_argument, nullptr, 'r'},
+                                {"requests", required_argument, nullptr, 'q'},
+                                {"wans", required_argument, nullptr, 'w'},
+                                {"only", required_argument, nullptr, 'o'},
+                                {"csv", required_argument, nullptr, 'c'},
+                                {"plot", required_argument, nullptr, 'p'},
+                                {"daemon", required_argument, nullptr, 'd'},
+                                {"help", no_argument, nullptr, 'h'},
+                                {}};
     options parsed;
     for (int letter; (letter = getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
         switch (letter) {
@@ -81,6 +88,9 @@ options parse(int argc, char **argv)
         case 'p':
             parsed.plot = optarg;
             break;
+        case 'd':
+            parsed.daemon = optarg;
+            break;
         default:
             end_with_usage(letter == 'h' ? EXIT_SUCCESS : EXIT_FAILURE);
         }
@@ -92,7 +102,7 @@ options parse(int argc, char **argv)
 
 void run(const options &wanted)
 {
-    ground gateway(wanted.wans);
+    ground gateway(wanted.wans, wanted.daemon);
     figures found;
     for (const auto &part : parts)
         if (wanted.only.empty() || std::ranges::find(wanted.only, part.name) != wanted.only.end()) {

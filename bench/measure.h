@@ -15,6 +15,7 @@ using figures = std::vector<figure>;
 
 void measure_changes(ground &gateway, const effort &effort, figures &out);
 void measure_queries(ground &gateway, const effort &effort, figures &out);
+void measure_latency(ground &gateway, const effort &effort, figures &out);
 void measure_start(ground &gateway, const effort &effort, figures &out);
 void measure_script(ground &gateway, const effort &effort, figures &out);
 void measure_memory(ground &gateway, const effort &effort, figures &out);
