@@ -26,14 +26,25 @@ unsigned mode_of(const fs::path &path)
     return status.st_mode & 07777;
 }
 
+dev_t device_of(const fs::path &path)
+{
+    struct stat status {};
+    (void)lstat(path.c_str(), &status);
+    return status.st_dev;
+}
+
+// Not what is mounted there: the build directory may lie below /tmp.
 std::vector<fs::path> kept_paths()
 {
     std::vector<fs::path> paths;
     for (const char *const directory : kept_directories) {
         std::error_code absent;
-        for (const fs::directory_entry &entry : fs::recursive_directory_iterator(directory, absent))
-            if (!entry.is_directory())
-                paths.push_back(entry.path());
+        for (auto at = fs::recursive_directory_iterator(directory, absent); at != fs::end(at); at++) {
+            if (device_of(at->path()) != device_of(directory))
+                at.disable_recursion_pending();
+            else if (!at->is_directory())
+                paths.push_back(at->path());
+        }
     }
     return paths;
 }

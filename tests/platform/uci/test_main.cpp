@@ -12,6 +12,7 @@
 #include <string>
 
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include "platform/support/private_mounts.h"
 
@@ -39,8 +40,8 @@ bool install_tool(const std::string &contents)
 bool enter_private_tmp()
 {
     const std::string tool = read_tool();
-    return enter_private_mounts() && mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 &&
-           install_tool(tool);
+    return enter_private_mounts() && chdir("/") == 0 &&
+           mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 && install_tool(tool);
 }
 
 } // namespace
