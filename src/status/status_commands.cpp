@@ -30,7 +30,7 @@ status_commands::answer status_commands::ask(const char *interface)
     question &next = at(count_);
     next.command = status_command(interface);
     next.begun = steady_milliseconds();
-    if (asked_ <= answers.silent) {
+    if (asked_ < answers.silent) {
         next.started = true;
         next.reply[0] = '\0';
     } else {
