@@ -110,7 +110,7 @@ void daemon_test::expect_whole_files() const
             EXPECT_TRUE(is_script_name(name));
             const std::string text = gateway.file(std::string(directory) + "/" + name);
             EXPECT_TRUE(text.starts_with("#!/bin/sh\n"));
-            EXPECT_TRUE(text.ends_with(last_line_of(name)));
+            EXPECT_TRUE(text.ends_with(last_line_of(name))) << text;
         }
     }
 }
