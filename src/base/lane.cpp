@@ -1,6 +1,7 @@
 #include "base/lane.h"
 
 #include <cstdint>
+#include <mxuci_gather.h>
 #include <unistd.h>
 
 void ring(int bell)
@@ -12,6 +13,7 @@ void ring(int bell)
 int lane::start(int bell)
 {
     bell_ = bell;
+    mxuci_share_heap();
     pthread_attr_t detached;
     int result = pthread_attr_init(&detached);
     if (result != 0)

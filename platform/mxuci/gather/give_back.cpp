@@ -9,3 +9,11 @@ void mxuci_give_memory_back(void)
     (void)malloc_trim(0);
 #endif
 }
+
+// Other C libraries have one heap for all threads.
+void mxuci_share_heap(void)
+{
+#ifdef __GLIBC__
+    (void)mallopt(M_ARENA_MAX, 1);
+#endif
+}
