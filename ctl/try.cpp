@@ -44,6 +44,14 @@ public:
     explicit operator bool() const { return descriptor_ >= 0; }
     // Whether nobody else holds it; then this one does.
     bool lock() { return flock(descriptor_, LOCK_EX | LOCK_NB) == 0; }
+    // The same when nobody else does any more.
+    bool lock_in_turn()
+    {
+        while (flock(descriptor_, LOCK_EX) != 0)
+            if (errno != EINTR)
+                return false;
+        return true;
+    }
     int descriptor() const { return descriptor_; }
 
 private:
@@ -261,7 +269,9 @@ exit_status run_take_back(std::span<char *const> words)
     try_file file(open(undoing, O_RDWR | O_CLOEXEC));
     if (!claimed && !file)
         return fail(exit_status::no_such, "no change is on trial");
-    if (!claimed && !file.lock())
+    // The guard of a try that was claimed lets go of it; and who sees that this one is at work leaves it
+    // alone.
+    if (claimed ? !file || !file.lock_in_turn() : !file.lock())
         return fail(exit_status::refused, "it is being taken back already");
     const exit_status result = undo(boot ? daemon_state::stopped : daemon_state::runs,
                                     boot ? "not confirmed before a restart" : "taken back by hand");

@@ -274,6 +274,25 @@ TEST_F(ctl_safe_point_test, a_restart_of_the_gateway_takes_a_try_back)
     EXPECT_EQ(code(exit_status::no_such), ctl({"take-back"}).status);
 }
 
+TEST_F(ctl_safe_point_test, a_try_that_is_being_taken_back_is_left_to_who_does_that)
+{
+    const text_lines before = state();
+    ok({"try", "60", "modify", "1", "--vlan", "150"});
+    held_service network(gateway, "network");
+    child_process first({"korvelctl", "take-back"}, {}, "/tmp/out", "/tmp/errors");
+    ASSERT_TRUE(network.entered());
+    ASSERT_TRUE(wait_until([&] { return guards().size() == 1; })) << "the guard has gone, and its lock";
+
+    EXPECT_EQ(0, ctl({"take-back", "--boot"}).status);
+    EXPECT_EQ(code(exit_status::refused), ctl({"take-back"}).status);
+    EXPECT_TRUE(gateway.exists("/etc/korvel/try.taken-back"));
+    network.let_go();
+
+    EXPECT_EQ(0, first.wait());
+    EXPECT_EQ("The change on trial is taken back.\n", gateway.file("/tmp/out"));
+    EXPECT_EQ(before, state());
+}
+
 TEST_F(ctl_safe_point_test, a_try_can_be_taken_back_at_once)
 {
     const text_lines before = state();
