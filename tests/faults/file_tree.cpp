@@ -26,11 +26,11 @@ unsigned mode_of(const fs::path &path)
     return status.st_mode & 07777;
 }
 
-dev_t device_of(const fs::path &path)
+bool is_mounted(const fs::path &path)
 {
-    struct stat status {};
-    (void)lstat(path.c_str(), &status);
-    return status.st_dev;
+    struct statx state {};
+    return statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &state) == 0 &&
+           state.stx_attributes & STATX_ATTR_MOUNT_ROOT;
 }
 
 // Not what is mounted there: the build directory may lie below /tmp.
@@ -40,7 +40,7 @@ std::vector<fs::path> kept_paths()
     for (const char *const directory : kept_directories) {
         std::error_code absent;
         for (auto at = fs::recursive_directory_iterator(directory, absent); at != fs::end(at); at++) {
-            if (device_of(at->path()) != device_of(directory))
+            if (at->is_directory() && is_mounted(at->path()))
                 at.disable_recursion_pending();
             else if (!at->is_directory())
                 paths.push_back(at->path());
