@@ -63,7 +63,7 @@ int read_base(request &self)
 {
     wan_config stored = {};
     stored.wanId = self.wan.wanId;
-    if (wan_read_stored(&stored) == configuration_unreadable)
+    if (wan_read_stored(uci_loaded("network"), &stored) == configuration_unreadable)
         return UBUS_STATUS_UNKNOWN_ERROR;
     wan_overlay_args(self.arguments, self.wan, &stored);
     self.wan = stored;

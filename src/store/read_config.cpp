@@ -295,8 +295,7 @@ void restore(const uci_loaded &network, uci_section *interface, const stored_opt
     (void)wan_read_option(network, interface, option, record);
 }
 
-// The link's state must not become configuration: while it is down there are no addresses to read, and while
-// it is up its routes need not be the configured gateway.
+// Queries leave out what the WAN's protocols do not use.
 void restore_static(const uci_loaded &network, uci_section *interface, wan_config *record)
 {
     for (const stored_option &option : stored_options)
@@ -316,9 +315,8 @@ void restore_dns(const uci_loaded &network, uci_section *interface, uci_section 
 
 } // namespace
 
-int wan_read_stored(wan_config *record)
+int wan_read_stored(const uci_loaded &network, wan_config *record)
 {
-    const uci_loaded network("network");
     wan_reading reading = {record, nullptr, 0};
     wan_read_configured(network, &reading);
     int result = 0;

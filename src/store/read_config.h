@@ -54,4 +54,4 @@ int wan_read_config(wan_config *record, uint64_t asked);
 // dialling on demand as 1, and with what queries hide or leave out for the WAN's protocols. Returns
 // configuration_unreadable, which is logged with the reason, when that says nothing about the WAN.
 inline constexpr int configuration_unreadable = -2;
-int wan_read_stored(wan_config *record);
+int wan_read_stored(const uci_loaded &network, wan_config *record);

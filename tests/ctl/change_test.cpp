@@ -30,7 +30,7 @@ protected:
         (void)settings_load();
         wan_config record = {};
         record.wanId = id;
-        EXPECT_EQ(0, wan_read_stored(&record));
+        EXPECT_EQ(0, wan_read_stored(uci_loaded("network"), &record));
         if (record.ipMode != ip_mode_static)
             for (const text_ref lease :
                  {text_ref(record.ip), text_ref(record.mask), text_ref(record.gateway),
