@@ -175,7 +175,7 @@ int gathering::stage_one(gathered &source, const char *suffix, mxuci_staged &sta
         return UCI_OK;
     }
     // Should the old file vanish meanwhile, the new one is its writer's alone.
-    if (!file.finish(look_of(source.file_path, 0600)))
+    if (!file.finish(look_of(source.file_path, 0600), file_replacement::syncing::later))
         return UCI_ERR_IO;
     file.release();
     source.is_staged = true;

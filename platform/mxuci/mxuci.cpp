@@ -78,8 +78,9 @@ outcome store(gathering &calls, int *result_out)
         return *result_out == UCI_OK ? outcome::done : outcome::failed;
 
     bool unchanged = false;
-    *result_out = calls.lock(staged.config, &unchanged);
     const bool replaces = staged.temporary[0] != '\0';
+    *result_out = !replaces || sync_file(staged.temporary) ? calls.lock(staged.config, &unchanged)
+                                                           : static_cast<int>(UCI_ERR_IO);
     if (*result_out == UCI_OK && unchanged) {
         if (replaces && (rename(staged.temporary, staged.target) != 0 || !sync_directory_of(staged.target)))
             *result_out = UCI_ERR_IO;

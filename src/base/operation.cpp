@@ -96,7 +96,7 @@ void close_stage(step_queue &queue)
     }
     for (int i = 0; i < count; i++)
         queue.replace(staged[i].config, staged[i].target, staged[i].temporary, staged[i].delta);
-    queue.sync_scripts();
+    queue.sync_temporaries();
 }
 
 // Runs the works, which fill the queue. False: one of them refuses.

@@ -164,11 +164,13 @@ void step_queue::replace(const char *config, const char *target, const char *tem
     }
 }
 
-void step_queue::sync_scripts()
+void step_queue::sync_temporaries()
 {
-    for (size_t i = first_of_stage(); i < steps.size(); i++)
-        if (steps[i].kind == step_kind::put && !sync_file(steps[i].temporary))
-            fail(steps[i].path, strerror(errno));
+    for (size_t i = first_of_stage(); i < steps.size(); i++) {
+        const bool is_new = steps[i].kind == step_kind::put || steps[i].kind == step_kind::replace;
+        if (is_new && !sync_file(steps[i].temporary))
+            return fail(steps[i].path, strerror(errno));
+    }
 }
 
 bool step_queue::runs_commands() const

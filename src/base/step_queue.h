@@ -35,8 +35,8 @@ public:
     // A configuration will be replaced, before all other steps of this stage, and the pending changes that
     // it contains will be emptied. An empty name: that does not happen.
     void replace(const char *config, const char *target, const char *temporary, const char *delta);
-    // Syncs the scripts that this stage puts.
-    void sync_scripts();
+    // Syncs the new files of this stage.
+    void sync_temporaries();
     // Whether this stage has commands.
     bool runs_commands() const;
     void begin_next_stage();

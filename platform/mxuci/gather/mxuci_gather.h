@@ -16,7 +16,7 @@ struct uci_package;
  * are those of mxuci.h, and each call sees what those before it did, but nothing is written and the sections'
  * generated names hold until the end. Then the thread
  *
- *   1. stages: each changed configuration is written, proven and synced beside its file;
+ *   1. stages: each changed configuration is written and proven beside its file, and synced there;
  *   2. locks what it staged, and learns whether somebody has written there since it was loaded;
  *   3. puts the files into place by renaming them, and empties the pending changes that they contain;
  *   4. says so, which lets go of the locks, and either goes on with the calls or ends.
@@ -59,8 +59,8 @@ struct mxuci_staged {
 
 /*
  * Writes what has changed since begin, or since the last stage, beside the files. Every file has then been
- * read back by the parser and found to be what was meant, and has been synced; its directory has not. The
- * temporary files' names end in `suffix`, in which six X are replaced. Configurations come in the order of
+ * read back by the parser and found to be what was meant. The caller syncs it before anything relies on it:
+ * that takes long, and needs nothing of the library. The temporary files' names end in `suffix`, in which six X are replaced. Configurations come in the order of
  * their names. On failure nothing is left; mxuci_gather_failure() tells why.
  */
 int mxuci_gather_stage(const char *suffix, struct mxuci_staged *staged_out, int room, int *count_out);

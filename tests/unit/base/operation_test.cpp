@@ -13,6 +13,7 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -324,6 +325,31 @@ TEST_F(operation_test, a_script_that_is_put_several_times_is_synced_once)
 
     EXPECT_EQ("3", gateway.file("/etc/korvel/again"));
     EXPECT_LE(syncs, 2 * 2 + 4);
+}
+
+// A disk may take long for that.
+TEST_F(operation_test, others_read_the_configuration_while_new_files_are_synced)
+{
+    unsigned syncs = 0, read = 0;
+    (void)count_calls([&] {
+        calls.watch = [&](const std::string &what) {
+            if (what != "fsync")
+                return;
+            syncs++;
+            const auto asked = std::async(std::launch::async, [] {
+                char value[8];
+                return config_get("u", "g", "one", value);
+            });
+            read += asked.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+            if (read < syncs)
+                _exit(3); // it waits for this very thread
+        };
+        EXPECT_EQ(operation_result::done,
+                  run_works({{[] { return config_set("t", "g", "one", "2") == 0; }}}));
+    });
+
+    EXPECT_LE(2U, syncs);
+    EXPECT_EQ(syncs, read);
 }
 
 TEST_F(operation_test, a_script_that_cannot_be_synced_is_named)
