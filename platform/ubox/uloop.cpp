@@ -4,6 +4,7 @@
 
 #include <libubox/uloop.h>
 
+#include <atomic>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -34,8 +35,9 @@ LIST_HEAD(due_timers);
 LIST_HEAD(processes);
 
 int run_depth = 0;
-volatile sig_atomic_t end_signal = 0;
-volatile sig_atomic_t child_ended = 0;
+// Written by signal handlers, which may run in several threads at once.
+constinit std::atomic<int> end_signal = 0;
+constinit std::atomic<int> child_ended = 0;
 
 taken_signal taken_signals[] = {{SIGINT, false, {}}, {SIGTERM, false, {}}, {SIGCHLD, false, {}}};
 
