@@ -38,6 +38,6 @@ private:
 // Where nothing is lost by the end: waits for it when it has been asked for. Not with a hold. Any thread.
 void stop_point();
 
-// Asks for the end: waits until nobody puts it off any more. Whoever wants to do so afterwards waits for the end of the
-// process, which must come next.
+// Asks for the end: waits until nobody puts it off any more. Whoever wants to do so afterwards waits for the
+// end of the process, which must come next.
 void stop_wait_for_holds();

@@ -60,8 +60,9 @@ struct mxuci_staged {
 /*
  * Writes what has changed since begin, or since the last stage, beside the files. Every file has then been
  * read back by the parser and found to be what was meant. The caller syncs it before anything relies on it:
- * that takes long, and needs nothing of the library. The temporary files' names end in `suffix`, in which six X are replaced. Configurations come in the order of
- * their names. On failure nothing is left; mxuci_gather_failure() tells why.
+ * that takes long, and needs nothing of the library. The temporary files' names end in `suffix`, in which six
+ * X are replaced. Configurations come in the order of their names. On failure nothing is left;
+ * mxuci_gather_failure() tells why.
  */
 int mxuci_gather_stage(const char *suffix, struct mxuci_staged *staged_out, int room, int *count_out);
 
