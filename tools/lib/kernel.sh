@@ -114,6 +114,8 @@ copy_gateway() {
         mkdir -p "$guest$source_directory/$name"
         cp -r "$source_directory/$name/." "$guest$source_directory/$name"
     done
+    # Below /tmp, which they empty, only what is mounted stays.
+    echo "$source_directory" > "$guest/gateway/source"
     mkdir -p "$guest/gateway/netd" "$guest/gateway/fakes"
     touch "$guest/gateway/journal" "$guest/gateway/log"
 }
