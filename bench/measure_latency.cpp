@@ -27,8 +27,10 @@ void write_script(const fs::path &path, const std::string &text)
 }
 
 // The times that queries take, in order.
-std::vector<double> sample(ground &gateway, unsigned pause = 0)
+std::vector<double> sample(ground &gateway)
 {
+    constexpr unsigned pause = 5000; // microseconds, as between two looks of one client
+
     std::vector<double> times;
     double passed = 0;
     while (times.size() < samples && passed < most_seconds) {
@@ -88,7 +90,7 @@ private:
 std::vector<double> beside_slow_addition(ground &gateway)
 {
     const addition slow("exec sleep 5");
-    return sample(gateway, 20000);
+    return sample(gateway);
 }
 
 std::vector<double> beside_hanging_addition(ground &gateway)
