@@ -69,7 +69,7 @@ void status_commands::judge(const question &ended, bool by_itself)
     if (!by_itself)
         log_error("No answer after %u s: %s", static_cast<unsigned>((now - ended.begun) / 1000),
                   ended.command.text);
-    if (by_itself && (now - ended.begun < tool_patience || ended.reply[0] != '\0'))
+    if (ended.reply[0] != '\0' || (by_itself && now - ended.begun < tool_patience))
         answers.last = now;
     else if (answers.last < ended.begun)
         answers.silent = now;
