@@ -140,8 +140,11 @@ int serve(int stop_signals)
     // Whoever starts a child waits for it; a loop that reaps it first would make that fail.
     uloop_handle_sigchld = false;
     (void)uloop_init();
-    if (uloop_fd_add(&signals, ULOOP_READ) != 0 || !lanes_join_loop())
+    if (uloop_fd_add(&signals, ULOOP_READ) != 0 || !lanes_join_loop()) {
         log_error("Failed to watch for events: %s", strerror(errno));
+        uloop_done();
+        return 1; // nobody would be answered
+    }
     ubus_context *const bus = ubus_connect(nullptr);
     const bool deaf = bus && !register_on(bus);
     if (!deaf)
