@@ -10,10 +10,23 @@ void ring(int bell)
     (void)!write(bell, &one, sizeof(one)); // it refuses only when it rings already
 }
 
+namespace {
+
+// A C library may keep what a thread frees for that thread, in places that come to lie on more and more
+// pages. A thread that ends lets go of it.
+constexpr unsigned pieces_of_one_thread = 64;
+
+} // namespace
+
 int lane::start(int bell)
 {
     bell_ = bell;
     mxuci_share_heap();
+    return start_thread();
+}
+
+int lane::start_thread()
+{
     pthread_attr_t detached;
     int result = pthread_attr_init(&detached);
     if (result != 0)
@@ -53,7 +66,7 @@ void *lane::run(void *self)
 
 void lane::serve()
 {
-    for (;;) {
+    for (unsigned pieces = 1;; pieces++) {
         void (*work)(void *) = nullptr;
         {
             const scoped_lock hold(lock_);
@@ -68,5 +81,7 @@ void lane::serve()
             ended_ = true;
         }
         ring(bell_);
+        if (pieces >= pieces_of_one_thread && start_thread() == 0)
+            return;
     }
 }

@@ -20,6 +20,7 @@ public:
     bool is_idle() const { return !given_; }
 
 private:
+    int start_thread();
     static void *run(void *self);
     void serve();
 

@@ -1,0 +1,97 @@
+// A lane's thread, and what comes after it.
+#include "base/lane.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <poll.h>
+#include <pthread.h>
+#include <set>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<bool> threads_are_short = false;
+
+} // namespace
+
+// The names are those that the linker gives to wrapped calls.
+extern "C" {
+
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
+                          void *argument);
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
+                          void *argument)
+{
+    return threads_are_short ? EAGAIN : __real_pthread_create(thread, attributes, body, argument);
+}
+}
+
+namespace {
+
+constexpr int many = 1000; // more pieces than one thread does
+
+class lane_test : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (bell >= 0)
+            return; // a lane does not end
+        bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        ASSERT_GE(bell, 0);
+        ASSERT_EQ(0, worker.start(bell));
+    }
+    void TearDown() override { threads_are_short = false; }
+
+    // Has the lane note its thread, and waits for that.
+    static void do_one(pid_t &thread)
+    {
+        worker.give([](void *out) { *static_cast<pid_t *>(out) = static_cast<pid_t>(syscall(SYS_gettid)); },
+                    &thread);
+        EXPECT_EQ(&thread, worker.at_work());
+        pollfd ringing = {bell, POLLIN, 0};
+        ASSERT_EQ(1, poll(&ringing, 1, 60000));
+        eventfd_t times = 0;
+        ASSERT_EQ(0, eventfd_read(bell, &times));
+        ASSERT_EQ(&thread, worker.take());
+        EXPECT_TRUE(worker.is_idle());
+    }
+
+    static std::set<pid_t> threads_of_many()
+    {
+        std::set<pid_t> threads;
+        for (int piece = 0; piece < many; piece++) {
+            pid_t thread = 0;
+            do_one(thread);
+            threads.insert(thread);
+        }
+        return threads;
+    }
+
+    static inline lane worker;
+    static inline int bell = -1;
+};
+
+TEST_F(lane_test, a_thread_makes_room_for_another_now_and_then)
+{
+    const std::set<pid_t> threads = threads_of_many();
+    EXPECT_GT(threads.size(), 1U);
+    EXPECT_LT(threads.size(), many / 10U);
+    EXPECT_FALSE(threads.contains(getpid()));
+}
+
+TEST_F(lane_test, a_thread_that_finds_no_other_goes_on)
+{
+    pid_t thread = 0;
+    threads_are_short = true;
+    do_one(thread); // by the thread that the one before was making room for, if it was
+    do_one(thread);
+    EXPECT_EQ(std::set{thread}, threads_of_many());
+    threads_are_short = false;
+    EXPECT_GT(threads_of_many().size(), 1U);
+}
+
+} // namespace
