@@ -20,6 +20,7 @@ constexpr char usage_text[] =
     "  --wans N,N...  numbers of WANs, ascending: 8,32,128,250\n"
     "  --only WHAT    changes, queries, latency, start, script, memory or size; may be given again\n"
     "  --daemon PATH  what is measured instead of this build's, for latency and queries\n"
+    "  --smallest DIR where the programs of the smallest build are, for size\n"
     "  --csv FILE     writes the table\n"
     "  --plot FILE    writes a plot (SVG)\n"
     "\n"
@@ -58,15 +59,12 @@ std::vector<int> numbers(const char *text)
 
 options parse(int argc, char **argv)
 {
-    constexpr option known[] = {{"rounds", required_argument, nullptr, 'r'},
-                                {"requests", required_argument, nullptr, 'q'},
-                                {"wans", required_argument, nullptr, 'w'},
-                                {"only", required_argument, nullptr, 'o'},
-                                {"csv", required_argument, nullptr, 'c'},
-                                {"plot", required_argument, nullptr, 'p'},
-                                {"daemon", required_argument, nullptr, 'd'},
-                                {"help", no_argument, nullptr, 'h'},
-                                {}};
+    constexpr option known[] = {
+        {"rounds", required_argument, nullptr, 'r'},   {"requests", required_argument, nullptr, 'q'},
+        {"wans", required_argument, nullptr, 'w'},     {"only", required_argument, nullptr, 'o'},
+        {"smallest", required_argument, nullptr, 's'}, {"csv", required_argument, nullptr, 'c'},
+        {"plot", required_argument, nullptr, 'p'},     {"daemon", required_argument, nullptr, 'd'},
+        {"help", no_argument, nullptr, 'h'},           {}};
     options parsed;
     for (int letter; (letter = getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
         switch (letter) {
@@ -81,6 +79,9 @@ options parse(int argc, char **argv)
             break;
         case 'o':
             parsed.only.push_back(optarg);
+            break;
+        case 's':
+            parsed.work.smallest = optarg;
             break;
         case 'c':
             parsed.csv = optarg;

@@ -7,8 +7,9 @@
 #include <cstdio>
 
 struct effort {
-    int rounds;   // of each comparison
-    int requests; // before the memory is looked at for the last time
+    int rounds;                // of each comparison
+    int requests;              // before the memory is looked at for the last time
+    std::string smallest = {}; // where the programs of the smallest build are; empty: nowhere
 };
 
 using figures = std::vector<figure>;

@@ -30,6 +30,13 @@ target_compile_options(korvel_freestanding INTERFACE
 
 set(korvel_release "$<CONFIG:MinSizeRel>")
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(KORVEL_SMALLEST)
+    # Packed relocations need a loader that knows them: glibc 2.36, musl 1.2.4. Data follow code without a gap.
+    target_compile_options(korvel_flags INTERFACE -Oz -fno-plt)
+    target_link_options(korvel_flags INTERFACE -Wl,-z,noseparate-code -Wl,-z,norelro -Wl,-z,pack-relative-relocs
+        -Wl,-z,common-page-size=64)
+    set(korvel_release 0)
+endif()
 # An environment that hardens by itself, as an OpenWrt build tree does, is not contradicted.
 set(korvel_given_flags "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}")
 if(NOT korvel_given_flags MATCHES "-fstack-protector|-fno-stack-protector")
@@ -39,7 +46,7 @@ if(NOT korvel_given_flags MATCHES "_FORTIFY_SOURCE")
     target_compile_definitions(korvel_flags INTERFACE "$<${korvel_release}:_FORTIFY_SOURCE=2>")
 endif()
 target_link_options(korvel_flags INTERFACE
-    "$<${korvel_release}:-Wl,-z,relro,-z,now>" "$<${korvel_release}:-Wl,--gc-sections>" "$<${korvel_release}:-pie>")
+    "$<${korvel_release}:-Wl,-z,relro,-z,now>" "$<$<CONFIG:MinSizeRel>:-Wl,--gc-sections>" "$<$<CONFIG:MinSizeRel>:-pie>")
 if(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
 endif()
