@@ -35,7 +35,9 @@ struct change {
     std::string name; // of its own
     std::vector<std::string> plan = {};
     std::map<std::string, std::string> prepared = {}; // files that are there before the plan is carried out
-    std::set<std::string> changed = {};               // files that the daemon replaced or removed
+    // Files that the daemon replaced or removed; a configuration that it changes on either side of a reload,
+    // which has to read one and leave the other, counts twice.
+    int changed = 0;
     int replaced = 0, synced = 0;
 };
 
@@ -85,18 +87,17 @@ private:
     {
         if (!before_.contains(path))
             return;
-        change_.changed.insert(path);
+        count(path);
         add("remove " + bare(path), path);
     }
 
     void take_replacement(const std::string &path)
     {
         change_.replaced++;
-        change_.changed.insert(path);
+        const bool is_first = count(path);
         if (is_config(path)) {
-            const std::string line = "replace " + fs::path(path).filename().string();
-            if (std::ranges::find(change_.plan, line) == change_.plan.end())
-                add(line);
+            if (is_first)
+                add("replace " + fs::path(path).filename().string());
             return;
         }
         const std::string source =
@@ -108,14 +109,25 @@ private:
     void take_command(const std::string &command)
     {
         const std::string path = command.substr(0, command.find(' '));
+        if (path.starts_with("/etc/init.d/"))
+            std::erase_if(counted_, is_config);
         if (before_.contains(path))
             add("run " + bare(path) + command.substr(path.size()), path);
         else
             add("run " + command);
     }
 
+    // Returns false for a file that counts already.
+    bool count(const std::string &path)
+    {
+        const bool is_first = counted_.insert(path).second;
+        change_.changed += is_first;
+        return is_first;
+    }
+
     change &change_;
     const files &before_, &after_;
+    std::set<std::string> counted_; // since the last reload, of configurations
 };
 
 // One kind of WAN that is added, modified and deleted again.
@@ -230,8 +242,8 @@ void change_cycle::report(figures &out) const
     for (size_t i = 0; i < changes.size(); i++) {
         const change &each = changes[i];
         const std::string name = std::string(each.method) + ", " + kind_.name;
-        const double f = static_cast<double>(each.changed.size());
-        const std::string files_text = " for " + std::to_string(each.changed.size()) + " files";
+        const double f = each.changed;
+        const std::string files_text = " for " + std::to_string(each.changed) + " files";
         out.push_back({"replacements, " + name, -1, "the files that it changes", plain(each.replaced / f),
                        1.0, std::to_string(each.replaced) + files_text});
         out.push_back({"syncs, " + name, -1, "twice these files and 4", plain(each.synced / (2 * f + 4)), 1.0,

@@ -2,6 +2,8 @@
 // nothing.
 #include "measure.h"
 
+#include "tools/programs.h"
+
 #include <stdexcept>
 
 namespace {
@@ -62,13 +64,22 @@ void measure_all(ground &gateway, int rounds, int wans, figures &out)
                    wans < wans_that_count ? std::nullopt : std::optional(most)});
 }
 
+constexpr char refused[] = R"({"wanMode":1,"mtu":1})";
+
 double time_of_refusals(ground &gateway, const char *object, const char *method)
 {
     constexpr int calls = 200;
-    const std::string refused = R"({"wanMode":1,"mtu":1})";
     return time_of([&] {
         for (int i = 0; i < calls; i++)
             (void)gateway.client().call(object, method, refused);
+    });
+}
+
+double time_of_refusals_by_tool(const char *object, const char *method)
+{
+    return time_of([&] {
+        for (int i = 0; i < calls_per_round; i++)
+            (void)run_silently({"ubus", "call", object, method, refused});
     });
 }
 
@@ -87,6 +98,11 @@ void measure_refusal(ground &gateway, int rounds, figures &out)
                            [&] { return time_of_refusals(gateway, "bare", row.method); });
         out.push_back({"invalid request", -1, row.text, result.ratio(), row.most});
     }
+    comparison by_tool;
+    for (int round = 0; round < rounds; round++)
+        by_tool.measure([] { return time_of_refusals_by_tool("korvel", "add"); },
+                        [] { return time_of_refusals_by_tool("bare", "empty"); });
+    out.push_back({"invalid request by the bus tool", -1, rows[0].text, by_tool.ratio(), rows[0].most});
 }
 
 } // namespace
