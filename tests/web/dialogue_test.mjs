@@ -315,6 +315,21 @@ web_test('a WAN is added, edited and deleted with the keyboard alone', {}, async
     await user.wait('the focus on the heading', () => document.activeElement.id === 'korvel-heading');
 });
 
+web_test('the list may show that a WAN is gone before its deletion is answered', { arrange: gateway => gateway.add(pppoe) }, async ({ bridge, gateway, user }) => {
+    bridge.intercept = async (object, method, { wanId }) => {
+        if (object !== 'korvel' || method !== 'del')
+            return undefined;
+        await gateway.call('del', { wanId });
+        await user.wait_for_rows(0);
+        return { result: [0, { status: 0, info: 'OK' }] };
+    };
+    await user.press_button('Delete 1_INTERNET_R_VID_100');
+    await user.dialogue();
+    await user.press_button('Delete', '.modal');
+    await user.dialogue_closed();
+    assert.equal(await focused(user), 'korvel-heading');
+});
+
 web_test('every field and button has a name of its own', { arrange: gateway => gateway.add(pppoe) }, async ({ user }) => {
     await user.press_button('Edit 1_INTERNET_R_VID_100');
     await user.dialogue();

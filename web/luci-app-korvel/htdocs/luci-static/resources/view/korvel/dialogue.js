@@ -25,10 +25,10 @@ const PREFIX = 'korvel-';
 const focusable = 'button:not([disabled]), input:not([disabled]), select:not([disabled]), a[href]:not([tabindex="-1"])';
 
 /*
- * Shows a dialogue that has a name, holds the focus, and gives it back. Returns the function that closes it, and does nothing
- * when it is closed already.
+ * Shows a dialogue that has a name, holds the focus, and has it given back. Returns the function that closes it, and does
+ * nothing when it is closed already.
  */
-function show_modal(title, name, children, opener) {
+function show_modal(title, name, children, give_focus_back) {
 	const node = ui.showModal(title, children, 'cbi-modal');
 	node.setAttribute('aria-label', name);
 	const hold_focus = ev => {
@@ -52,8 +52,7 @@ function show_modal(title, name, children, opener) {
 		node.removeAttribute('aria-label');
 		ui.hideModal();
 		dom.content(node, []);
-		if (opener && opener.isConnected)
-			opener.focus();
+		give_focus_back();
 	};
 }
 
@@ -191,8 +190,8 @@ function trial_warning(state) {
 
 /*
  * `asked`: { wan, stored } for an edit, neither for a new one; wans, ports, pending (changes of this WAN that wait), trial
- * (what the gateway tells of a change on trial), opener, done(text), unsure(close): of a change on trial it is not known whether
- * it was made; `close` closes the dialogue.
+ * (what the gateway tells of a change on trial), give_focus_back(), done(text), unsure(close): of a change on trial it is not
+ * known whether it was made; `close` closes the dialogue.
  */
 class editor {
 	constructor(asked) {
@@ -209,7 +208,7 @@ class editor {
 	open() {
 		const title = this.edits ? _('Edit connection') : _('Add connection');
 		const name = this.edits ? title + ': ' + this.asked.wan.wanName : title;
-		this.close = show_modal(title, name, this.nodes(), this.asked.opener);
+		this.close = show_modal(title, name, this.nodes(), this.asked.give_focus_back);
 		wan.fields.forEach(field => this.parts[field.name].write(this.record[field.name]));
 		this.select_tab('general', false);
 		this.refresh();
@@ -497,7 +496,7 @@ return baseclass.extend({
 		new editor(asked).open();
 	},
 
-	/* Asks, and deletes. `asked`: { wan, ports, pending, trial, opener, done(text), unsure(close) } as above. */
+	/* Asks, and deletes. `asked`: { wan, ports, pending, trial, give_focus_back(), done(text), unsure(close) } as above. */
 	remove(asked) {
 		const entry = asked.wan, bound = wan.bound_ports(entry, asked.ports);
 		const message = E('div', { 'role': 'alert' });
@@ -539,7 +538,7 @@ return baseclass.extend({
 				E('button', { 'type': 'button', 'class': 'btn cbi-button cbi-button-negative important',
 					'click': ui.createHandlerFn(this, remove) }, [ _('Delete') ])
 			])
-		], asked.opener);
+		], asked.give_focus_back);
 		way.show();
 		dismiss.focus();
 	}

@@ -193,6 +193,10 @@ function button(style, title, handler) {
 	return E('button', { 'type': 'button', 'class': 'btn cbi-button cbi-button-' + style, 'click': handler }, [ title ]);
 }
 
+function focus_heading() {
+	document.getElementById('korvel-heading').focus();
+}
+
 return view.extend({
 	handleSaveApply: null,
 	handleSave: null,
@@ -292,7 +296,7 @@ return view.extend({
 		const lost_focus = this.rows.update(wans.map(entry => ({ key: String(entry.wanId), item: entry,
 			cells: cells(entry, this.ports), fixed: wan.is_management(entry) })), _('There are no connections yet.'));
 		if (lost_focus)
-			document.getElementById('korvel-heading').focus();
+			focus_heading();
 		this.show_outcomes();
 	},
 
@@ -325,7 +329,7 @@ return view.extend({
 		return bus.trial().then(state => {
 			this.trial = state;
 			if (this.banner.update(state, this.name_on_trial(state)))
-				document.getElementById('korvel-heading').focus();
+				focus_heading();
 			/* A dialogue that did not know whether its change was made has its answer, and is in the way of what is said of it. */
 			if (this.unsure && state.made && state.wanId === this.unsure.id && state.began !== this.unsure.before) {
 				this.unsure.close();
@@ -355,7 +359,7 @@ return view.extend({
 			[ dialogue.changes_words(change) ]
 		], fixed: change.applying === true })), '');
 		if (lost_focus)
-			document.getElementById('korvel-heading').focus();
+			focus_heading();
 	},
 
 	show_outcomes() {
@@ -402,7 +406,12 @@ return view.extend({
 		return {
 			pending: id === undefined ? [] : this.pending_of(id),
 			trial: this.trial,
-			opener,
+			/* The WAN of a button that opened a dialogue may have gone, and its row with it. */
+			give_focus_back: () => {
+				opener.focus();
+				if (document.activeElement !== opener)
+					focus_heading();
+			},
 			done: text => this.after_change(text),
 			unsure: close => this.unsure = { id, before, close }
 		};
@@ -429,7 +438,7 @@ return view.extend({
 	end_trial(ending, text) {
 		return ending.then(() => this.after_change(text)).then(() => {
 			if (document.activeElement === document.body) /* the button is gone */
-				document.getElementById('korvel-heading').focus();
+				focus_heading();
 		}).catch(error => {
 			this.warn(error.message);
 			return this.refresh();
