@@ -7,6 +7,7 @@ import { deadline_ms } from './gateway.mjs';
 const puppeteer = installed_require('puppeteer-core');
 const page_path = '/cgi-bin/luci/admin/network/korvel';
 const pictures = process.env.KORVEL_WEB_PICTURES;
+const most_presses = 5;
 
 export const desktop = { width: 1200, height: 900 };
 export const phone = { width: 390, height: 844, isMobile: true, hasTouch: true, deviceScaleFactor: 2 };
@@ -90,8 +91,18 @@ export class user {
         { timeout: deadline_ms, polling: 50 }, scope, name).catch(error => {
             throw new Error(`no button "${name}": ${error.message}`);
         });
-        await handle.evaluate(button => button.scrollIntoView({ block: 'center' }));
-        await handle.click();
+        await handle.evaluate(button => {
+            button.scrollIntoView({ block: 'center' });
+            button.addEventListener('click', () => (button.was_pressed = true), { capture: true, once: true });
+            button.was_pressed = false;
+        });
+        // What is drawn meanwhile may move a button away from under the pointer; then a user presses it again.
+        for (let i = 0; i < most_presses; i++) {
+            await handle.click();
+            if (await handle.evaluate(button => button.was_pressed))
+                return;
+        }
+        throw new Error(`the button "${name}" cannot be hit; the page says:\n${await this.text()}`);
     }
 
     async dialogue() {
