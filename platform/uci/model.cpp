@@ -11,22 +11,62 @@
 namespace uci {
 namespace {
 
-// Zeroed memory for one node with its name and lists' links in order, or null.
-template <typename Node> Node *new_node(uci_type type, const char *name)
+// What every node really is: behind it are the texts that it was made with, so that a configuration takes one
+// block of memory for each of its lines. A text that it gets later is a block of its own.
+template <typename Node> struct made_node : Node {
+    size_t own_size; // of its texts, with their terminators
+};
+
+template <typename Node> char *own_texts(Node *node)
 {
-    auto *const node = static_cast<Node *>(calloc(1, sizeof(Node)));
+    return reinterpret_cast<char *>(static_cast<made_node<Node> *>(node) + 1);
+}
+
+size_t size_of(const char *text)
+{
+    return text ? strlen(text) + 1 : 0;
+}
+
+// Zeroed memory for one node with its name and lists' links in order, or null. `second`, which may be null,
+// is copied to the node's memory, too.
+template <typename Node>
+Node *new_node(uci_type type, const char *name, const char *second = nullptr, char **second_out = nullptr)
+{
+    const size_t name_size = size_of(name), second_size = size_of(second);
+    auto *const node =
+        static_cast<made_node<Node> *>(malloc(sizeof(made_node<Node>) + name_size + second_size));
     if (!node)
         return nullptr;
+    memset(static_cast<void *>(node), 0, sizeof(*node));
+    node->own_size = name_size + second_size;
     uci_element &e = node->e;
     list_init(&e.list);
     e.type = type;
-    e.name = name ? strdup(name) : nullptr;
-    if (name && !e.name) {
-        free(node);
-        return nullptr;
-    }
+    char *const texts = own_texts<Node>(node);
+    if (name)
+        e.name = static_cast<char *>(memcpy(texts, name, name_size));
+    if (second)
+        *second_out = static_cast<char *>(memcpy(texts + name_size, second, second_size));
     return node;
 }
+
+// Frees a text of a node that is to have another, or to go.
+template <typename Node> void free_text(Node *node, char *text)
+{
+    const char *const own = own_texts(node);
+    if (!text || text < own || text >= own + static_cast<made_node<Node> *>(node)->own_size)
+        free(text);
+}
+
+template <typename Node> void free_node(Node *node)
+{
+    free_text(node, node->e.name);
+    free(node);
+}
+
+struct bare_node {
+    uci_element e;
+};
 
 package *package_of(const uci_section *s)
 {
@@ -101,24 +141,14 @@ unsigned type_hash(const char *type)
     return hash & 0xffff;
 }
 
-bool replace_text(char **place, const char *value)
-{
-    char *const copy = strdup(value);
-    if (!copy)
-        return false;
-    free(*place);
-    *place = copy;
-    return true;
-}
-
-bool rename_element(package *p, const uci_list *list, uci_element *element, const char *name)
+template <typename Node> bool rename_node(package *p, const uci_list *list, Node *node, const char *name)
 {
     text copy = copy_text(name);
     if (!copy)
         return false;
-    unindex_element(p, list, element);
-    free(element->name);
-    element->name = copy.release();
+    unindex_element(p, list, &node->e);
+    free_text(node, node->e.name);
+    node->e.name = copy.release();
     return true;
 }
 
@@ -127,18 +157,24 @@ void free_option_value(uci_option *o)
     if (o->type == UCI_TYPE_LIST)
         free_elements(&o->v.list);
     else
-        free(o->v.string);
+        free_text(o, o->v.string);
 }
 
-// An option of the section that has no value yet: an empty list.
-uci_option *append_option(uci_section *s, const char *name)
+// A new option of the section; without a value (null) it is an empty list.
+uci_option *append_option(uci_section *s, const char *name, const char *value)
 {
-    auto *const o = new_node<uci_option>(UCI_TYPE_OPTION, name);
+    char *own_value = nullptr;
+    auto *const o = new_node<uci_option>(UCI_TYPE_OPTION, name, value, &own_value);
     if (!o)
         return nullptr;
     o->section = s;
-    o->type = UCI_TYPE_LIST;
-    list_init(&o->v.list);
+    if (value) {
+        o->type = UCI_TYPE_STRING;
+        o->v.string = own_value;
+    } else {
+        o->type = UCI_TYPE_LIST;
+        list_init(&o->v.list);
+    }
     list_append(&s->options, &o->e.list);
     index_option(package_of(s), o);
     return o;
@@ -154,7 +190,7 @@ bool make_list(uci_option *o)
     if (!first)
         return false;
     list_remove(&first->list);
-    free(o->v.string);
+    free_text(o, o->v.string);
     o->type = UCI_TYPE_LIST;
     list_init(&o->v.list);
     list_append(&o->v.list, &first->list);
@@ -185,9 +221,6 @@ void list_remove(uci_list *link)
 
 uci_element *append_element(uci_list *head, uci_type type, const char *name)
 {
-    struct bare_node {
-        uci_element e;
-    };
     bare_node *const node = new_node<bare_node>(type, name);
     if (!node)
         return nullptr;
@@ -232,8 +265,7 @@ void free_package(package *p)
     free_changes(&p->delta);
     free_changes(&p->saved_delta);
     free(p->path);
-    free(p->e.name);
-    free(p);
+    free_node(p);
 }
 
 uci_section *find_section(package *p, const char *name)
@@ -255,18 +287,14 @@ uci_section *append_section(package *p, const char *type, const char *name, nami
         snprintf(generated, sizeof(generated), "cfg%02zx%04x", p->created + 1, type_hash(type));
         name = generated;
     }
-    auto *const s = new_node<uci_section>(UCI_TYPE_SECTION, name);
+    char *own_type = nullptr;
+    auto *const s = new_node<uci_section>(UCI_TYPE_SECTION, name, type, &own_type);
     if (!s)
         return nullptr;
     s->package = p;
     s->anonymous = kind == naming::anonymous;
-    s->type = strdup(type);
+    s->type = own_type;
     list_init(&s->options);
-    if (!s->type) {
-        free(s->e.name);
-        free(s);
-        return nullptr;
-    }
     p->created++;
     list_append(&p->sections, &s->e.list);
     index_element(p, &p->sections, &s->e);
@@ -279,9 +307,8 @@ void remove_section(uci_section *s)
         remove_option(uci_to_option(list_to_element(s->options.next)));
     unindex_element(package_of(s), &s->package->sections, &s->e);
     list_remove(&s->e.list);
-    free(s->type);
-    free(s->e.name);
-    free(s);
+    free_text(s, s->type);
+    free_node(s);
 }
 
 bool move_section(uci_section *s, long position)
@@ -298,13 +325,18 @@ bool move_section(uci_section *s, long position)
 
 bool set_section_type(uci_section *s, const char *type)
 {
-    return replace_text(&s->type, type);
+    text copy = copy_text(type);
+    if (!copy)
+        return false;
+    free_text(s, s->type);
+    s->type = copy.release();
+    return true;
 }
 
 bool rename_section(uci_section *s, const char *name)
 {
     package *const p = package_of(s);
-    if (!rename_element(p, &p->sections, &s->e, name))
+    if (!rename_node(p, &p->sections, s, name))
         return false;
     index_element(p, &p->sections, &s->e);
     s->anonymous = false;
@@ -313,22 +345,21 @@ bool rename_section(uci_section *s, const char *name)
 
 bool set_string(uci_section *s, uci_option *existing, const char *name, const char *value)
 {
+    if (!existing)
+        return append_option(s, name, value) != nullptr;
     text copy = copy_text(value);
     if (!copy)
         return false;
-    uci_option *const o = existing ? existing : append_option(s, name);
-    if (!o)
-        return false;
-    free_option_value(o);
-    o->type = UCI_TYPE_STRING;
-    o->v.string = copy.release();
+    free_option_value(existing);
+    existing->type = UCI_TYPE_STRING;
+    existing->v.string = copy.release();
     return true;
 }
 
 bool append_value(uci_section *s, const char *name, const char *value)
 {
     uci_option *const existing = find_option(s, name);
-    uci_option *const o = existing ? existing : append_option(s, name);
+    uci_option *const o = existing ? existing : append_option(s, name, nullptr);
     if (!o || !make_list(o))
         return false;
     if (append_element(&o->v.list, UCI_TYPE_ITEM, value))
@@ -341,7 +372,7 @@ bool append_value(uci_section *s, const char *name, const char *value)
 bool rename_option(uci_option *o, const char *name)
 {
     package *const p = package_of(o->section);
-    if (!rename_element(p, &o->section->options, &o->e, name))
+    if (!rename_node(p, &o->section->options, o, name))
         return false;
     index_option(p, o);
     return true;
@@ -352,8 +383,7 @@ void remove_option(uci_option *o)
     unindex_element(package_of(o->section), &o->section->options, &o->e);
     list_remove(&o->e.list);
     free_option_value(o);
-    free(o->e.name);
-    free(o);
+    free_node(o);
 }
 
 void remove_equal_values(uci_option *o, const char *value)
@@ -369,8 +399,7 @@ void remove_equal_values(uci_option *o, const char *value)
 void remove_value(uci_element *item)
 {
     list_remove(&item->list);
-    free(item->name);
-    free(item);
+    free_node(reinterpret_cast<bare_node *>(item)); // its first member
 }
 
 bool append_change(uci_list *head, const change &what)
@@ -396,8 +425,7 @@ void free_changes(uci_list *head)
         list_remove(&delta->e.list);
         free(delta->section);
         free(delta->value);
-        free(delta->e.name);
-        free(delta);
+        free_node(delta);
     }
 }
 
