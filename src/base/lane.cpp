@@ -41,9 +41,11 @@ int lane::start_thread()
 void lane::give(void (*work)(void *argument), void *argument)
 {
     given_ = argument;
-    const scoped_lock hold(lock_);
-    work_ = work;
-    argument_ = argument;
+    {
+        const scoped_lock hold(lock_);
+        work_ = work;
+        argument_ = argument;
+    }
     pthread_cond_signal(&news_);
 }
 

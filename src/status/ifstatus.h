@@ -9,10 +9,17 @@
 // Reads the state of some WANs, one after the other, while the status commands of those behind run already.
 class ifstatus_reader {
 public:
-    // The WANs in the order in which they will be read. Of each, the record's wanId, wanMode, ipMode and
-    // ipProtocol are set, or the reading has failed: then it is not asked for.
-    // `asked`: steady_milliseconds() when the request for them came in.
-    ifstatus_reader(std::span<const wan_reading> wans, uint64_t asked) : wans_(wans), commands_(asked) {}
+    // `asked`: steady_milliseconds() when the request came in.
+    explicit ifstatus_reader(uint64_t asked) : commands_(asked) {}
+
+    // Starts the first status commands, so that they run while the caller does something else. To be called
+    // once, with the WANs in the order in which they will be read. Of each, the record's wanId, wanMode,
+    // ipMode and ipProtocol are set, or the reading has failed: then it is not asked for.
+    void ask(std::span<const wan_reading> wans)
+    {
+        wans_ = wans;
+        ask_ahead();
+    }
 
     // Fills the runtime fields of the next of the WANs that have not failed, whose record this is: link
     // states, uptime, addresses, prefixes, gateways and DNS servers. What a reply does not name stays as it

@@ -57,8 +57,8 @@ struct listed_wans {
     bool has_memory() const { return records && readings; }
 };
 
-// Reads what is configured of the listed WANs, all of it from one state.
-listed_wans read_configured()
+// Reads what is configured of the listed WANs, all of it from one state, and has their states asked for.
+listed_wans read_configured(ifstatus_reader &states)
 {
     const config_snapshot snapshot;
     const uci_loaded network("network");
@@ -78,13 +78,13 @@ listed_wans read_configured()
         reading.record->wanId = static_cast<uint8_t>(text_number(entry->name));
         wan_read_configured(network, sections.of(reading.record->wanId), &reading);
     }
+    states.ask({wans.readings.get(), wans.listed}); // giving back what was loaded takes a while
     return wans;
 }
 
 // Returns -1 when the last WAN cannot be read; an earlier one is only logged and keeps what was read of it.
-int finish_readings(std::span<const wan_reading> readings, uint64_t asked)
+int finish_readings(std::span<const wan_reading> readings, ifstatus_reader &states)
 {
-    ifstatus_reader states(readings, asked);
     int result = 0;
     for (const wan_reading &reading : readings) {
         result = wan_finish_reading(states, reading);
@@ -123,10 +123,11 @@ int say_no_memory(request &self)
 
 int get_all(request &self)
 {
-    const listed_wans wans = read_configured();
+    ifstatus_reader states(self.asked);
+    const listed_wans wans = read_configured(states);
     if (wans.count == 0)
         return UBUS_STATUS_OK;
-    if (finish_readings({wans.readings.get(), wans.listed}, self.asked) != 0) {
+    if (finish_readings({wans.readings.get(), wans.listed}, states) != 0) {
         (void)self.reply.say(-1, "korvel read all WAN ERR!");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

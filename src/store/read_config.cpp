@@ -280,8 +280,12 @@ int wan_finish_reading(ifstatus_reader &states, const wan_reading &reading)
 int wan_read_config(wan_config *record, uint64_t asked)
 {
     wan_reading reading = {record, nullptr, 0};
-    wan_read_configured(uci_loaded("network"), &reading);
-    ifstatus_reader states({&reading, 1}, asked);
+    ifstatus_reader states(asked);
+    {
+        const uci_loaded network("network");
+        wan_read_configured(network, &reading);
+        states.ask({&reading, 1}); // giving back what was loaded takes a while
+    }
     return wan_finish_reading(states, reading);
 }
 

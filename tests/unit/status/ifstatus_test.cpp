@@ -49,7 +49,9 @@ protected:
         record.ipProtocol = ip_protocol;
         (void)take_started_commands();
         const wan_reading reading = {&record, nullptr, 0};
-        return ifstatus_reader({&reading, 1}, steady_milliseconds()).read(&record);
+        ifstatus_reader states(steady_milliseconds());
+        states.ask({&reading, 1});
+        return states.read(&record);
     }
 
     // Reads the main interface of a DHCP WAN, IPv4 only.
@@ -657,7 +659,8 @@ protected:
     // Reads all that have not failed, in order, and returns the results.
     std::vector<int> read()
     {
-        ifstatus_reader states(readings, steady_milliseconds());
+        ifstatus_reader states(steady_milliseconds());
+        states.ask(readings);
         std::vector<int> results;
         for (const wan_reading &reading : readings)
             if (!reading.failure)
