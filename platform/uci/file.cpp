@@ -79,7 +79,7 @@ bool make_room(text *block, size_t used, size_t *capacity)
 {
     if (used + 1 < *capacity)
         return true;
-    const size_t larger = *capacity ? *capacity * 2 : 4096;
+    const size_t larger = *capacity * 2;
     auto *const moved = static_cast<char *>(realloc(block->get(), larger));
     if (!moved)
         return false;
@@ -89,11 +89,24 @@ bool make_room(text *block, size_t used, size_t *capacity)
     return true;
 }
 
-// Reads until `read_some(place, room)` returns 0; a negative result is an error.
-template <typename Read> int read_all(Read read_some, bytes *out)
+// Room for all of a file and the NUL, and for a read to find its end; 4 KiB for what has no size.
+size_t room_for(int fd)
+{
+    constexpr size_t usual = 4096;
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < static_cast<off_t>(usual))
+        return usual;
+    return static_cast<size_t>(status.st_size) + 2;
+}
+
+// Reads until `read_some(place, room)` returns 0; a negative result is an error. `capacity` is what it begins
+// with.
+template <typename Read> int read_all(Read read_some, size_t capacity, bytes *out)
 {
     bytes result;
-    size_t capacity = 0;
+    result.data.reset(static_cast<char *>(malloc(capacity)));
+    if (!result.data)
+        return UCI_ERR_MEM;
     for (;;) {
         if (!make_room(&result.data, result.size, &capacity))
             return UCI_ERR_MEM;
@@ -170,7 +183,7 @@ int read_file(int fd, bytes *out)
                 offset += count;
             return count;
         },
-        out);
+        room_for(fd), out);
 }
 
 int read_stream(FILE *stream, bytes *out)
@@ -180,7 +193,7 @@ int read_stream(FILE *stream, bytes *out)
             const size_t count = fread(place, 1, room, stream);
             return count == 0 && ferror(stream) ? ssize_t{-1} : static_cast<ssize_t>(count);
         },
-        out);
+        room_for(fileno(stream)), out);
 }
 
 int append_whole(int fd, size_t kept, const char *data, size_t size)
