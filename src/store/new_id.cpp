@@ -42,9 +42,10 @@ bool has_device(const uci_loaded &network, uint32_t id)
     uci_foreach_element(network.sections(), element)
     {
         uci_section *const section = uci_to_section(element);
+        if (strcmp(section->type, "device") != 0)
+            continue;
         const char *const link_name = network.plain(section, STORED(wanName).name);
-        if (strcmp(section->type, "device") == 0 && link_name &&
-            strncmp(link_name, prefix.text, strlen(prefix.text)) == 0)
+        if (link_name && strncmp(link_name, prefix.text, strlen(prefix.text)) == 0)
             return true;
     }
     return false;

@@ -33,8 +33,8 @@ uci_section *wan_device_section(const uci_loaded &network, uint32_t wan_id)
         if (strcmp(section->type, "device") != 0)
             continue;
         const char *const link_name = network.plain(section, STORED(wanName).name);
-        if (link_name && network.plain(section, STORED(device).name) &&
-            strncmp(link_name, prefix.text, prefix_length) == 0)
+        if (link_name && strncmp(link_name, prefix.text, prefix_length) == 0 &&
+            network.plain(section, STORED(device).name))
             return section;
     }
     return nullptr;
