@@ -13,7 +13,7 @@
 
 class status_commands {
 public:
-    static constexpr size_t most_at_once = 4;
+    static constexpr size_t most_at_once = 6;
 
     // `asked`: steady_milliseconds() when the request came in.
     explicit status_commands(uint64_t asked) : asked_(asked) {}

@@ -212,7 +212,7 @@ std::string timeless(const bus_reply &reply)
 
 TEST_F(query_test, all_asks_for_a_few_wans_side_by_side)
 {
-    constexpr size_t at_once = 4;
+    constexpr size_t at_once = 6;
     store_all(6, [](uint8_t id) {
         return routed_dhcp(id, {.vid = static_cast<uint16_t>(100 + id), .ip_protocol = 3});
     });
