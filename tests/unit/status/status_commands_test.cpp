@@ -57,22 +57,22 @@ exec sh "/tmp/answer-$name")sh");
 
 TEST_F(status_commands_test, as_many_run_side_by_side_as_may_and_no_more)
 {
-    for (const char *interface : {"a", "b", "c", "d"}) {
+    for (const char *interface : {"a", "b", "c", "d", "e", "f"}) {
         EXPECT_EQ(answer::asked, commands.ask(interface));
         EXPECT_TRUE(has_begun(interface));
     }
-    EXPECT_EQ(answer::later, commands.ask("e"));
+    EXPECT_EQ(answer::later, commands.ask("g"));
     let_answer("d", "printf 4");
-    EXPECT_EQ(answer::later, commands.ask("e")) << "a place is free once its reply was taken";
+    EXPECT_EQ(answer::later, commands.ask("g")) << "a place is free once its reply was taken";
 
     let_answer("a", "printf 1");
     EXPECT_STREQ("1", commands.take());
-    EXPECT_EQ(answer::asked, commands.ask("e"));
-    EXPECT_EQ(answer::later, commands.ask("f"));
+    EXPECT_EQ(answer::asked, commands.ask("g"));
+    EXPECT_EQ(answer::later, commands.ask("h"));
 
-    EXPECT_EQ((text_lines{"a", "b", "c", "d", "e"}), started());
+    EXPECT_EQ((text_lines{"a", "b", "c", "d", "e", "f", "g"}), started());
     let_all_answer("0");
-    for (const char *reply : {"0", "0", "4", "0"})
+    for (const char *reply : {"0", "0", "4", "0", "0", "0"})
         EXPECT_STREQ(reply, commands.take());
 }
 
@@ -151,6 +151,19 @@ TEST_F(status_commands_test, one_that_is_silent_is_waited_for_to_its_end)
     EXPECT_STREQ("1", commands.take());
 
     EXPECT_TRUE(gateway.exists("/tmp/a-has-ended"));
+}
+
+TEST_F(status_commands_test, one_that_has_said_all_and_lingers_is_an_answer_all_the_same)
+{
+    status_commands asked_meanwhile(steady_milliseconds());
+    EXPECT_EQ(answer::asked, commands.ask("a"));
+    let_answer("a", "printf 1; exec >&-; exec sleep 1000");
+    EXPECT_STREQ("1", commands.take());
+    EXPECT_EQ(text_lines{"No answer after 31 s: " + command("a")}, gateway.log_texts(LOG_ERR));
+
+    EXPECT_EQ(answer::asked, asked_meanwhile.ask("b"));
+    let_answer("b", "printf 2");
+    EXPECT_STREQ("2", asked_meanwhile.take());
 }
 
 TEST_F(status_commands_test, one_that_cannot_start_beside_others_waits_for_them)
