@@ -89,12 +89,14 @@ bool make_room(text *block, size_t used, size_t *capacity)
     return true;
 }
 
-// Room for all of a file and the NUL, and for a read to find its end; 4 KiB for what has no size.
+// Room for all of a file and the NUL, and for a read to find its end. 4 KiB for what has no size, and for
+// what says that it is larger than any configuration: room is then made for what really comes.
 size_t room_for(int fd)
 {
-    constexpr size_t usual = 4096;
+    constexpr off_t usual = 4096, most_believed = 16 << 20;
     struct stat status;
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < static_cast<off_t>(usual))
+    const bool is_known = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    if (!is_known || status.st_size < usual || status.st_size > most_believed)
         return usual;
     return static_cast<size_t>(status.st_size) + 2;
 }
