@@ -11,38 +11,28 @@
 namespace uci {
 namespace {
 
-// What every node really is: behind it are the texts that it was made with, so that a configuration takes one
-// block of memory for each of its lines. A text that it gets later is a block of its own.
-template <typename Node> struct made_node : Node {
-    size_t own_size; // of its texts, with their terminators
-};
-
-template <typename Node> char *own_texts(Node *node)
-{
-    return reinterpret_cast<char *>(static_cast<made_node<Node> *>(node) + 1);
-}
-
 size_t size_of(const char *text)
 {
     return text ? strlen(text) + 1 : 0;
 }
 
-// Zeroed memory for one node with its name and lists' links in order, or null. `second`, which may be null,
-// is copied to the node's memory, too.
-template <typename Node>
-Node *new_node(uci_type type, const char *name, const char *second = nullptr, char **second_out = nullptr)
+// Zeroed memory for one node with its lists' links in order, and behind it a copy of its name and of
+// `second`, both of which may be null; null without memory. So a configuration takes one piece of memory for
+// each of its lines.
+template <typename Node, typename Allocate>
+Node *new_node(Allocate allocate, uci_type type, const char *name, const char *second = nullptr,
+               char **second_out = nullptr)
 {
+    static_assert(alignof(Node) <= arena::alignment);
     const size_t name_size = size_of(name), second_size = size_of(second);
-    auto *const node =
-        static_cast<made_node<Node> *>(malloc(sizeof(made_node<Node>) + name_size + second_size));
+    auto *const node = static_cast<Node *>(allocate(sizeof(Node) + name_size + second_size));
     if (!node)
         return nullptr;
     memset(static_cast<void *>(node), 0, sizeof(*node));
-    node->own_size = name_size + second_size;
     uci_element &e = node->e;
     list_init(&e.list);
     e.type = type;
-    char *const texts = own_texts<Node>(node);
+    char *const texts = reinterpret_cast<char *>(node + 1);
     if (name)
         e.name = static_cast<char *>(memcpy(texts, name, name_size));
     if (second)
@@ -50,18 +40,9 @@ Node *new_node(uci_type type, const char *name, const char *second = nullptr, ch
     return node;
 }
 
-// Frees a text of a node that is to have another, or to go.
-template <typename Node> void free_text(Node *node, char *text)
+auto memory_of(package *p)
 {
-    const char *const own = own_texts(node);
-    if (!text || text < own || text >= own + static_cast<made_node<Node> *>(node)->own_size)
-        free(text);
-}
-
-template <typename Node> void free_node(Node *node)
-{
-    free_text(node, node->e.name);
-    free(node);
+    return [p](size_t size) { return p->memory.take(size); };
 }
 
 struct bare_node {
@@ -104,32 +85,39 @@ uci_element *find_child(const package *p, const uci_list *list, const char *name
 // first ones of a section; none of them ever moves backwards in its list.
 constexpr int first_options = 32;
 
-bool is_behind_first(const uci_list *options, const uci_element *option)
+bool is_behind_first(const uci_list *options, const uci_option *option)
 {
     const uci_list *at = options->next;
     for (int i = 0; i < first_options; i++, at = at->next)
-        if (at == &option->list)
+        if (at == &option->e.list)
             return false;
     return true;
 }
 
-void index_option(package *p, uci_option *o)
-{
-    if (is_behind_first(&o->section->options, &o->e))
-        index_element(p, &o->section->options, &o->e);
-}
-
 uci_element *find_among_options(const package *p, const uci_list *options, const char *name)
 {
+    const auto is_named = [name](const uci_list *at) {
+        const char *const other = list_to_element(at)->name;
+        return other[0] == name[0] && strcmp(other, name) == 0; // most differ in their first byte
+    };
+    if (!uci_list_empty(options) && is_named(options->prev))
+        return list_to_element(options->prev); // a list gets its values one after the other
     const uci_list *at = options->next;
     for (int i = 0; i < first_options; i++, at = at->next) {
         if (at == options)
             return nullptr;
-        uci_element *const e = list_to_element(at);
-        if (e->name[0] == name[0] && strcmp(e->name, name) == 0)
-            return e;
+        if (is_named(at))
+            return list_to_element(at);
     }
     return find_child(p, options, name);
+}
+
+// The bit that stands for a name among those of a section, by its first two bytes.
+uint64_t bit_of(const char *name)
+{
+    const uint32_t first = static_cast<unsigned char>(name[0]);
+    const uint32_t second = static_cast<unsigned char>(first != 0 ? name[1] : '\0');
+    return uint64_t{1} << ((first << 8 | second) * 0x9e3779b9u >> 26);
 }
 
 // Low 16 bits of a hash of the type, the second half of a generated name.
@@ -141,30 +129,22 @@ unsigned type_hash(const char *type)
     return hash & 0xffff;
 }
 
-template <typename Node> bool rename_node(package *p, const uci_list *list, Node *node, const char *name)
+bool rename_element(package *p, const uci_list *list, uci_element *element, const char *name)
 {
-    text copy = copy_text(name);
+    char *const copy = p->memory.copy(name);
     if (!copy)
         return false;
-    unindex_element(p, list, &node->e);
-    free_text(node, node->e.name);
-    node->e.name = copy.release();
+    unindex_element(p, list, element);
+    element->name = copy;
     return true;
-}
-
-void free_option_value(uci_option *o)
-{
-    if (o->type == UCI_TYPE_LIST)
-        free_elements(&o->v.list);
-    else
-        free_text(o, o->v.string);
 }
 
 // A new option of the section; without a value (null) it is an empty list.
 uci_option *append_option(uci_section *s, const char *name, const char *value)
 {
+    package *const p = package_of(s);
     char *own_value = nullptr;
-    auto *const o = new_node<uci_option>(UCI_TYPE_OPTION, name, value, &own_value);
+    auto *const o = new_node<uci_option>(memory_of(p), UCI_TYPE_OPTION, name, value, &own_value);
     if (!o)
         return nullptr;
     o->section = s;
@@ -176,8 +156,19 @@ uci_option *append_option(uci_section *s, const char *name, const char *value)
         list_init(&o->v.list);
     }
     list_append(&s->options, &o->e.list);
-    index_option(package_of(s), o);
+    full(s)->names |= bit_of(name);
+    if (full(s)->created++ >= first_options)
+        index_element(p, &s->options, &o->e);
     return o;
+}
+
+uci_element *append_item(package *p, uci_list *values, const char *value)
+{
+    auto *const item = new_node<bare_node>(memory_of(p), UCI_TYPE_ITEM, value);
+    if (!item)
+        return nullptr;
+    list_append(values, &item->e.list);
+    return &item->e;
 }
 
 bool make_list(uci_option *o)
@@ -186,11 +177,10 @@ bool make_list(uci_option *o)
         return true;
     uci_list values;
     list_init(&values);
-    uci_element *const first = append_element(&values, UCI_TYPE_ITEM, o->v.string);
+    uci_element *const first = append_item(package_of(o->section), &values, o->v.string);
     if (!first)
         return false;
     list_remove(&first->list);
-    free_text(o, o->v.string);
     o->type = UCI_TYPE_LIST;
     list_init(&o->v.list);
     list_append(&o->v.list, &first->list);
@@ -221,7 +211,7 @@ void list_remove(uci_list *link)
 
 uci_element *append_element(uci_list *head, uci_type type, const char *name)
 {
-    bare_node *const node = new_node<bare_node>(type, name);
+    auto *const node = new_node<bare_node>(malloc, type, name);
     if (!node)
         return nullptr;
     list_append(head, &node->e.list);
@@ -230,15 +220,18 @@ uci_element *append_element(uci_list *head, uci_type type, const char *name)
 
 void free_elements(uci_list *head)
 {
-    while (!uci_list_empty(head))
-        remove_value(list_to_element(head->next));
+    while (!uci_list_empty(head)) {
+        uci_element *const e = list_to_element(head->next);
+        list_remove(&e->list);
+        free(e); // a bare node's first member
+    }
 }
 
 uci_element *find_element(const uci_list *head, const char *name)
 {
     for (uci_list *link = head->next; link != head; link = link->next) {
         uci_element *const e = list_to_element(link);
-        if (strcmp(e->name, name) == 0)
+        if (e->name[0] == name[0] && strcmp(e->name, name) == 0) // most differ in their first byte
             return e;
     }
     return nullptr;
@@ -246,7 +239,7 @@ uci_element *find_element(const uci_list *head, const char *name)
 
 package *new_package(context *ctx, const char *name)
 {
-    auto *const p = new_node<package>(UCI_TYPE_PACKAGE, name);
+    auto *const p = new_node<package>(malloc, UCI_TYPE_PACKAGE, name);
     if (!p)
         return nullptr;
     p->ctx = ctx;
@@ -259,13 +252,12 @@ package *new_package(context *ctx, const char *name)
 void free_package(package *p)
 {
     list_remove(&p->e.list);
-    stop_indexing(p);
-    while (!uci_list_empty(&p->sections))
-        remove_section(uci_to_section(list_to_element(p->sections.next)));
+    p->index.clear();
+    p->memory.clear();
     free_changes(&p->delta);
     free_changes(&p->saved_delta);
     free(p->path);
-    free_node(p);
+    free(p);
 }
 
 uci_section *find_section(package *p, const char *name)
@@ -276,6 +268,8 @@ uci_section *find_section(package *p, const char *name)
 
 uci_option *find_option(uci_section *s, const char *name)
 {
+    if ((full(s)->names & bit_of(name)) == 0)
+        return nullptr;
     uci_element *const e = find_among_options(package_of(s), &s->options, name);
     return e ? uci_to_option(e) : nullptr;
 }
@@ -288,7 +282,7 @@ uci_section *append_section(package *p, const char *type, const char *name, nami
         name = generated;
     }
     char *own_type = nullptr;
-    auto *const s = new_node<uci_section>(UCI_TYPE_SECTION, name, type, &own_type);
+    auto *const s = new_node<section>(memory_of(p), UCI_TYPE_SECTION, name, type, &own_type);
     if (!s)
         return nullptr;
     s->package = p;
@@ -307,8 +301,6 @@ void remove_section(uci_section *s)
         remove_option(uci_to_option(list_to_element(s->options.next)));
     unindex_element(package_of(s), &s->package->sections, &s->e);
     list_remove(&s->e.list);
-    free_text(s, s->type);
-    free_node(s);
 }
 
 bool move_section(uci_section *s, long position)
@@ -325,18 +317,17 @@ bool move_section(uci_section *s, long position)
 
 bool set_section_type(uci_section *s, const char *type)
 {
-    text copy = copy_text(type);
+    char *const copy = package_of(s)->memory.copy(type);
     if (!copy)
         return false;
-    free_text(s, s->type);
-    s->type = copy.release();
+    s->type = copy;
     return true;
 }
 
 bool rename_section(uci_section *s, const char *name)
 {
     package *const p = package_of(s);
-    if (!rename_node(p, &p->sections, s, name))
+    if (!rename_element(p, &p->sections, &s->e, name))
         return false;
     index_element(p, &p->sections, &s->e);
     s->anonymous = false;
@@ -347,12 +338,11 @@ bool set_string(uci_section *s, uci_option *existing, const char *name, const ch
 {
     if (!existing)
         return append_option(s, name, value) != nullptr;
-    text copy = copy_text(value);
+    char *const copy = package_of(s)->memory.copy(value);
     if (!copy)
         return false;
-    free_option_value(existing);
     existing->type = UCI_TYPE_STRING;
-    existing->v.string = copy.release();
+    existing->v.string = copy;
     return true;
 }
 
@@ -362,7 +352,7 @@ bool append_value(uci_section *s, const char *name, const char *value)
     uci_option *const o = existing ? existing : append_option(s, name, nullptr);
     if (!o || !make_list(o))
         return false;
-    if (append_element(&o->v.list, UCI_TYPE_ITEM, value))
+    if (append_item(package_of(s), &o->v.list, value))
         return true;
     if (!existing)
         remove_option(o);
@@ -372,9 +362,12 @@ bool append_value(uci_section *s, const char *name, const char *value)
 bool rename_option(uci_option *o, const char *name)
 {
     package *const p = package_of(o->section);
-    if (!rename_node(p, &o->section->options, o, name))
+    uci_list *const options = &o->section->options;
+    if (!rename_element(p, options, &o->e, name))
         return false;
-    index_option(p, o);
+    full(o->section)->names |= bit_of(name);
+    if (is_behind_first(options, o))
+        index_element(p, options, &o->e);
     return true;
 }
 
@@ -382,8 +375,6 @@ void remove_option(uci_option *o)
 {
     unindex_element(package_of(o->section), &o->section->options, &o->e);
     list_remove(&o->e.list);
-    free_option_value(o);
-    free_node(o);
 }
 
 void remove_equal_values(uci_option *o, const char *value)
@@ -399,7 +390,6 @@ void remove_equal_values(uci_option *o, const char *value)
 void remove_value(uci_element *item)
 {
     list_remove(&item->list);
-    free_node(reinterpret_cast<bare_node *>(item)); // its first member
 }
 
 bool append_change(uci_list *head, const change &what)
@@ -408,7 +398,7 @@ bool append_change(uci_list *head, const change &what)
     text value = what.value ? copy_text(what.value) : nullptr;
     if (!section || (what.value && !value))
         return false;
-    auto *const delta = new_node<uci_delta>(UCI_TYPE_DELTA, what.option);
+    auto *const delta = new_node<uci_delta>(malloc, UCI_TYPE_DELTA, what.option);
     if (!delta)
         return false;
     delta->cmd = what.command;
@@ -425,7 +415,7 @@ void free_changes(uci_list *head)
         list_remove(&delta->e.list);
         free(delta->section);
         free(delta->value);
-        free_node(delta);
+        free(delta);
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <uci.h>
 
+#include "arena.h"
 #include "element_index.h"
 
 namespace uci {
@@ -23,10 +24,16 @@ struct context : uci_context {
 };
 
 struct package : uci_package {
+    arena memory; // of sections, options and values: what is removed or replaced stays until the package goes
     size_t created;      // sections ever created in it; the number in the next generated name
     element_index index; // of sections and of the options behind a section's first ones, unless unindexed
     bool unindexed;      // two elements of one list share a name, or memory ran short: look through the lists
     bool recording;      // changes go to the delta list
+};
+
+struct section : uci_section {
+    size_t created; // options ever created in it
+    uint64_t names; // bits of all names that its options ever had: most names that it lacks are known by it
 };
 
 inline context *full(uci_context *ctx)
@@ -37,6 +44,11 @@ inline context *full(uci_context *ctx)
 inline package *full(uci_package *p)
 {
     return static_cast<package *>(p);
+}
+
+inline section *full(uci_section *s)
+{
+    return static_cast<section *>(s);
 }
 
 inline bool has_flag(const uci_context *ctx, uci_flags flag)
@@ -60,9 +72,9 @@ void list_init(uci_list *head);
 void list_append(uci_list *head, uci_list *link);
 void list_remove(uci_list *link);
 
-// A bare element with a copy of name at the end of a list, or null without memory.
+// A bare element of a context with a copy of name, at the end of a list; null without memory.
 uci_element *append_element(uci_list *head, uci_type type, const char *name);
-// Frees the bare elements of a list and leaves it empty.
+// Frees a context's bare elements and leaves the list empty.
 void free_elements(uci_list *head);
 
 // The first element of exactly this name, or null.

@@ -56,10 +56,11 @@ struct file_parser::command {
 };
 
 constexpr file_parser::command file_parser::commands[] = {
-    {"package", "p", "package without name", &file_parser::parse_package_command},
-    {"config", "c", "config without name", &file_parser::parse_config},
+    // Those of which files have most come first.
     {"option", "o", "option without name", &file_parser::parse_option},
     {"list", "l", "option without name", &file_parser::parse_list},
+    {"config", "c", "config without name", &file_parser::parse_config},
+    {"package", "p", "package without name", &file_parser::parse_package_command},
 };
 
 int file_parser::run()

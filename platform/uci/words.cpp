@@ -1,6 +1,7 @@
 // The word rules: quotes, escapes, comments, and the lines they join.
 #include "words.h"
 
+#include <array>
 #include <cstring>
 
 namespace uci {
@@ -9,6 +10,25 @@ namespace {
 bool is_blank(char c)
 {
     return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// What counts as itself outside quotes.
+constexpr std::array<bool, 256> plain_bytes = [] {
+    std::array<bool, 256> bytes;
+    bytes.fill(true);
+    for (const char c : {'\0', ' ', '\t', '\v', '\f', '\r', '\n', '\'', '"', '#', ';', '\\'})
+        bytes[static_cast<unsigned char>(c)] = false;
+    return bytes;
+}();
+
+bool is_plain(char c)
+{
+    return plain_bytes[static_cast<unsigned char>(c)];
+}
+
+bool is_quote(char c)
+{
+    return c == '\'' || c == '"';
 }
 
 } // namespace
@@ -43,7 +63,7 @@ char word_reader::take()
 
 void word_reader::skip_blanks()
 {
-    while (pos_ < size_ && is_blank(data_[pos_]))
+    while (is_blank(data_[pos_])) // which the end is not
         pos_++;
 }
 
@@ -119,7 +139,8 @@ const char *word_reader::next_word(char **word)
         end_ = word_end::command;
         break;
     default: {
-        char *const start = data_ + pos_;
+        // Behind the quote that it begins with, so that most words need not be moved.
+        char *const start = data_ + pos_ + (is_quote(data_[pos_]) ? 1 : 0);
         char *out = start;
         const char *const reason = decode(out);
         if (reason)
@@ -138,9 +159,13 @@ const char *word_reader::decode(char *&out)
 {
     piece latest = piece::none;
     while (pos_ < size_) {
+        if (decode_plain(out)) {
+            latest = piece::plain;
+            continue;
+        }
         const char c = take();
         const char *reason = nullptr;
-        if (c == '\'' || c == '"') {
+        if (is_quote(c)) {
             reason = decode_quoted(c, out);
             latest = piece::quoted;
         } else if (c == '\n') {
@@ -152,11 +177,8 @@ const char *word_reader::decode(char *&out)
         } else if (c == '#' || c == ';') {
             end_ = c == ';' && latest == piece::quoted ? word_end::command : word_end::dropped;
             return nullptr;
-        } else if (c == '\\') {
+        } else { // a backslash
             decode_escape(out);
-            latest = piece::plain;
-        } else {
-            *out++ = c;
             latest = piece::plain;
         }
         if (reason)
@@ -179,21 +201,39 @@ void word_reader::decode_escape(char *&out)
         *out++ = c;
 }
 
+// The bytes that count as themselves, if any.
+bool word_reader::decode_plain(char *&out)
+{
+    const char *const start = data_ + pos_;
+    const char *at = start;
+    while (is_plain(*at)) // which the end is not
+        at++;
+    keep(start, static_cast<size_t>(at - start), out);
+    return at != start;
+}
+
 // Between single quotes every byte counts as itself.
 bool word_reader::decode_literal(char *&out)
 {
-    char *const start = data_ + pos_;
-    const void *const found = memchr(start, '\'', size_ - pos_);
-    const size_t length =
-        found ? static_cast<size_t>(static_cast<const char *>(found) - start) : size_ - pos_;
-    const char *const end = start + length;
-    for (const char *at = start;
-         (at = static_cast<const char *>(memchr(at, '\n', static_cast<size_t>(end - at)))); at++)
-        newlines_++;
-    memmove(out, start, length);
+    const char *const start = data_ + pos_;
+    const char *at = start;
+    for (; *at != '\'' && *at != '\0'; at++)
+        if (*at == '\n')
+            newlines_++;
+    keep(start, static_cast<size_t>(at - start), out);
+    if (*at == '\0')
+        return false;
+    pos_++;
+    return true;
+}
+
+// Takes bytes as they are.
+void word_reader::keep(const char *start, size_t length, char *&out)
+{
+    if (out != start)
+        memmove(out, start, length);
     out += length;
-    pos_ += length + (found ? 1 : 0);
-    return found;
+    pos_ += length;
 }
 
 bool word_reader::decode_double_quoted(char *&out)

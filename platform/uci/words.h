@@ -26,7 +26,10 @@ size_t drop_zero_bytes(char *data, size_t size);
 class word_reader {
 public:
     // data[size] must be writable; the text is changed as it is read, and has no zero bytes from here on.
-    word_reader(char *data, size_t size) : data_(data), size_(drop_zero_bytes(data, size)) {}
+    word_reader(char *data, size_t size) : data_(data), size_(drop_zero_bytes(data, size))
+    {
+        data_[size_] = '\0';
+    }
 
     // Goes to the next logical line that is neither empty nor a comment, past the rest of the current one,
     // and past its leading whitespace. False: there is none.
@@ -64,9 +67,11 @@ private:
 
     const char *decode(char *&out);
     const char *decode_quoted(char quote, char *&out);
+    bool decode_plain(char *&out);         // false: there is nothing plain
     bool decode_literal(char *&out);       // false: it has no end
     bool decode_double_quoted(char *&out); // false: it has no end
     void decode_escape(char *&out);
+    void keep(const char *start, size_t length, char *&out);
     char take();
 
     char *data_;

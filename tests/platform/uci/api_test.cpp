@@ -582,6 +582,25 @@ TEST_F(uci_api_test, set_replaces_in_place_and_appends_what_is_new)
               "n.cfg020f15='bridge'\nn.w='t'\n");
 }
 
+// Longer than what the library takes from the system at a time.
+TEST_F(uci_api_test, texts_of_any_length_are_kept)
+{
+    std::string expected = "\nconfig globals 'g'\n\toption u '1'\n\nconfig device";
+    for (const size_t length : {4000, 4096, 5000, 100000, 3}) {
+        const std::string name = "o" + std::to_string(length), value(length, 'v');
+        EXPECT_EQ(set("g", name.c_str(), value.c_str()), UCI_OK);
+        EXPECT_EQ(set("g", name.c_str(), (value + "2").c_str()), UCI_OK);
+        expected.insert(expected.find("\n\nconfig device"), "\n\toption " + name + " '" + value + "2'");
+    }
+    const std::string section_name(5000, 's');
+    EXPECT_EQ(set(section_name.c_str(), nullptr, "t"), UCI_OK);
+
+    uci_package *const p = uci_lookup_package(ctx, "n");
+    EXPECT_TRUE(exported(ctx, p).starts_with(expected));
+    ASSERT_NE(section(p, section_name.c_str()), nullptr);
+    EXPECT_EQ(section(p, section_name.c_str())->e.name, section_name);
+}
+
 TEST_F(uci_api_test, an_empty_type_deletes_the_section)
 {
     uci_ptr ptr = named("n", "lan", nullptr, "");
