@@ -79,7 +79,8 @@ file_replacement::file_replacement(const char *path, const char *suffix)
 {
     if (!find_target(path, target_))
         return;
-    remove_leftovers(target_);
+    if (strcmp(suffix, temporary_suffix) == 0)
+        remove_leftovers(target_);
     const char *const name = strrchr(target_, '/') + 1;
     (void)snprintf(temporary_, sizeof(temporary_), "%.*s.%s%s", static_cast<int>(name - target_), target_,
                    name, suffix);

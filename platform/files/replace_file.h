@@ -34,9 +34,10 @@ bool sync_file(const char *path);
 class file_replacement {
 public:
     // Opens an empty file beside the one at this path, or beside the one that a link there points to; it is
-    // hidden, and nobody but its owner may read it. Temporary files that stopped writers left of the same
-    // file are removed. The path is absolute or that of an existing file; the directory must be there. The
-    // new file's name ends in `suffix`, with its six X replaced.
+    // hidden, and nobody but its owner may read it. The path is absolute or that of an existing file; the
+    // directory must be there. The new file's name ends in `suffix`, with its six X replaced. With the usual
+    // one, temporary files that stopped writers left of the same file are removed; who has another knows
+    // where its own are.
     explicit file_replacement(const char *path, const char *suffix = temporary_suffix);
     ~file_replacement();
     file_replacement(const file_replacement &) = delete;

@@ -279,4 +279,18 @@ TEST_F(replace_file_test, temporary_files_of_stopped_writers_go)
     EXPECT_TRUE(fs::exists(directory + "/.other.uci-aB3dE9"));
 }
 
+TEST_F(replace_file_test, a_writer_with_a_suffix_of_its_own_leaves_those_of_others)
+{
+    const std::string left = directory + "/.file.uci-aB3dE9";
+    std::ofstream(left) << "half a fi";
+    fs::last_write_time(left, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+
+    file_replacement next(path.c_str(), ".own-XXXXXX");
+    ASSERT_TRUE(next);
+    ASSERT_TRUE(next.write("new", 3, {0600, keep_owner, keep_group}));
+    ASSERT_TRUE(next.put_into_place());
+
+    EXPECT_TRUE(fs::exists(left));
+}
+
 } // namespace
