@@ -27,5 +27,10 @@ bool text_ref::format(const char *pattern, ...) const
 
 int text_number(const char *text)
 {
-    return static_cast<int>(strtoll(text, nullptr, 10));
+    constexpr int most_digits = 9; // that fit in any case, and behind which there is usually nothing
+    int number = 0, digits = 0;
+    for (; digits <= most_digits && text[digits] >= '0' && text[digits] <= '9'; digits++)
+        number = digits < most_digits ? number * 10 + (text[digits] - '0') : 0;
+    const bool is_usual = digits > 0 && digits <= most_digits;
+    return is_usual ? number : static_cast<int>(strtoll(text, nullptr, 10));
 }

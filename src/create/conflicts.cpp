@@ -57,12 +57,19 @@ bool shares_port(const wan_config *config, uci_list *binding)
     return false;
 }
 
-// Two routed WANs may share a VLAN; a bridged one shares with nobody.
-bool shares_vlan(const wan_config *config, const char *vid, const char *wan_mode)
+bool is_bridged(const uci_loaded &network, uci_section *device)
 {
-    const bool other_is_bridged = wan_mode && text_number(wan_mode) == wan_mode_bridged;
-    if (config->wanMode != wan_mode_bridged && !(config->wanMode == wan_mode_routed && other_is_bridged))
+    const char *const wan_mode = network.plain(device, STORED(wanMode).name);
+    return wan_mode && text_number(wan_mode) == wan_mode_bridged;
+}
+
+// Two routed WANs may share a VLAN; a bridged one shares with nobody.
+bool shares_vlan(const wan_config *config, const uci_loaded &network, uci_section *device)
+{
+    if (config->wanMode != wan_mode_bridged &&
+        !(config->wanMode == wan_mode_routed && is_bridged(network, device)))
         return false;
+    const char *const vid = network.plain(device, STORED(vid).name);
     if (config->vlanMode != 1)
         return vid == nullptr;
     return vid && text_number(vid) == config->vid;
@@ -74,11 +81,14 @@ bool is_own_multicast_vlan(const wan_config *config)
     return config->mvid != 0 && config->mvid == config->vid;
 }
 
-bool shares_multicast_vlan(const wan_config *config, const char *mvid)
+bool shares_multicast_vlan(const wan_config *config, const uci_loaded &network, uci_section *device)
 {
     if (config->mvid == 0)
         return false;
-    return is_own_multicast_vlan(config) || (mvid && text_number(mvid) == config->mvid);
+    if (is_own_multicast_vlan(config))
+        return true;
+    const char *const mvid = network.plain(device, STORED(mvid).name);
+    return mvid && text_number(mvid) == config->mvid;
 }
 
 int compare_with(const wan_config *config, const uci_loaded &network, uci_section *device)
@@ -86,9 +96,7 @@ int compare_with(const wan_config *config, const uci_loaded &network, uci_sectio
     uci_list *const binding = network.list(device, STORED(bind).name);
     if (binding && shares_port(config, binding))
         return conflict_port_bound;
-    if (shares_vlan(config, network.plain(device, STORED(vid).name),
-                    network.plain(device, STORED(wanMode).name)) ||
-        shares_multicast_vlan(config, network.plain(device, STORED(mvid).name)))
+    if (shares_vlan(config, network, device) || shares_multicast_vlan(config, network, device))
         return conflict_vlan;
     return conflict_none;
 }

@@ -35,35 +35,30 @@ bool is_listed(const uci_loaded &network, uint32_t id)
     return false;
 }
 
-bool has_device(const uci_loaded &network, uint32_t id)
+bool has_sections(const uci_loaded &network, uint32_t id)
 {
+    const wan_names names(id);
     const wan_names::prefix prefix = wan_names::device_prefix(id);
+    const size_t prefix_length = strlen(prefix.text);
     uci_element *element = nullptr;
     uci_foreach_element(network.sections(), element)
     {
+        for (const char *const name : {names.interface, names.interface_v6, names.dslite})
+            if (strcmp(element->name, name) == 0)
+                return true;
         uci_section *const section = uci_to_section(element);
         if (strcmp(section->type, "device") != 0)
             continue;
         const char *const link_name = network.plain(section, STORED(wanName).name);
-        if (link_name && strncmp(link_name, prefix.text, strlen(prefix.text)) == 0)
+        if (link_name && strncmp(link_name, prefix.text, prefix_length) == 0)
             return true;
     }
     return false;
 }
 
-bool has_interface(const uci_loaded &network, uint32_t id)
-{
-    const wan_names names(id);
-    for (const char *const name : {names.interface, names.interface_v6, names.dslite})
-        if (network.section(name))
-            return true;
-    return false;
-}
-
 bool is_usable(const uci_loaded &network, uint32_t id)
 {
-    return is_allowed(id) && id != held_id && !is_listed(network, id) && !has_device(network, id) &&
-           !has_interface(network, id);
+    return is_allowed(id) && id != held_id && !is_listed(network, id) && !has_sections(network, id);
 }
 
 uint32_t choose()
