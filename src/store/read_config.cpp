@@ -163,7 +163,7 @@ void read_pppoe(configured_wan &state)
     // Deliberate: wraps to 65528 when the device section has no MTU.
     record->mtu = static_cast<uint16_t>(record->mtu - 8);
     read_options(state, option_place::pppoe);
-    if (ppp_service_name_hidden())
+    if (!text_empty(record->pppServName) && ppp_service_name_hidden())
         text_ref(record->pppServName).clear();
     (void)read_option(state, STORED(pppDialMode));
 }
