@@ -1,6 +1,8 @@
 #include "base/lane.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <mxuci_gather.h>
 #include <unistd.h>
 
@@ -21,7 +23,16 @@ constexpr unsigned pieces_of_one_thread = 64;
 int lane::start(int bell)
 {
     bell_ = bell;
-    mxuci_share_heap();
+    pthread_condattr_t monotonic;
+    int result = pthread_condattr_init(&monotonic);
+    if (result != 0)
+        return result;
+    (void)pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
+    result = pthread_cond_init(&news_, &monotonic);
+    (void)pthread_condattr_destroy(&monotonic);
+    if (result != 0)
+        return result;
+    mxuci_arrange_heap();
     return start_thread();
 }
 
@@ -38,7 +49,7 @@ int lane::start_thread()
     return result;
 }
 
-void lane::give(void (*work)(void *argument), void *argument)
+void lane::give(work_function work, void *argument)
 {
     given_ = argument;
     {
@@ -66,16 +77,32 @@ void *lane::run(void *self)
     return nullptr;
 }
 
+// Waits for work until there is some, or for `seconds` only unless they are 0. Null: there is none.
+lane::work_function lane::next_work(time_t seconds)
+{
+    const scoped_lock hold(lock_);
+    timespec end;
+    (void)clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += seconds;
+    int result = 0;
+    while (!work_ && result != ETIMEDOUT)
+        result = seconds == 0 ? pthread_cond_wait(&news_, &lock_.handle)
+                              : pthread_cond_timedwait(&news_, &lock_.handle, &end);
+    const work_function next = work_;
+    work_ = nullptr;
+    return next;
+}
+
+// After a quiet second what was freed is given back to the system: at once, it would keep the answer waiting,
+// and the next piece of work would have to get it anew.
 void lane::serve()
 {
+    constexpr time_t quiet = 1, for_ever = 0;
     for (unsigned pieces = 1;; pieces++) {
-        void (*work)(void *) = nullptr;
-        {
-            const scoped_lock hold(lock_);
-            while (!work_)
-                pthread_cond_wait(&news_, &lock_.handle);
-            work = work_;
-            work_ = nullptr;
+        work_function work = next_work(quiet);
+        if (!work) {
+            mxuci_give_memory_back();
+            work = next_work(for_ever);
         }
         work(argument_);
         {

@@ -5,14 +5,18 @@
 
 #include "base/lock.h"
 
+#include <ctime>
+
 class lane {
 public:
+    using work_function = void (*)(void *argument);
+
     // Starts the thread. `bell` is an eventfd that it rings when a piece of work has ended. Returns 0, or an
     // errno.
     int start(int bell);
 
     // Has a piece of work done, by a lane that is idle.
-    void give(void (*work)(void *argument), void *argument);
+    void give(work_function work, void *argument);
     // What was given last, when it has ended and was not taken yet; null otherwise. Then the lane is idle.
     void *take();
     // What was given and not taken yet, null when the lane is idle.
@@ -22,11 +26,12 @@ public:
 private:
     int start_thread();
     static void *run(void *self);
+    work_function next_work(time_t seconds);
     void serve();
 
-    mutex lock_; // the rest is under it, but for given_
-    pthread_cond_t news_ = PTHREAD_COND_INITIALIZER;
-    void (*work_)(void *) = nullptr; // what is to be begun
+    mutex lock_;                                     // the rest is under it, but for given_
+    pthread_cond_t news_ = PTHREAD_COND_INITIALIZER; // anew by start(), with its clock
+    work_function work_ = nullptr;                   // what is to be begun
     void *argument_ = nullptr;
     bool ended_ = false;
     int bell_ = -1;

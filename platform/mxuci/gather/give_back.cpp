@@ -11,9 +11,12 @@ void mxuci_give_memory_back(void)
 }
 
 // Other C libraries have one heap for all threads.
-void mxuci_share_heap(void)
+void mxuci_arrange_heap(void)
 {
 #ifdef __GLIBC__
+    constexpr int most_kept = 8 << 20, largest_inside = 512 << 10;
     (void)mallopt(M_ARENA_MAX, 1);
+    (void)mallopt(M_TRIM_THRESHOLD, most_kept);
+    (void)mallopt(M_MMAP_THRESHOLD, largest_inside);
 #endif
 }

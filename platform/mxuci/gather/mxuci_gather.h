@@ -83,9 +83,13 @@ void mxuci_gather_placed(const char *config);
  */
 void mxuci_give_memory_back(void);
 
-/* Has all threads that are started from now on allocate from the heap that there is: one of its own for each
- * costs a third of what an idle daemon takes, and they do not allocate at the same time. */
-void mxuci_share_heap(void);
+/*
+ * Has all threads that are started from now on allocate from the heap that there is: one of its own for each
+ * costs a third of what an idle daemon takes, and they do not allocate at the same time. What is freed stays in
+ * the heap until mxuci_give_memory_back(), or until there are 8 MiB of it: where there are threads, each time
+ * that a program gives something back all processors are told, which takes longer than to free a configuration.
+ */
+void mxuci_arrange_heap(void);
 
 #ifdef __cplusplus
 }

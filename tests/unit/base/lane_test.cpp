@@ -15,6 +15,7 @@
 namespace {
 
 std::atomic<bool> threads_are_short = false;
+std::atomic<int> times_given_back = 0;
 
 } // namespace
 
@@ -27,6 +28,13 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
                           void *argument)
 {
     return threads_are_short ? EAGAIN : __real_pthread_create(thread, attributes, body, argument);
+}
+
+void __real_mxuci_give_memory_back(void);
+void __wrap_mxuci_give_memory_back(void)
+{
+    times_given_back++;
+    __real_mxuci_give_memory_back();
 }
 }
 
@@ -92,6 +100,23 @@ TEST_F(lane_test, a_thread_that_finds_no_other_goes_on)
     EXPECT_EQ(std::set{thread}, threads_of_many());
     threads_are_short = false;
     EXPECT_GT(threads_of_many().size(), 1U);
+}
+
+// A quiet second, and one more.
+TEST_F(lane_test, memory_is_given_back_once_when_it_is_quiet)
+{
+    for (int i = 0; i < 2; i++) {
+        const int before = times_given_back;
+        pid_t thread = 0;
+        for (int piece = 0; piece < 3; piece++)
+            do_one(thread);
+        EXPECT_EQ(before, times_given_back) << "while there is work";
+        for (int tries = 0; tries < 600 && times_given_back == before; tries++)
+            (void)usleep(100000);
+        EXPECT_EQ(before + 1, times_given_back);
+        (void)usleep(1200000);
+        EXPECT_EQ(before + 1, times_given_back);
+    }
 }
 
 } // namespace
