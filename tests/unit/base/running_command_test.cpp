@@ -6,7 +6,35 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <poll.h>
+#include <unistd.h>
+
+#include "base/clock.h"
+
+namespace {
+
+bool kernel_is_old = false;
+
+} // namespace
+
+// The name is the one that the linker gives to a wrapped call.
+extern "C" {
+
+long __real_syscall(long number, ...);
+long __wrap_syscall(long number, ...)
+{
+    if (kernel_is_old) {
+        errno = ENOSYS;
+        return -1;
+    }
+    va_list list;
+    va_start(list, number);
+    const long first = va_arg(list, long), second = va_arg(list, long), third = va_arg(list, long);
+    va_end(list);
+    return __real_syscall(number, first, second, third);
+}
+}
 
 namespace {
 
@@ -95,6 +123,51 @@ TEST_F(running_command_test, one_that_is_given_up_is_waited_for)
     EXPECT_EQ("done\n", gateway.file("/tmp/result"));
     EXPECT_EQ(before, open_descriptors());
     EXPECT_TRUE(gateway.log().empty());
+}
+
+// By what kernels since 5.3 tell, and without that.
+TEST_F(running_command_test, one_that_ends_behind_its_output_is_waited_for)
+{
+    const size_t before = open_descriptors();
+    for (const bool is_old : {false, true}) {
+        SCOPED_TRACE(is_old);
+        kernel_is_old = is_old;
+        running_command command;
+        char output[16];
+        ASSERT_TRUE(command.start("printf said; exec >&-; sleep 0.3; echo done >>/tmp/result", output));
+        take_all(command);
+
+        EXPECT_TRUE(command.finish_until(steady_milliseconds() + 60000));
+
+        EXPECT_STREQ("said", output);
+        EXPECT_FALSE(command.runs());
+    }
+    kernel_is_old = false;
+    EXPECT_EQ("done\ndone\n", gateway.file("/tmp/result"));
+    EXPECT_EQ(before, open_descriptors());
+}
+
+TEST_F(running_command_test, one_that_does_not_end_in_time_is_killed)
+{
+    const size_t before = open_descriptors();
+    for (const bool is_old : {false, true}) {
+        SCOPED_TRACE(is_old);
+        kernel_is_old = is_old;
+        running_command command;
+        char output[16];
+        ASSERT_TRUE(command.start("printf said; exec >&-; sleep 1000; echo done >>/tmp/result", output));
+        take_all(command);
+        const uint64_t begun = steady_milliseconds();
+
+        EXPECT_FALSE(command.finish_until(begun + 200));
+
+        EXPECT_GE(steady_milliseconds(), begun + 200);
+        EXPECT_STREQ("said", output) << "it had said all";
+        EXPECT_FALSE(command.runs());
+    }
+    kernel_is_old = false;
+    EXPECT_FALSE(gateway.exists("/tmp/result"));
+    EXPECT_EQ(before, open_descriptors());
 }
 
 TEST_F(running_command_test, it_starts_with_no_signal_blocked)
