@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int calls_per_round = 3; // of what takes little time
+constexpr int gets_per_round = 5;
 
 std::string wan_argument(int index)
 {
@@ -26,20 +26,14 @@ std::vector<std::string> plan_of(int first, int count)
 }
 
 comparison compare_query(ground &gateway, int rounds, const char *method, const std::string &arguments,
-                         const std::vector<std::string> &plan, int repeats)
+                         const std::vector<std::string> &plan)
 {
     gateway.plan(plan);
-    const auto repeat = [repeats](const action &call) {
-        return time_of([&] {
-            for (int i = 0; i < repeats; i++)
-                call();
-        });
-    };
     comparison result;
     for (int round = 0; round < rounds; round++)
         result.measure(
-            [&] { return repeat([&] { gateway.client().must_call("korvel", method, arguments); }); },
-            [&] { return repeat([&] { gateway.client().must_call("bare", "go"); }); });
+            [&] { return time_of([&] { gateway.client().must_call("korvel", method, arguments); }); },
+            [&] { return time_of([&] { gateway.client().must_call("bare", "go"); }); });
     return result;
 }
 
@@ -49,7 +43,7 @@ void measure_gets(ground &gateway, int rounds, int wans, figures &out)
     for (int index = 0; index < static_cast<int>(wan_kinds.size()); index++) {
         const bool asks_twice = status_commands(index).size() == 2;
         const comparison result =
-            compare_query(gateway, rounds, "get", wan_argument(index), plan_of(index, 1), calls_per_round);
+            compare_query(gateway, gets_per_round * rounds, "get", wan_argument(index), plan_of(index, 1));
         out.push_back({std::string("get, ") + wan_kind_of(index).name, wans, "load and popen, one by one",
                        result.ratio(), asks_twice ? most_of_two : most_alone});
     }
@@ -59,7 +53,7 @@ void measure_all(ground &gateway, int rounds, int wans, figures &out)
 {
     constexpr double most = 0.6;
     constexpr int wans_that_count = 32;
-    const comparison result = compare_query(gateway, rounds, "all", "{}", plan_of(0, wans), 1);
+    const comparison result = compare_query(gateway, rounds, "all", "{}", plan_of(0, wans));
     out.push_back({"all", wans, "load and popen, one by one", result.ratio(),
                    wans < wans_that_count ? std::nullopt : std::optional(most)});
 }
@@ -78,7 +72,8 @@ double time_of_refusals(ground &gateway, const char *object, const char *method)
 double time_of_refusals_by_tool(const char *object, const char *method)
 {
     return time_of([&] {
-        for (int i = 0; i < calls_per_round; i++)
+        constexpr int calls = 3;
+        for (int i = 0; i < calls; i++)
             (void)run_silently({"ubus", "call", object, method, refused});
     });
 }
