@@ -8,12 +8,12 @@
 namespace uci {
 namespace {
 
-// A page, without what stands before it: the C library's own and the pointer to the block before. Under the
-// address sanitizer every piece is a block, or it would not see what is read behind its end.
+// With the pointer to the block before and what the C library puts before that, a page. Under the address
+// sanitizer every piece is a block, or it would not see what is read behind its end.
 #ifdef __SANITIZE_ADDRESS__
 constexpr size_t usual_room = 0;
 #else
-constexpr size_t usual_room = 4096 - 3 * sizeof(void *);
+constexpr size_t usual_room = 4096 - 3 * sizeof(uint64_t);
 #endif
 
 } // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace uci {
 
@@ -9,8 +10,8 @@ namespace uci {
 // given back before all are. All zero is the empty arena, which owns no memory.
 class arena {
 public:
-    // Pieces are aligned for pointers and sizes.
-    static constexpr size_t alignment = alignof(void *);
+    // Pieces are aligned for pointers, sizes and numbers of 64 bits.
+    static constexpr size_t alignment = alignof(uint64_t);
 
     // Uninitialized memory, null when there is none.
     void *take(size_t size);
@@ -20,7 +21,7 @@ public:
     void clear();
 
 private:
-    struct block {
+    struct alignas(alignment) block {
         block *previous;
     };
 
