@@ -85,9 +85,10 @@ void mxuci_give_memory_back(void);
 
 /*
  * Has all threads that are started from now on allocate from the heap that there is: one of its own for each
- * costs a third of what an idle daemon takes, and they do not allocate at the same time. What is freed stays in
- * the heap until mxuci_give_memory_back(), or until there are 8 MiB of it: where there are threads, each time
- * that a program gives something back all processors are told, which takes longer than to free a configuration.
+ * costs a third of what an idle daemon takes, and they do not allocate at the same time. What is freed stays
+ * in the heap until mxuci_give_memory_back(), or until there are 8 MiB of it: where there are threads, each
+ * time that a program gives something back all processors are told, which takes longer than to free a
+ * configuration.
  */
 void mxuci_arrange_heap(void);
 
