@@ -96,18 +96,13 @@ bool is_behind_first(const uci_list *options, const uci_option *option)
 
 uci_element *find_among_options(const package *p, const uci_list *options, const char *name)
 {
-    const auto is_named = [name](const uci_list *at) {
-        const char *const other = list_to_element(at)->name;
-        return other[0] == name[0] && strcmp(other, name) == 0; // most differ in their first byte
-    };
-    if (!uci_list_empty(options) && is_named(options->prev))
-        return list_to_element(options->prev); // a list gets its values one after the other
     const uci_list *at = options->next;
     for (int i = 0; i < first_options; i++, at = at->next) {
         if (at == options)
             return nullptr;
-        if (is_named(at))
-            return list_to_element(at);
+        uci_element *const e = list_to_element(at);
+        if (e->name[0] == name[0] && strcmp(e->name, name) == 0) // most differ in their first byte
+            return e;
     }
     return find_child(p, options, name);
 }

@@ -582,6 +582,17 @@ TEST_F(uci_api_test, set_replaces_in_place_and_appends_what_is_new)
               "n.cfg020f15='bridge'\nn.w='t'\n");
 }
 
+TEST_F(uci_api_test, an_option_renamed_onto_a_taken_name_leaves_the_first_to_be_found)
+{
+    EXPECT_EQ(set("g", "last", "2"), UCI_OK);
+    uci_ptr ptr = named("n", "g", "last", "u");
+    EXPECT_EQ(uci_rename(ctx, &ptr), UCI_OK);
+
+    EXPECT_STREQ(uci_lookup_option_string(ctx, ptr.s, "u"), "1");
+    EXPECT_EQ(set("g", "u", "3"), UCI_OK);
+    EXPECT_TRUE(exported(ctx, ptr.p).starts_with("\nconfig globals 'g'\n\toption u '3'\n\toption u '2'\n\n"));
+}
+
 // Longer than what the library takes from the system at a time.
 TEST_F(uci_api_test, texts_of_any_length_are_kept)
 {
