@@ -37,6 +37,8 @@ export class bridge {
         this.visitors = null; // { name: login }: who comes to /?as=NAME is logged in; without a name, the first
         this.env = {}; // settings of the framework: rpctimeout, pollinterval
         this.server = createServer((request, reply) => this.serve(request, reply));
+        // By itself it closes connections after 5 s, which is when the framework polls: a call may just be on its way.
+        this.server.keepAliveTimeout = 0;
     }
 
     listen(place) {
