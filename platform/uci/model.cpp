@@ -85,6 +85,11 @@ uci_element *find_child(const package *p, const uci_list *list, const char *name
 // first ones of a section; none of them ever moves backwards in its list.
 constexpr int first_options = 32;
 
+bool is_named(const uci_element *e, const char *name)
+{
+    return e->name[0] == name[0] && strcmp(e->name, name) == 0; // most differ in their first byte
+}
+
 bool is_behind_first(const uci_list *options, const uci_option *option)
 {
     const uci_list *at = options->next;
@@ -101,7 +106,7 @@ uci_element *find_among_options(const package *p, const uci_list *options, const
         if (at == options)
             return nullptr;
         uci_element *const e = list_to_element(at);
-        if (e->name[0] == name[0] && strcmp(e->name, name) == 0) // most differ in their first byte
+        if (is_named(e, name))
             return e;
     }
     return find_child(p, options, name);
@@ -226,7 +231,7 @@ uci_element *find_element(const uci_list *head, const char *name)
 {
     for (uci_list *link = head->next; link != head; link = link->next) {
         uci_element *const e = list_to_element(link);
-        if (e->name[0] == name[0] && strcmp(e->name, name) == 0) // most differ in their first byte
+        if (is_named(e, name))
             return e;
     }
     return nullptr;
