@@ -125,50 +125,54 @@ TEST_F(running_command_test, one_that_is_given_up_is_waited_for)
     EXPECT_TRUE(gateway.log().empty());
 }
 
-// By what kernels since 5.3 tell, and without that.
-TEST_F(running_command_test, one_that_ends_behind_its_output_is_waited_for)
-{
-    const size_t before = open_descriptors();
-    for (const bool is_old : {false, true}) {
-        SCOPED_TRACE(is_old);
-        kernel_is_old = is_old;
-        running_command command;
-        char output[16];
-        ASSERT_TRUE(command.start("printf said; exec >&-; sleep 0.3; echo done >>/tmp/result", output));
-        take_all(command);
-
-        EXPECT_TRUE(command.finish_until(steady_milliseconds() + 60000));
-
-        EXPECT_STREQ("said", output);
-        EXPECT_FALSE(command.runs());
+// Commands that say all and go on, by what kernels since 5.3 tell of their end and without that.
+class lingering_command_test : public running_command_test, public testing::WithParamInterface<bool> {
+protected:
+    lingering_command_test() { kernel_is_old = GetParam(); }
+    ~lingering_command_test() override
+    {
+        kernel_is_old = false;
+        EXPECT_STREQ("said", output_);
+        EXPECT_FALSE(command_.runs());
+        EXPECT_EQ(before_, open_descriptors());
     }
-    kernel_is_old = false;
-    EXPECT_EQ("done\ndone\n", gateway.file("/tmp/result"));
-    EXPECT_EQ(before, open_descriptors());
+
+    // It writes a file in the end.
+    void start(const char *seconds)
+    {
+        line_ = std::string("printf said; exec >&-; sleep ") + seconds + "; echo done >/tmp/result";
+        ASSERT_TRUE(command_.start(line_.c_str(), output_));
+        take_all(command_);
+    }
+
+    std::string line_;
+    char output_[16] = "";
+    running_command command_;
+    size_t before_ = open_descriptors();
+};
+
+TEST_P(lingering_command_test, one_that_ends_is_waited_for)
+{
+    start("0.3");
+
+    EXPECT_TRUE(command_.finish_until(steady_milliseconds() + 60000));
+
+    EXPECT_EQ("done\n", gateway.file("/tmp/result"));
 }
 
-TEST_F(running_command_test, one_that_does_not_end_in_time_is_killed)
+TEST_P(lingering_command_test, one_that_does_not_end_in_time_is_killed)
 {
-    const size_t before = open_descriptors();
-    for (const bool is_old : {false, true}) {
-        SCOPED_TRACE(is_old);
-        kernel_is_old = is_old;
-        running_command command;
-        char output[16];
-        ASSERT_TRUE(command.start("printf said; exec >&-; sleep 1000; echo done >>/tmp/result", output));
-        take_all(command);
-        const uint64_t begun = steady_milliseconds();
+    start("1000");
+    const uint64_t until = steady_milliseconds() + 200;
 
-        EXPECT_FALSE(command.finish_until(begun + 200));
+    EXPECT_FALSE(command_.finish_until(until));
 
-        EXPECT_GE(steady_milliseconds(), begun + 200);
-        EXPECT_STREQ("said", output) << "it had said all";
-        EXPECT_FALSE(command.runs());
-    }
-    kernel_is_old = false;
+    EXPECT_GE(steady_milliseconds(), until);
     EXPECT_FALSE(gateway.exists("/tmp/result"));
-    EXPECT_EQ(before, open_descriptors());
 }
+
+INSTANTIATE_TEST_SUITE_P(kernels, lingering_command_test, testing::Bool(),
+                         [](const auto &row) { return row.param ? "old" : "recent"; });
 
 TEST_F(running_command_test, it_starts_with_no_signal_blocked)
 {
