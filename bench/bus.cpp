@@ -47,12 +47,14 @@ void bus::await(const char *object, bool there) const
 
 uint32_t bus::lookup(const char *object)
 {
-    if (known_ != object) {
-        if (ubus_lookup_id(context_, object, &id_) != UBUS_STATUS_OK)
-            throw std::runtime_error(std::string(object) + " is not on the bus");
-        known_ = object;
-    }
-    return id_;
+    const auto found = known_.find(object);
+    if (found != known_.end())
+        return found->second;
+    uint32_t id = 0;
+    if (ubus_lookup_id(context_, object, &id) != UBUS_STATUS_OK)
+        throw std::runtime_error(std::string(object) + " is not on the bus");
+    known_.emplace(object, id);
+    return id;
 }
 
 namespace {

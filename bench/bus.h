@@ -3,6 +3,8 @@
 
 #include <libubus.h>
 
+#include <functional>
+#include <map>
 #include <string>
 
 class bus {
@@ -29,7 +31,6 @@ private:
     uint32_t lookup(const char *object);
 
     ubus_context *context_ = nullptr;
-    std::string known_; // the object whose identifier this is
-    uint32_t id_ = 0;
+    std::map<std::string, uint32_t, std::less<>> known_; // objects and their identifiers
     blob_buf arguments_ = {};
 };
