@@ -23,15 +23,8 @@ constexpr unsigned pieces_of_one_thread = 64;
 int lane::start(int bell)
 {
     bell_ = bell;
-    pthread_condattr_t monotonic;
-    int result = pthread_condattr_init(&monotonic);
-    if (result != 0)
-        return result;
-    (void)pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
-    result = pthread_cond_init(&news_, &monotonic);
-    (void)pthread_condattr_destroy(&monotonic);
-    if (result != 0)
-        return result;
+    if (sem_init(&news_, 0, 0) != 0)
+        return errno;
     mxuci_arrange_heap();
     return start_thread();
 }
@@ -52,20 +45,15 @@ int lane::start_thread()
 void lane::give(work_function work, void *argument)
 {
     given_ = argument;
-    {
-        const scoped_lock hold(lock_);
-        work_ = work;
-        argument_ = argument;
-    }
-    pthread_cond_signal(&news_);
+    work_ = work;
+    argument_ = argument;
+    (void)sem_post(&news_);
 }
 
 void *lane::take()
 {
-    const scoped_lock hold(lock_);
-    if (!ended_)
+    if (!ended_.exchange(false))
         return nullptr;
-    ended_ = false;
     void *const taken = given_;
     given_ = nullptr;
     return taken;
@@ -77,20 +65,18 @@ void *lane::run(void *self)
     return nullptr;
 }
 
-// Waits for work until there is some, or for `seconds` only unless they are 0. Null: there is none.
+// Waits for work until there is some, or for `seconds` only unless they are 0. Null: there is none. A clock
+// that is set meanwhile makes the seconds shorter or longer.
 lane::work_function lane::next_work(time_t seconds)
 {
-    const scoped_lock hold(lock_);
     timespec end;
-    (void)clock_gettime(CLOCK_MONOTONIC, &end);
+    (void)clock_gettime(CLOCK_REALTIME, &end);
     end.tv_sec += seconds;
-    int result = 0;
-    while (!work_ && result != ETIMEDOUT)
-        result = seconds == 0 ? pthread_cond_wait(&news_, &lock_.handle)
-                              : pthread_cond_timedwait(&news_, &lock_.handle, &end);
-    const work_function next = work_;
-    work_ = nullptr;
-    return next;
+    int result;
+    do
+        result = seconds == 0 ? sem_wait(&news_) : sem_timedwait(&news_, &end);
+    while (result != 0 && errno == EINTR);
+    return result == 0 ? work_ : nullptr;
 }
 
 // After a quiet second what was freed is given back to the system: at once, it would keep the answer waiting,
@@ -105,12 +91,9 @@ void lane::serve()
             work = next_work(for_ever);
         }
         work(argument_);
-        {
-            const scoped_lock hold(lock_);
-            ended_ = true;
-        }
+        ended_ = true;
         ring(bell_);
-        if (pieces >= pieces_of_one_thread && start_thread() == 0)
+            if (pieces >= pieces_of_one_thread && start_thread() == 0)
             return;
     }
 }

@@ -3,9 +3,9 @@
 // All functions are for the thread that started it.
 #pragma once
 
-#include "base/lock.h"
-
+#include <atomic>
 #include <ctime>
+#include <semaphore.h>
 
 class lane {
 public:
@@ -29,11 +29,10 @@ private:
     work_function next_work(time_t seconds);
     void serve();
 
-    mutex lock_;                                     // the rest is under it, but for given_
-    pthread_cond_t news_ = PTHREAD_COND_INITIALIZER; // anew by start(), with its clock
-    work_function work_ = nullptr;                   // what is to be begun
-    void *argument_ = nullptr;
-    bool ended_ = false;
+    sem_t news_ = {};                 // by start(); counts what is to be begun
+    work_function work_ = nullptr;    // what that is; the thread's own from then on
+    void *argument_ = nullptr;        // the same
+    std::atomic<bool> ended_ = false; // and it is nobody's until take()
     int bell_ = -1;
     void *given_ = nullptr;
 };

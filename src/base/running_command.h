@@ -15,10 +15,9 @@ public:
     running_command &operator=(const running_command &) = delete;
 
     // Has a shell start a command, with no signal blocked, no descriptor but the three standard ones, and a
-    // process group of its own. At
-    // most output.size - 1 bytes of what it prints, from its start, will be in `output`, with a terminator
-    // behind them. Both arguments must live until finish(). Returns false when it cannot be started; output
-    // is then empty text, and errno says why.
+    // process group of its own. At most output.size - 1 bytes of what it prints, from its start, will be in
+    // `output`, with a terminator behind them. Both arguments must live until finish(). Returns false when it
+    // cannot be started; output is then empty text, and errno says why.
     bool start(const char *command, text_ref output);
 
     // Whether there is a command that was started and not finished.
