@@ -1,9 +1,12 @@
 #include "base/lane.h"
 
+#include "base/short_turns.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <mxuci_gather.h>
+#include <pthread.h>
 #include <unistd.h>
 
 void ring(int bell)
@@ -80,10 +83,11 @@ lane::work_function lane::next_work(time_t seconds)
 }
 
 // After a quiet second what was freed is given back to the system: at once, it would keep the answer waiting,
-// and the next piece of work would have to get it anew.
+// and the next piece of work would have to get it anew. Work begins in short turns.
 void lane::serve()
 {
     constexpr time_t quiet = 1, for_ever = 0;
+    take_short_turns();
     for (unsigned pieces = 1;; pieces++) {
         work_function work = next_work(quiet);
         if (!work) {
@@ -93,7 +97,8 @@ void lane::serve()
         work(argument_);
         ended_ = true;
         ring(bell_);
-            if (pieces >= pieces_of_one_thread && start_thread() == 0)
+        take_short_turns();
+        if (pieces >= pieces_of_one_thread && start_thread() == 0)
             return;
     }
 }

@@ -2,6 +2,7 @@
 
 #include "base/json_guard.h"
 #include "base/log.h"
+#include "base/short_turns.h"
 #include "wan/dns_servers.h"
 #include "wan/wan_names.h"
 
@@ -203,6 +204,20 @@ struct asked_interfaces {
 };
 
 } // namespace
+
+// Short turns are for whoever starts several. From then on they would only interrupt the commands: each time
+// that one prints something, and while it ends.
+void ifstatus_reader::ask(std::span<const wan_reading> wans)
+{
+    wans_ = wans;
+    const size_t starts =
+        wans.size() == 1 ? asked_interfaces(*wans[0].record).count : status_commands::most_at_once;
+    if (starts == 1)
+        take_usual_turns();
+    ask_ahead();
+    if (starts > 1)
+        take_usual_turns();
+}
 
 // Starts as many commands as may run now.
 void ifstatus_reader::ask_ahead()

@@ -15,11 +15,7 @@ public:
     // Starts the first status commands, so that they run while the caller does something else. To be called
     // once, with the WANs in the order in which they will be read. Of each, the record's wanId, wanMode,
     // ipMode and ipProtocol are set, or the reading has failed: then it is not asked for.
-    void ask(std::span<const wan_reading> wans)
-    {
-        wans_ = wans;
-        ask_ahead();
-    }
+    void ask(std::span<const wan_reading> wans);
 
     // Fills the runtime fields of the next of the WANs that have not failed, whose record this is: link
     // states, uptime, addresses, prefixes, gateways and DNS servers. What a reply does not name stays as it

@@ -2,11 +2,14 @@
 #include "status/ifstatus.h"
 
 #include "base/clock.h"
+#include "base/short_turns.h"
 #include "base/text.h"
 #include "support/broken_command.h"
 #include "support/printed_replies.h"
 
 #include <array>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -638,6 +641,24 @@ TEST_F(ifstatus_test, members_of_another_kind_count_as_missing)
     EXPECT_STREQ("", record.gateway);
     EXPECT_STREQ("", record.ipv6Gateway);
     EXPECT_STREQ("", record.priDns);
+}
+
+// Who waits for commands lets them have their turns, however many there are.
+TEST_F(ifstatus_test, short_turns_end_with_the_last_start)
+{
+    const auto length_of_turns = [] {
+        turn_attributes found = {};
+        EXPECT_EQ(0, syscall(SYS_sched_getattr, 0, &found, sizeof(found), 0));
+        return found.length;
+    };
+    const uint64_t usual = length_of_turns();
+    bus.set(main_interface, R"({"up":true})");
+    bus.set(dhcp_v6_interface, R"({"up":true})");
+    for (const uint8_t protocol : {uint8_t{ip_protocol_v4}, both_protocols}) {
+        take_short_turns();
+        EXPECT_EQ(0, read(ip_mode_dhcp, protocol));
+        EXPECT_EQ(usual, length_of_turns());
+    }
 }
 
 // Several WANs, routed but for those that a test makes bridged.
