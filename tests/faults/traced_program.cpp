@@ -201,7 +201,8 @@ bool traced_program::run_unseen(unsigned seconds)
     return ended_ || waits;
 }
 
-// The others wait to be given something to do.
+// The others wait to be given something to do; a wait for a second at most goes on by a call of its own after
+// a stop.
 bool traced_program::waits_for_events() const
 {
     return std::ranges::all_of(threads_, [this](const auto &each) {
@@ -209,7 +210,8 @@ bool traced_program::waits_for_events() const
         if (!sleeps(thread))
             return false;
         const long call = call_of(thread);
-        return thread == pid_ ? call == SYS_epoll_wait || call == SYS_epoll_pwait : call == SYS_futex;
+        return thread == pid_ ? call == SYS_epoll_wait || call == SYS_epoll_pwait
+                              : call == SYS_futex || call == SYS_restart_syscall;
     });
 }
 
