@@ -1,9 +1,12 @@
 // A program for the tests of the tracer: each word on its command line is something that it does.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -65,6 +68,25 @@ void write_by_thread()
     (void)pthread_join(thread, nullptr);
 }
 
+// A thread that waits for a minute.
+void idle_by_thread()
+{
+    pthread_t thread;
+    (void)pthread_create(
+        &thread, nullptr,
+        [](void *) -> void * {
+            sem_t news;
+            timespec end;
+            (void)sem_init(&news, 0, 0);
+            (void)clock_gettime(CLOCK_REALTIME, &end);
+            end.tv_sec += 60;
+            while (sem_timedwait(&news, &end) != 0 && errno == EINTR)
+                continue;
+            return nullptr;
+        },
+        nullptr);
+}
+
 void run_children()
 {
     (void)printf("system %d\n", WEXITSTATUS(system("echo child > /etc/config/child")));
@@ -100,6 +122,7 @@ int main(int argc, char *argv[])
         {"replace", replace},
         {"temporary", make_temporary},
         {"thread", write_by_thread},
+        {"idle thread", idle_by_thread},
         {"children", run_children},
         {"allocate", allocate},
         {"cut", [] { (void)!truncate(file_path, 1); }},

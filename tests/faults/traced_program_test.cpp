@@ -111,6 +111,19 @@ TEST_F(traced_program_test, what_is_run_unseen_is_seen_again_from_its_wait_on)
     EXPECT_EQ((texts{"openat /etc/config/subject", "write /etc/config/subject"}), seen);
 }
 
+// Its wait goes on by another call after the first stop.
+TEST_F(traced_program_test, a_thread_that_waits_for_a_time_waits_for_events)
+{
+    traced_program subject({KORVEL_FAULTS_SUBJECT, "idle thread", "events", "events"}, {}, output_path);
+    for (int i = 0; i < 2; i++) {
+        const time_t begun = time(nullptr);
+        EXPECT_TRUE(subject.run_unseen(30));
+        EXPECT_FALSE(subject.ended());
+        EXPECT_LT(time(nullptr), begun + 20);
+    }
+    EXPECT_TRUE(subject.run([&] { return subject.ended(); }, 10));
+}
+
 TEST_F(traced_program_test, threads_are_watched_and_children_are_not)
 {
     run({"thread", "children"});
