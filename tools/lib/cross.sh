@@ -7,7 +7,7 @@ machines=(armhf s390x)
 declare -A machine_triplet=([armhf]=arm-linux-gnueabihf [s390x]=s390x-linux-gnu)
 
 # Bytes that the stripped daemon may have, with the host libraries in it: a few of a hundred above what it has.
-declare -A most_bytes=([x86_64]=160000 [armhf]=121000 [s390x]=177000)
+declare -A most_bytes=([x86_64]=160000 [armhf]=122000 [s390x]=177000)
 
 cross_packages=(g++-arm-linux-gnueabihf g++-s390x-linux-gnu qemu-user googletest binutils)
 
