@@ -123,19 +123,24 @@ std::string text_at(pid_t thread, uint64_t address)
     return memory.substr(0, memory.find('\0'));
 }
 
+// What a link of a thread leads to; nothing where it is closed, or the thread is ended with all others.
+std::string linked_path(pid_t thread, const std::string &link)
+{
+    std::error_code gone;
+    return fs::read_symlink("/proc/" + std::to_string(thread) + "/" + link, gone);
+}
+
 std::string opened_path(pid_t thread, int file)
 {
-    std::error_code closed;
-    return fs::read_symlink("/proc/" + std::to_string(thread) + "/fd/" + std::to_string(file), closed);
+    return linked_path(thread, "fd/" + std::to_string(file));
 }
 
 std::string absolute(pid_t thread, int directory, const std::string &path)
 {
     if (!path.empty() && path[0] == '/')
         return path;
-    const std::string base = directory == AT_FDCWD
-                                 ? fs::read_symlink("/proc/" + std::to_string(thread) + "/cwd").string()
-                                 : opened_path(thread, directory);
+    const std::string base =
+        directory == AT_FDCWD ? linked_path(thread, "cwd") : opened_path(thread, directory);
     return base + "/" + path;
 }
 

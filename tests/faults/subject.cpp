@@ -87,6 +87,21 @@ void idle_by_thread()
         nullptr);
 }
 
+// Threads that look for a file where they are, until the program ends.
+void search_by_threads()
+{
+    for (int i = 0; i < 3; i++) {
+        pthread_t thread;
+        (void)pthread_create(
+            &thread, nullptr,
+            [](void *) -> void * {
+                for (;;)
+                    (void)!open("nothing", O_RDONLY | O_CLOEXEC);
+            },
+            nullptr);
+    }
+}
+
 void run_children()
 {
     (void)printf("system %d\n", WEXITSTATUS(system("echo child > /etc/config/child")));
@@ -123,6 +138,7 @@ int main(int argc, char *argv[])
         {"temporary", make_temporary},
         {"thread", write_by_thread},
         {"idle thread", idle_by_thread},
+        {"searching threads", search_by_threads},
         {"children", run_children},
         {"allocate", allocate},
         {"cut", [] { (void)!truncate(file_path, 1); }},

@@ -124,6 +124,15 @@ TEST_F(traced_program_test, a_thread_that_waits_for_a_time_waits_for_events)
     EXPECT_TRUE(subject.run([&] { return subject.ended(); }, 10));
 }
 
+// What a call names can then no longer be read.
+TEST_F(traced_program_test, threads_may_be_ended_in_the_middle_of_a_call)
+{
+    for (int i = 0; i < 100; i++) {
+        traced_program subject({KORVEL_FAULTS_SUBJECT, "searching threads", "stream"}, {}, output_path);
+        EXPECT_TRUE(subject.run([&] { return subject.ended(); }, 10));
+    }
+}
+
 TEST_F(traced_program_test, threads_are_watched_and_children_are_not)
 {
     run({"thread", "children"});
