@@ -54,52 +54,46 @@ void make_temporary()
     (void)unlink(path);
 }
 
-void write_by_thread()
+pthread_t start_thread(void *(*work)(void *))
 {
     pthread_t thread;
-    if (pthread_create(
-            &thread, nullptr,
-            [](void *) -> void * {
-                print_by_stream();
-                return nullptr;
-            },
-            nullptr) != 0)
-        return;
-    (void)pthread_join(thread, nullptr);
+    if (pthread_create(&thread, nullptr, work, nullptr) != 0)
+        _exit(EXIT_FAILURE);
+    return thread;
+}
+
+void write_by_thread()
+{
+    (void)pthread_join(start_thread([](void *) -> void * {
+                           print_by_stream();
+                           return nullptr;
+                       }),
+                       nullptr);
 }
 
 // A thread that waits for a minute.
 void idle_by_thread()
 {
-    pthread_t thread;
-    (void)pthread_create(
-        &thread, nullptr,
-        [](void *) -> void * {
-            sem_t news;
-            timespec end;
-            (void)sem_init(&news, 0, 0);
-            (void)clock_gettime(CLOCK_REALTIME, &end);
-            end.tv_sec += 60;
-            while (sem_timedwait(&news, &end) != 0 && errno == EINTR)
-                continue;
-            return nullptr;
-        },
-        nullptr);
+    (void)start_thread([](void *) -> void * {
+        sem_t news;
+        timespec end;
+        (void)sem_init(&news, 0, 0);
+        (void)clock_gettime(CLOCK_REALTIME, &end);
+        end.tv_sec += 60;
+        while (sem_timedwait(&news, &end) != 0 && errno == EINTR)
+            continue;
+        return nullptr;
+    });
 }
 
 // Threads that look for a file where they are, until the program ends.
 void search_by_threads()
 {
-    for (int i = 0; i < 3; i++) {
-        pthread_t thread;
-        (void)pthread_create(
-            &thread, nullptr,
-            [](void *) -> void * {
-                for (;;)
-                    (void)!open("nothing", O_RDONLY | O_CLOEXEC);
-            },
-            nullptr);
-    }
+    for (int i = 0; i < 3; i++)
+        (void)start_thread([](void *) -> void * {
+            for (;;)
+                (void)!open("nothing", O_RDONLY | O_CLOEXEC);
+        });
 }
 
 void run_children()
